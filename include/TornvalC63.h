@@ -1,0 +1,287 @@
+/**
+ * @file TornvalC63.h
+ * @brief The measurement layer of a Tornval C63 instrument: 14 plain C functions.
+ *
+ * A host loads the library, asks it to load its measuring hardware, and takes measures. This header
+ * is all that a host needs; it compiles as C99 and as C++.
+ *
+ * @section order Order of calls
+ *  1. LoadMeasDrivers() builds and initialises the drivers.
+ *  2. EnumMeasDrivers() tells their IDs, which change from load to load.
+ *  3. SendMeasBoardCmd(), then GetMeasBoardResult() with the size that the send gave back; or one of
+ *     the single measures, each of which runs such a pair and blocks until it is done.
+ *  4. ResetMeasBoard() closes a link. Everything is released when the library is unloaded.
+ *
+ * @section errors What an error looks like
+ * A function never fails except through what it returns: S_RESULT.ulStatus is 1 (0 is success), or
+ * the two functions that return a plain word give 0. The other words say which stage failed
+ * (ulStep), why the system refused (ulLastError) and what the device reported (ulFwStatus). Nothing
+ * is thrown and nothing stops the process. Each failure that a driver meets is also a line of the
+ * trace log, where that is switched on.
+ *
+ * @section owner Who owns what
+ * The caller owns every buffer that it passes, before, during and after a call. The library keeps no
+ * pointer to any of them.
+ *
+ * @section threads Which calls may run at the same time
+ * Any thread may call any function, with these limits:
+ *  - LoadMeasDrivers() runs alone: no other function of this header may run beside it.
+ *  - A SendMeasBoardCmd() and its GetMeasBoardResult() on one driver belong together; a second thread
+ *    that sends to the same driver in between takes over the exchange. Keep each pair together.
+ *  - On the board and the milliohm module the single measures carry buffers of their own: they may
+ *    run in parallel with each other and with everything but LoadMeasDrivers(). On a probe
+ *    GetInstantMeasureOnDevice() is made of several pairs: one thread at a time for each probe.
+ *  - On a simulated driver, one thread at a time for each driver.
+ *
+ * @section layout Records
+ * The records are little-endian and may lie at any address. Words are 32 bits wide on every host.
+ */
+#ifndef TORNVAL_C63_H
+#define TORNVAL_C63_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define TORNVAL_API __attribute__((visibility("default")))
+#else
+#define TORNVAL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Bits of the mask of LoadMeasDrivers(). No other bit has a meaning. */
+enum {
+    TORNVAL_LOAD_MILLIOHM = 0x01, /**< the milliohm module */
+    TORNVAL_LOAD_BOARD = 0x10     /**< the internal measurement board */
+};
+
+/** Values of S_RESULT.ulDriverType. */
+enum {
+    TORNVAL_DRIVER_NONE = 0,      /**< no driver: the record comes from the routing itself */
+    TORNVAL_DRIVER_BT_PROBE = 1,  /**< Bluetooth probe (also a simulated USB probe) */
+    TORNVAL_DRIVER_USB_PROBE = 2, /**< USB probe */
+    TORNVAL_DRIVER_BOARD = 3,     /**< internal measurement board */
+    TORNVAL_DRIVER_MILLIOHM = 4   /**< milliohm module */
+};
+
+/** Values of S_RESULT.ulStep: the stage that produced the record. */
+enum {
+    TORNVAL_STEP_NONE = 0,    /**< no stage of its own */
+    TORNVAL_STEP_LIBRARY = 1, /**< load of a link library */
+    TORNVAL_STEP_SEND = 2,    /**< send of a command */
+    TORNVAL_STEP_INIT = 3,    /**< initialisation, opening of a link */
+    TORNVAL_STEP_CLOSE = 4,   /**< close of a link */
+    TORNVAL_STEP_RESULT = 5,  /**< fetch of a result */
+    TORNVAL_STEP_LOAD = 6,    /**< loading of the drivers */
+    TORNVAL_STEP_REFUSED = 7  /**< the device refused the command; its word is in ulFwStatus */
+};
+
+/**
+ * Status record of every operation: five words, 20 bytes, returned by value.
+ */
+typedef struct S_RESULT {
+    uint32_t ulDriverType; /**< kind of the driver, TORNVAL_DRIVER_... */
+    uint32_t ulStep;       /**< stage that produced the record, TORNVAL_STEP_... */
+    uint32_t ulLastError;  /**< the system's error code at the failing call; 0 if none was taken */
+    uint32_t ulFwStatus;   /**< status of the device or its firmware; 0 if none. In a fetch
+                                (ulStep 5) of the board or the milliohm module 2 stands for a failed
+                                call of the link (see ulLastError) and 5 for a status field of the
+                                answer that is not 0 */
+    uint32_t ulStatus;     /**< 0 success, 1 failure */
+} S_RESULT;
+
+#pragma pack(push, 1)
+
+/**
+ * Command record, 12 bytes: what a host sends. The payload is an argument of its own.
+ */
+typedef struct S_SEND_STRUCT {
+    uint8_t ucReserved0; /**< 0 */
+    uint8_t CmdeID;      /**< ID of the command; each driver has its own set */
+    uint8_t ucCmdeParam; /**< one further byte of the command */
+    uint8_t ucReserved3; /**< 0 */
+    uint32_t ulTimeout;  /**< time-out handed to the device, milliseconds */
+    uint32_t ulSize;     /**< probes: bytes of payload. Board and milliohm module: 4 more than that,
+                              at most 65532 */
+} S_SEND_STRUCT;
+
+/**
+ * What a send fills, 8 bytes.
+ */
+typedef struct S_RECEIVE_STRUCT {
+    uint32_t ulAnswer;       /**< what the link answered to the send; 0 from simulated drivers */
+    uint32_t ulNbReturnByte; /**< number of raw bytes that the following GetMeasBoardResult()
+                                  delivers: allocate by it and pass it back */
+} S_RECEIVE_STRUCT;
+
+/**
+ * One loaded driver, 104 bytes.
+ */
+typedef struct S_DRIVER_INFO {
+    char szDriverName[50]; /**< name of the driver, zero-terminated, cut to the field */
+    char szLinkType[50];   /**< link type word: "BT", "USB", "IM" or "MO" */
+    uint32_t ulDriverID;   /**< the number by which the other functions know the driver */
+} S_DRIVER_INFO;
+
+#pragma pack(pop)
+
+/**
+ * Destroys all loaded drivers, then builds and initialises those of the mask, the milliohm module
+ * first. A probe joins them when the key LOAD of its section is set and the mask is not 0.
+ *
+ * @param i_lMask TORNVAL_LOAD_... values, or 0 to unload everything.
+ * @return ulStep 6; ulStatus 1 if one of the drivers did not come up. The others stand all the
+ *         same: EnumMeasDrivers() tells which.
+ * @note Threads: runs alone.
+ */
+TORNVAL_API S_RESULT LoadMeasDrivers(int32_t i_lMask);
+
+/**
+ * Lists the loaded drivers in ascending order of their IDs.
+ *
+ * @param[out] o_pDrivers     array of i_ulMaxDrivers records; may not be null.
+ * @param      i_ulMaxDrivers room in the array; 0 is allowed.
+ * @param[out] o_pulNbDrivers number of records written; may not be null.
+ * @return 1 done; 0 if a pointer is null (the number is then 0).
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API uint32_t EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDrivers,
+                                     uint32_t* o_pulNbDrivers);
+
+/**
+ * Initialises a driver.
+ *
+ * @param i_ulDriverID ID from EnumMeasDrivers().
+ * @param bForceInit   1 also initialises a driver that is initialised; any other value leaves it
+ *                     alone then, with success.
+ * @return The driver's record; ulStep 3 and ulStatus 1 if there is no such driver.
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceInit);
+
+/**
+ * Closes the link of a driver. The driver stays loaded. A probe opens its link again at the next
+ * InitialiseMeasBoard(); board and milliohm module need a new LoadMeasDrivers().
+ *
+ * @return The driver's record, ulStep 4; ulStatus 1 if there is no such driver or the link did not
+ *         close.
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API S_RESULT ResetMeasBoard(uint32_t i_ulDriverID);
+
+/**
+ * Sends a command. Its answer is fetched by GetMeasBoardResult().
+ *
+ * @param         i_ulDriverID      ID from EnumMeasDrivers().
+ * @param[in,out] i_pCmde           the command. A probe rewrites CmdeID 1 to 33 here. Null fails.
+ * @param[out]    o_pReceiveStruct  8 bytes; filled also when the link refused the command.
+ * @param         i_pcData          payload, or null: ulSize bytes on a probe, ulSize - 4 on board and
+ *                                  milliohm module.
+ * @return ulStep 2, or 7 when the device refused the command (its word is in ulFwStatus).
+ * @note Threads: see the head of this file; keep the send and its fetch together.
+ */
+TORNVAL_API S_RESULT SendMeasBoardCmd(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
+                                      S_RECEIVE_STRUCT* o_pReceiveStruct, const void* i_pcData);
+
+/**
+ * Waits for the answer to the last command of a driver and delivers it, with calibration.
+ *
+ * @param      i_ulDriverID         ID from EnumMeasDrivers().
+ * @param      i_ulNbReturnByte     ulNbReturnByte of the send: the room in o_pcRawData, in bytes.
+ * @param[out] o_pcRawData          raw bytes of the answer; may not be null, whatever the command.
+ * @param[out] o_plProcessedDataSize number of words in o_plProcessedData, where the command has
+ *                                  any; preset it to 0.
+ * @param[out] o_plProcessedData    decoded values. A measure: one word. A milliohm measure: four
+ *                                  words. An upload of the board: a count for each of its three
+ *                                  channels, then the samples channel by channel, up to
+ *                                  3 + 3 * 65544 words. A read of a probe: two counts, then the
+ *                                  samples, up to ulNbReturnByte + 2 words.
+ * @param      i_ulTimeout          milliseconds on top of the 5000 that board and module wait.
+ * @return ulStep 5; ulStatus 1 on a time-out, on a refusal by the firmware (its number is in
+ *         ulFwStatus) or on an answer that does not decode.
+ * @note Threads: see the head of this file; keep the send and its fetch together.
+ */
+TORNVAL_API S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte,
+                                        char* o_pcRawData, int32_t* o_plProcessedDataSize,
+                                        int32_t* o_plProcessedData, uint32_t i_ulTimeout);
+
+/**
+ * Sends a value to the current generator of the board. Boards on a serial link have no path for
+ * this command and refuse it.
+ *
+ * @param i_ulBurst the value; its low 8 bits count.
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst);
+
+/**
+ * Takes one measure on the board, with calibration. Blocks until it is in or failed.
+ *
+ * @param[out] o_plValue the measure; 0 after a failure of the decoding. May not be null.
+ * @param      i_ulVoie  measuring input, 0 to 12.
+ * @return ulStep 5 from a real board, 0 from a simulated one or when no board is loaded.
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API S_RESULT GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie);
+
+/** As GetInstantMeasure(), without calibration: the value of the converter. */
+TORNVAL_API S_RESULT GetInstantMeasureWithoutCompensation(int32_t* o_plValue, uint32_t i_ulVoie);
+
+/**
+ * Takes one measure on the driver with the given ID, board or probe, with calibration.
+ *
+ * @param      i_ulDriverID     ID from EnumMeasDrivers().
+ * @param[out] o_plValue        the measure; may not be null.
+ * @param      i_ulVoie         board: measuring input, 0 to 12; probe: channel, 0 or 1.
+ * @param      i_ulMeasureParam handed to a probe; a board ignores it.
+ * @note Threads: see the head of this file.
+ */
+TORNVAL_API S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue,
+                                               uint32_t i_ulVoie, uint32_t i_ulMeasureParam);
+
+/**
+ * Takes one measure of the milliohm module and gives its three values, in the order of the answer.
+ * All three are 0 after a failure. No pointer may be null.
+ *
+ * @note Threads: beside everything but LoadMeasDrivers(). Blocks until the measure is in or failed.
+ */
+TORNVAL_API S_RESULT GetAllMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2,
+                                           int32_t* o_plValue3);
+
+/** As GetAllMicroOhmMeasure(), with the first value alone. */
+TORNVAL_API S_RESULT GetMicroOhmMeasure(int32_t* o_plValue);
+
+/**
+ * Reads the calibration of the board as it was delivered at its initialisation. A measure is
+ * (x * a + b) * 0.0001.
+ *
+ * @param[out] o_pdA       i_ulNbCoeff factors a, one per measuring input; 0.0 from index 13 on.
+ * @param[out] o_pdB       the same for the offsets b.
+ * @param      i_ulNbCoeff number of entries in each array.
+ * @return 1 done; 0 without a board, for a null array or for 0 entries.
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API uint32_t GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff);
+
+/**
+ * Writes calibration pairs into the board and restarts it through the program named by the key
+ * SET_RESET_EXEC. The new pairs are seen after a new LoadMeasDrivers(). Takes a good second.
+ *
+ * @param i_pulIndex  i_ulNbCoeff measuring inputs, 0 to 12.
+ * @param i_pdA       their factors a, truncated to signed 32 bits.
+ * @param i_pdB       their offsets b, likewise.
+ * @param i_ulNbCoeff number of entries in each array.
+ * @return The record of the last command that was run; a simulated board reports success and stores
+ *         nothing.
+ * @note Threads: beside everything but LoadMeasDrivers().
+ */
+TORNVAL_API S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB,
+                                      uint32_t i_ulNbCoeff);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TORNVAL_C63_H */

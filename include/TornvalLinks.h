@@ -1,0 +1,132 @@
+/**
+ * @file TornvalLinks.h
+ * @brief What a link library must offer, and the blocks that pass through it.
+ *
+ * The measurement library loads its link libraries by name at run time: one for the internal board
+ * and the milliohm module (six entry points RS_...), one for a Bluetooth probe (PBT_...) and one for
+ * a USB probe (PUSB_...). A library that lacks one of its entry points is refused. Declare the entry
+ * points with TORNVAL_LINK_API and this header checks their types.
+ *
+ * Plain C, self-contained. All numbers in the blocks are little-endian.
+ */
+#ifndef TORNVAL_LINKS_H
+#define TORNVAL_LINKS_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#if defined(__GNUC__)
+#define TORNVAL_LINK_API __attribute__((visibility("default")))
+#else
+#define TORNVAL_LINK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** First argument of RS_DeviceIoControl and second of RS_Init: a constant of the interface. */
+enum { RS_LINK_CONSTANT = 5000 };
+
+/** Control codes of the serial link. */
+enum {
+    /** In: command block; out: 4-byte status word, 0 accepted. The event of the block is signalled
+     *  when the answer is ready, which may be after the call has returned. */
+    IOCTL_RS_SEND_COMMAND = 0x222402,
+    /** In: 2-byte CmdeID; out: answer block, the count being the bytes delivered. */
+    IOCTL_RS_GET_RESULT = 0x222406
+};
+
+/** Layout of the two blocks of the serial link, 65548 bytes each. */
+enum {
+    RS_BLOCK_SIZE = 65548,
+    /** Command block: frame from offset 0 on, 8 + size bytes, the size standing at offset 4. */
+    RS_FRAME_CRC_OFFSET = 0,
+    RS_FRAME_ID_OFFSET = 2,
+    RS_FRAME_SIZE_OFFSET = 4,
+    RS_FRAME_TIMEOUT_OFFSET = 6,
+    RS_FRAME_CANAL_OFFSET = 8,
+    RS_FRAME_CMDE_OFFSET = 9,
+    RS_FRAME_PARAM_OFFSET = 11,
+    RS_FRAME_DATA_OFFSET = 12,
+    /** Bytes of a frame before its sized part. */
+    RS_FRAME_OUTER_HEAD = 8,
+    /** Largest size field that leaves the event handle intact. */
+    RS_FRAME_MAX_SIZE = 65532,
+    /** Command block: 32-bit handle of the event that announces the answer. */
+    RS_BLOCK_EVENT_OFFSET = 65544,
+    /** Answer block: 32-bit status word, then the answer frame. */
+    RS_ANSWER_FRAME_OFFSET = 4
+};
+
+typedef uint32_t (*PFN_RS_INIT)(uint32_t port, uint32_t constant, uint32_t baud_rate,
+                                uint32_t data_bits, uint32_t word1, uint32_t word2, uint32_t zero);
+typedef uint32_t (*PFN_RS_INIT_EX)(uint32_t port, uint32_t constant, uint32_t baud_rate,
+                                   uint32_t data_bits, uint32_t word1, uint32_t word2,
+                                   uint32_t zero, uint32_t* link_handle);
+typedef uint32_t (*PFN_RS_DEVICEIOCONTROL)(uint32_t constant, uint32_t code, const void* in,
+                                           uint32_t in_size, void* out, uint32_t out_size,
+                                           uint32_t* count, uint32_t zero);
+typedef uint32_t (*PFN_RS_DEVICEIOCONTROL_EX)(uint32_t constant, uint32_t code, const void* in,
+                                              uint32_t in_size, void* out, uint32_t out_size,
+                                              uint32_t* count, uint32_t zero, uint32_t link_handle);
+typedef uint32_t (*PFN_RS_CLOSE)(void);
+typedef uint32_t (*PFN_RS_CLOSE_EX)(uint32_t link_handle);
+
+/** Opens the link of a serial port. Non-zero: open. */
+TORNVAL_LINK_API uint32_t RS_Init(uint32_t port, uint32_t constant, uint32_t baud_rate,
+                                  uint32_t data_bits, uint32_t word1, uint32_t word2,
+                                  uint32_t zero);
+/** As RS_Init, and fills the link handle, which tells links apart. */
+TORNVAL_LINK_API uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t baud_rate,
+                                     uint32_t data_bits, uint32_t word1, uint32_t word2,
+                                     uint32_t zero, uint32_t* link_handle);
+/** One exchange on the link that RS_Init opened. Zero: failed, the reason is the last error. */
+TORNVAL_LINK_API uint32_t RS_DeviceIoControl(uint32_t constant, uint32_t code, const void* in,
+                                             uint32_t in_size, void* out, uint32_t out_size,
+                                             uint32_t* count, uint32_t zero);
+/** One exchange on the link of the handle. */
+TORNVAL_LINK_API uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in,
+                                                uint32_t in_size, void* out, uint32_t out_size,
+                                                uint32_t* count, uint32_t zero,
+                                                uint32_t link_handle);
+/** Must exist; the measurement library does not call it. */
+TORNVAL_LINK_API uint32_t RS_Close(void);
+/** Closes the link of the handle; handle 0 is the link that RS_Init opened. Non-zero: closed. */
+TORNVAL_LINK_API uint32_t RS_Close_Ex(uint32_t link_handle);
+
+/** Control codes of the probe links. In of a send: the 12-byte command record, its payload and one
+ *  byte more; out: 8-byte acknowledgement. In of a fetch: the 32-bit number of bytes; out: reply. */
+enum {
+    IOCTL_PBT_SEND_COMMAND = 0x222010,
+    IOCTL_PBT_GET_RESULT = 0x222014,
+    IOCTL_PUSB_SEND_COMMAND = 0x22200C,
+    IOCTL_PUSB_GET_RESULT = 0x222010
+};
+
+/** Second argument of the control calls of a probe: a constant of the interface. */
+enum { PROBE_LINK_CONSTANT = 1000 };
+
+typedef uint32_t (*PFN_PBT_INIT)(uint32_t port, const wchar_t* baud_rate, uint32_t timeout);
+typedef uint32_t (*PFN_PUSB_INIT)(uint32_t port);
+typedef uint32_t (*PFN_PROBE_CLOSE)(void);
+typedef uint32_t (*PFN_PROBE_DEVICEIOCONTROL)(uint32_t device, uint32_t constant, uint32_t code,
+                                              const void* in, uint32_t in_size, void* out,
+                                              uint32_t out_size, uint32_t* count, uint32_t zero);
+
+TORNVAL_LINK_API uint32_t PBT_Init(uint32_t port, const wchar_t* baud_rate, uint32_t timeout);
+TORNVAL_LINK_API uint32_t PBT_Close(void);
+TORNVAL_LINK_API uint32_t PBT_DeviceIoControl(uint32_t device, uint32_t constant, uint32_t code,
+                                              const void* in, uint32_t in_size, void* out,
+                                              uint32_t out_size, uint32_t* count, uint32_t zero);
+TORNVAL_LINK_API uint32_t PUSB_Init(uint32_t port);
+TORNVAL_LINK_API uint32_t PUSB_Close(void);
+TORNVAL_LINK_API uint32_t PUSB_DeviceIoControl(uint32_t device, uint32_t constant, uint32_t code,
+                                               const void* in, uint32_t in_size, void* out,
+                                               uint32_t out_size, uint32_t* count, uint32_t zero);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TORNVAL_LINKS_H */
