@@ -1,0 +1,244 @@
+#include "File.h"
+
+#include <cerrno>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Device.h"
+#include "Objects.h"
+#include "Path.h"
+
+namespace cecore {
+namespace {
+
+/** Owner of a file descriptor. */
+class CDescriptor
+{
+public:
+    explicit CDescriptor(int i_lDescriptor) : m_lDescriptor(i_lDescriptor) {}
+    CDescriptor(CDescriptor&& io_Other) noexcept : m_lDescriptor(io_Other.Release()) {}
+    CDescriptor(const CDescriptor&) = delete;
+    CDescriptor& operator=(const CDescriptor&) = delete;
+    CDescriptor& operator=(CDescriptor&&) = delete;
+    ~CDescriptor()
+    {
+        if (m_lDescriptor >= 0) {
+            close(m_lDescriptor);
+        }
+    }
+    [[nodiscard]] int Get() const { return m_lDescriptor; }
+    int Release()
+    {
+        const int l_lDescriptor = m_lDescriptor;
+        m_lDescriptor = -1;
+        return l_lDescriptor;
+    }
+
+private:
+    int m_lDescriptor;
+};
+
+/**
+ * Opens a regular file; below 0 with the last error set on failure. A pipe or a device could block
+ * the caller for good or never end, so it is refused like a file without access.
+ */
+CDescriptor OpenRegular(const std::string& i_strPath, int i_lFlags)
+{
+    CDescriptor l_File(open(i_strPath.c_str(), i_lFlags | O_CLOEXEC | O_NONBLOCK, 0666));
+    struct stat l_Status = {};
+    if (l_File.Get() < 0 || fstat(l_File.Get(), &l_Status) != 0) {
+        ::SetLastError(ErrorFromErrno(errno));
+        return CDescriptor(-1);
+    }
+    if (!S_ISREG(l_Status.st_mode)) {
+        ::SetLastError(ERROR_ACCESS_DENIED);
+        return CDescriptor(-1);
+    }
+    return l_File;
+}
+
+class CFileObject final : public CKernelObject
+{
+public:
+    explicit CFileObject(CDescriptor i_File)
+        : CKernelObject(EObjectKind::File), m_File(std::move(i_File))
+    {
+    }
+    [[nodiscard]] int Get() const { return m_File.Get(); }
+
+private:
+    CDescriptor m_File;
+};
+
+class CDeviceObject final : public CKernelObject
+{
+public:
+    explicit CDeviceObject(std::shared_ptr<IDevice> i_pDevice)
+        : CKernelObject(EObjectKind::Device), m_pDevice(std::move(i_pDevice))
+    {
+    }
+    void OnClosed() override { m_pDevice->Close(); }
+    [[nodiscard]] IDevice& Get() const { return *m_pDevice; }
+
+private:
+    std::shared_ptr<IDevice> m_pDevice;
+};
+
+struct S_DEVICE_TABLE
+{
+    std::mutex Mutex;
+    std::map<std::wstring, std::shared_ptr<IDevice>> mapDevices;
+};
+
+S_DEVICE_TABLE& DeviceTable()
+{
+    static S_DEVICE_TABLE s_Table;
+    return s_Table;
+}
+
+std::shared_ptr<IDevice> FindDevice(const wchar_t* i_pwszName)
+{
+    S_DEVICE_TABLE& l_Table = DeviceTable();
+    const std::lock_guard l_Lock(l_Table.Mutex);
+    const auto l_It = l_Table.mapDevices.find(i_pwszName);
+    return l_It == l_Table.mapDevices.end() ? nullptr : l_It->second;
+}
+
+bool WriteAll(int i_lDescriptor, const char* i_pcText, size_t i_ulLength)
+{
+    while (i_ulLength > 0) {
+        const ssize_t l_lWritten = write(i_lDescriptor, i_pcText, i_ulLength);
+        if (l_lWritten < 0 && errno != EINTR) {
+            ::SetLastError(ErrorFromErrno(errno));
+            return false;
+        }
+        const size_t l_ulWritten = l_lWritten < 0 ? 0 : static_cast<size_t>(l_lWritten);
+        i_pcText += l_ulWritten;
+        i_ulLength -= l_ulWritten;
+    }
+    return true;
+}
+
+} // namespace
+
+void RegisterDevice(const wchar_t* i_pwszName, std::shared_ptr<IDevice> i_pDevice)
+{
+    S_DEVICE_TABLE& l_Table = DeviceTable();
+    const std::lock_guard l_Lock(l_Table.Mutex);
+    l_Table.mapDevices[i_pwszName] = std::move(i_pDevice);
+}
+
+void UnregisterDevice(const wchar_t* i_pwszName)
+{
+    S_DEVICE_TABLE& l_Table = DeviceTable();
+    const std::lock_guard l_Lock(l_Table.Mutex);
+    l_Table.mapDevices.erase(i_pwszName);
+}
+
+bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
+                     void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
+{
+    const auto l_pDevice =
+        CObjectTable::Instance().FindAs<CDeviceObject>(i_hDevice, EObjectKind::Device);
+    uint32_t l_ulReturned = 0;
+    const bool l_bDone =
+        l_pDevice != nullptr && l_pDevice->Get().IoControl(i_ulCode, i_pIn, i_ulInSize, o_pOut,
+                                                           i_ulOutSize, &l_ulReturned);
+    if (o_pulReturned != nullptr) {
+        *o_pulReturned = l_ulReturned;
+    }
+    return l_bDone;
+}
+
+Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uint32_t, uint32_t)
+{
+    Handle l_hObject = 0;
+    if (i_pwszName == nullptr) {
+        ::SetLastError(ERROR_INVALID_PARAMETER);
+    } else if (std::shared_ptr<IDevice> l_pDevice = FindDevice(i_pwszName)) {
+        if (l_pDevice->Open()) {
+            l_hObject = CreateObject<CDeviceObject>(std::move(l_pDevice));
+        }
+    } else {
+        const bool l_bWrite = (i_ulAccess & GENERIC_WRITE) != 0;
+        CDescriptor l_File =
+            OpenRegular(ToSystemPath(i_pwszName), l_bWrite ? O_RDWR : O_RDONLY);
+        if (l_File.Get() >= 0) {
+            l_hObject = CreateObject<CFileObject>(std::move(l_File));
+        }
+    }
+    return l_hObject == 0 ? INVALID_HANDLE_VALUE : l_hObject;
+}
+
+uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
+{
+    const auto l_pFile = CObjectTable::Instance().FindAs<CFileObject>(i_hFile, EObjectKind::File);
+    struct stat l_Status = {};
+    if (l_pFile == nullptr) {
+        return INVALID_FILE_SIZE;
+    }
+    if (fstat(l_pFile->Get(), &l_Status) != 0) {
+        ::SetLastError(ErrorFromErrno(errno));
+        return INVALID_FILE_SIZE;
+    }
+    const auto l_ullSize = static_cast<uint64_t>(l_Status.st_size);
+    if (o_pulHigh != nullptr) {
+        *o_pulHigh = static_cast<uint32_t>(l_ullSize >> 32);
+    }
+    return static_cast<uint32_t>(l_ullSize);
+}
+
+bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pulRead)
+{
+    const auto l_pFile = CObjectTable::Instance().FindAs<CFileObject>(i_hFile, EObjectKind::File);
+    uint32_t l_ulRead = 0;
+    while (l_pFile != nullptr && l_ulRead < i_ulSize) {
+        const ssize_t l_lRead = read(l_pFile->Get(), static_cast<char*>(o_pBuffer) + l_ulRead,
+                                     i_ulSize - l_ulRead);
+        if (l_lRead < 0 && errno == EINTR) {
+            continue;
+        }
+        if (l_lRead < 0) {
+            ::SetLastError(ErrorFromErrno(errno));
+            return false;
+        }
+        if (l_lRead == 0) {
+            break;
+        }
+        l_ulRead += static_cast<uint32_t>(l_lRead);
+    }
+    if (o_pulRead != nullptr) {
+        *o_pulRead = l_ulRead;
+    }
+    return l_pFile != nullptr;
+}
+
+CStream OpenForReading(const char* i_pszPath)
+{
+    CDescriptor l_File = OpenRegular(ToSystemPath(i_pszPath), O_RDONLY);
+    CStream l_pStream(l_File.Get() < 0 ? nullptr : fdopen(l_File.Get(), "r"));
+    if (l_pStream != nullptr) {
+        l_File.Release();
+    }
+    return l_pStream;
+}
+
+bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength)
+{
+    const CDescriptor l_File =
+        OpenRegular(ToSystemPath(i_pszPath), O_WRONLY | O_CREAT | O_APPEND);
+    return l_File.Get() >= 0 && WriteAll(l_File.Get(), i_pcText, i_ulLength);
+}
+
+bool EmptyFile(const char* i_pszPath)
+{
+    const CDescriptor l_File = OpenRegular(ToSystemPath(i_pszPath), O_WRONLY | O_CREAT | O_TRUNC);
+    return l_File.Get() >= 0;
+}
+
+} // namespace cecore

@@ -1,0 +1,86 @@
+#include "Path.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cwchar>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "Format.h"
+
+namespace cecore {
+
+std::string ToNarrow(const wchar_t* i_pwszText)
+{
+    std::string l_strText(std::wcslen(i_pwszText) + 1, '\0');
+    l_strText.resize(FormatNarrow(l_strText.data(), l_strText.size(), "%S", i_pwszText));
+    return l_strText;
+}
+
+std::string ToSystemPath(const char* i_pszPath)
+{
+    static constexpr std::string_view l_strVolume = "/hd00/";
+    std::string l_strPath = i_pszPath;
+    std::replace(l_strPath.begin(), l_strPath.end(), '\\', '/');
+    if (l_strPath.starts_with(l_strVolume)) {
+        const char* l_pszFolder = secure_getenv("TORNVAL_HD00");
+        if (l_pszFolder != nullptr && *l_pszFolder != '\0') {
+            l_strPath.replace(0, l_strVolume.size() - 1, l_pszFolder);
+        }
+    }
+    return l_strPath;
+}
+
+std::string ToSystemPath(const wchar_t* i_pwszPath)
+{
+    return ToSystemPath(ToNarrow(i_pwszPath).c_str());
+}
+
+std::string GetHostFileName()
+{
+    char l_aszExecutable[PATH_MAX];
+    const ssize_t l_lLength = readlink("/proc/self/exe", l_aszExecutable, sizeof(l_aszExecutable));
+    std::string l_strName(l_aszExecutable, l_lLength > 0 ? static_cast<size_t>(l_lLength) : 0);
+    const char* l_pszHome = secure_getenv("TORNVAL_HOME");
+    if (l_pszHome != nullptr && *l_pszHome != '\0') {
+        std::string l_strHome = l_pszHome;
+        while (l_strHome.size() > 1 && l_strHome.back() == '/') {
+            l_strHome.pop_back();
+        }
+        l_strName = l_strHome + "/" + l_strName.substr(l_strName.rfind('/') + 1);
+    }
+    return l_strName;
+}
+
+uint32_t ErrorFromErrno(int i_lErrno)
+{
+    switch (i_lErrno) {
+    case ENOENT:
+        return ERROR_FILE_NOT_FOUND;
+    case ENOTDIR:
+    case ENAMETOOLONG:
+    case ELOOP:
+        return ERROR_PATH_NOT_FOUND;
+    case EMFILE:
+    case ENFILE:
+        return ERROR_TOO_MANY_OPEN_FILES;
+    case EACCES:
+    case EPERM:
+    case EISDIR:
+    case EROFS:
+        return ERROR_ACCESS_DENIED;
+    case ENOMEM:
+        return ERROR_NOT_ENOUGH_MEMORY;
+    case ENOEXEC:
+        return ERROR_BAD_EXE_FORMAT;
+    case EINVAL:
+        return ERROR_INVALID_PARAMETER;
+    default:
+        return ERROR_GEN_FAILURE;
+    }
+}
+
+} // namespace cecore

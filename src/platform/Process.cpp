@@ -1,0 +1,112 @@
+#include "Process.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Objects.h"
+#include "Path.h"
+#include "Sync.h"
+
+extern char** environ;
+
+namespace cecore {
+namespace {
+
+class CProcessObject final : public CKernelObject
+{
+public:
+    explicit CProcessObject(pid_t i_lPid) : CKernelObject(EObjectKind::Process), m_lPid(i_lPid) {}
+
+    /** Nobody waited for the end: a child that has ended is given back, another lives on. */
+    ~CProcessObject() override { HasEnded(WNOHANG); }
+
+    uint32_t Wait(uint32_t i_ulMilliseconds) override
+    {
+        const std::lock_guard l_Lock(m_Mutex);
+        if (i_ulMilliseconds == INFINITE) {
+            return HasEnded(0) ? WAIT_OBJECT_0 : WAIT_FAILED;
+        }
+        const auto l_End =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(i_ulMilliseconds);
+        while (!HasEnded(WNOHANG)) {
+            if (std::chrono::steady_clock::now() >= l_End) {
+                return WAIT_TIMEOUT;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return WAIT_OBJECT_0;
+    }
+
+private:
+    bool HasEnded(int i_lFlags)
+    {
+        while (!m_bEnded) {
+            const pid_t l_lPid = waitpid(m_lPid, nullptr, i_lFlags);
+            if (l_lPid < 0 && errno == EINTR) {
+                continue;
+            }
+            // No such child: the host reaps its children by itself, so this one has ended.
+            m_bEnded = l_lPid == m_lPid || (l_lPid < 0 && errno == ECHILD);
+            break;
+        }
+        return m_bEnded;
+    }
+
+    std::mutex m_Mutex;
+    pid_t m_lPid;
+    bool m_bEnded = false;
+};
+
+class CThreadObject final : public CKernelObject
+{
+public:
+    CThreadObject() : CKernelObject(EObjectKind::Thread) {}
+};
+
+} // namespace
+
+bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszCommandLine,
+                    S_PROCESS_INFORMATION* o_pInformation)
+{
+    if (i_pwszApplication == nullptr || *i_pwszApplication == 0 || o_pInformation == nullptr) {
+        ::SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    std::vector<std::string> l_vstrWords{ToSystemPath(i_pwszApplication)};
+    std::istringstream l_Line(i_pwszCommandLine == nullptr ? std::string()
+                                                           : ToNarrow(i_pwszCommandLine));
+    for (std::string l_strWord; l_Line >> l_strWord;) {
+        l_vstrWords.push_back(l_strWord);
+    }
+    std::vector<char*> l_vpszArguments;
+    std::transform(l_vstrWords.begin(), l_vstrWords.end(), std::back_inserter(l_vpszArguments),
+                   [](std::string& io_strWord) { return io_strWord.data(); });
+    l_vpszArguments.push_back(nullptr);
+
+    pid_t l_lPid = 0;
+    const int l_lError = posix_spawn(&l_lPid, l_vpszArguments[0], nullptr, nullptr,
+                                     l_vpszArguments.data(), environ);
+    if (l_lError != 0) {
+        ::SetLastError(ErrorFromErrno(l_lError));
+        return false;
+    }
+    CUniqueHandle l_hProcess(CreateObject<CProcessObject>(l_lPid));
+    CUniqueHandle l_hThread(CreateObject<CThreadObject>());
+    if (!l_hProcess || !l_hThread) {
+        return false;
+    }
+    *o_pInformation = {l_hProcess.Release(), l_hThread.Release(), static_cast<uint32_t>(l_lPid)};
+    return true;
+}
+
+} // namespace cecore

@@ -1,0 +1,120 @@
+#include "Registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwctype>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Objects.h"
+
+namespace cecore {
+namespace {
+
+using Values = std::map<std::wstring, std::vector<unsigned char>>;
+
+struct S_REGISTRY
+{
+    std::mutex Mutex;
+    std::map<std::wstring, Values> mapKeys;
+};
+
+S_REGISTRY& Registry()
+{
+    static S_REGISTRY s_Registry;
+    return s_Registry;
+}
+
+std::wstring Fold(const wchar_t* i_pwszName)
+{
+    std::wstring l_strName = i_pwszName;
+    std::transform(l_strName.begin(), l_strName.end(), l_strName.begin(), [](wchar_t i_c) {
+        return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(i_c)));
+    });
+    return l_strName;
+}
+
+class CRegistryKeyObject final : public CKernelObject
+{
+public:
+    explicit CRegistryKeyObject(std::wstring i_strKey)
+        : CKernelObject(EObjectKind::RegistryKey), m_strKey(std::move(i_strKey))
+    {
+    }
+    [[nodiscard]] const std::wstring& GetName() const { return m_strKey; }
+
+private:
+    std::wstring m_strKey;
+};
+
+} // namespace
+
+void SetRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry, const void* i_pData,
+                      uint32_t i_ulSize)
+{
+    const auto* l_pcData = static_cast<const unsigned char*>(i_pData);
+    S_REGISTRY& l_Registry = Registry();
+    const std::lock_guard l_Lock(l_Registry.Mutex);
+    l_Registry.mapKeys[Fold(i_pwszKey)][Fold(i_pwszEntry)].assign(l_pcData, l_pcData + i_ulSize);
+}
+
+void DeleteRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry)
+{
+    S_REGISTRY& l_Registry = Registry();
+    const std::lock_guard l_Lock(l_Registry.Mutex);
+    const auto l_It = l_Registry.mapKeys.find(Fold(i_pwszKey));
+    if (l_It != l_Registry.mapKeys.end()) {
+        l_It->second.erase(Fold(i_pwszEntry));
+        if (l_It->second.empty()) {
+            l_Registry.mapKeys.erase(l_It);
+        }
+    }
+}
+
+uint32_t RegOpenKeyExW(Handle i_hRoot, const wchar_t* i_pwszKey, uint32_t, Handle* o_phKey)
+{
+    if (i_hRoot != HKEY_LOCAL_MACHINE) {
+        return ERROR_INVALID_HANDLE;
+    }
+    std::wstring l_strKey = Fold(i_pwszKey);
+    {
+        S_REGISTRY& l_Registry = Registry();
+        const std::lock_guard l_Lock(l_Registry.Mutex);
+        if (!l_Registry.mapKeys.contains(l_strKey)) {
+            return ERROR_FILE_NOT_FOUND;
+        }
+    }
+    *o_phKey = CreateObject<CRegistryKeyObject>(std::move(l_strKey));
+    return *o_phKey == 0 ? GetLastError() : ERROR_SUCCESS;
+}
+
+uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pData,
+                          uint32_t* io_pulSize)
+{
+    const auto l_pKey =
+        CObjectTable::Instance().FindAs<CRegistryKeyObject>(i_hKey, EObjectKind::RegistryKey);
+    if (l_pKey == nullptr) {
+        return ERROR_INVALID_HANDLE;
+    }
+    S_REGISTRY& l_Registry = Registry();
+    const std::lock_guard l_Lock(l_Registry.Mutex);
+    const Values& l_Values = l_Registry.mapKeys[l_pKey->GetName()];
+    const auto l_It = l_Values.find(Fold(i_pwszEntry));
+    if (l_It == l_Values.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    const auto l_ulSize = static_cast<uint32_t>(l_It->second.size());
+    const bool l_bFits = l_ulSize <= *io_pulSize;
+    *io_pulSize = l_ulSize;
+    if (!l_bFits) {
+        return ERROR_MORE_DATA;
+    }
+    std::copy(l_It->second.begin(), l_It->second.end(), static_cast<unsigned char*>(o_pData));
+    return ERROR_SUCCESS;
+}
+
+uint32_t RegCloseKey(Handle i_hKey) { return CloseHandle(i_hKey) ? ERROR_SUCCESS : GetLastError(); }
+
+} // namespace cecore
