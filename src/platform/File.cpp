@@ -147,8 +147,8 @@ bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uin
         CObjectTable::Instance().FindAs<CDeviceObject>(i_hDevice, EObjectKind::Device);
     uint32_t l_ulReturned = 0;
     const bool l_bDone =
-        l_pDevice != nullptr && l_pDevice->Get().IoControl(i_ulCode, i_pIn, i_ulInSize, o_pOut,
-                                                           i_ulOutSize, &l_ulReturned);
+        l_pDevice != nullptr &&
+        l_pDevice->Get().IoControl(i_ulCode, i_pIn, i_ulInSize, o_pOut, i_ulOutSize, &l_ulReturned);
     if (o_pulReturned != nullptr) {
         *o_pulReturned = l_ulReturned;
     }
@@ -166,8 +166,7 @@ Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uin
         }
     } else {
         const bool l_bWrite = (i_ulAccess & GENERIC_WRITE) != 0;
-        CDescriptor l_File =
-            OpenRegular(ToSystemPath(i_pwszName), l_bWrite ? O_RDWR : O_RDONLY);
+        CDescriptor l_File = OpenRegular(ToSystemPath(i_pwszName), l_bWrite ? O_RDWR : O_RDONLY);
         if (l_File.Get() >= 0) {
             l_hObject = CreateObject<CFileObject>(std::move(l_File));
         }
@@ -198,8 +197,8 @@ bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pu
     const auto l_pFile = CObjectTable::Instance().FindAs<CFileObject>(i_hFile, EObjectKind::File);
     uint32_t l_ulRead = 0;
     while (l_pFile != nullptr && l_ulRead < i_ulSize) {
-        const ssize_t l_lRead = read(l_pFile->Get(), static_cast<char*>(o_pBuffer) + l_ulRead,
-                                     i_ulSize - l_ulRead);
+        const ssize_t l_lRead =
+            read(l_pFile->Get(), static_cast<char*>(o_pBuffer) + l_ulRead, i_ulSize - l_ulRead);
         if (l_lRead < 0 && errno == EINTR) {
             continue;
         }
@@ -230,8 +229,7 @@ CStream OpenForReading(const char* i_pszPath)
 
 bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength)
 {
-    const CDescriptor l_File =
-        OpenRegular(ToSystemPath(i_pszPath), O_WRONLY | O_CREAT | O_APPEND);
+    const CDescriptor l_File = OpenRegular(ToSystemPath(i_pszPath), O_WRONLY | O_CREAT | O_APPEND);
     return l_File.Get() >= 0 && WriteAll(l_File.Get(), i_pcText, i_ulLength);
 }
 

@@ -22,7 +22,8 @@ inline constexpr uint32_t INVALID_FILE_SIZE = 0xFFFFFFFFU;
 /**
  * Opens a registered device, or an existing file for reading.
  *
- * @return INVALID_HANDLE_VALUE with the last error set (2 not found, 5 no access or no regular file,
+ * @return INVALID_HANDLE_VALUE with the last error set (2 not found, 5 no access or no regular
+ * file,
  *         ...) on failure.
  */
 CECORE_API Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t i_ulShare,
@@ -32,8 +33,7 @@ CECORE_API Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, ui
 CECORE_API uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh);
 
 /** Reads from the current position. @return false with the last error set on failure. */
-CECORE_API bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize,
-                         uint32_t* o_pulRead);
+CECORE_API bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pulRead);
 
 /** Closes a stream at the end of its life. */
 struct S_STREAM_CLOSER

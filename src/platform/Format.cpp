@@ -23,7 +23,8 @@ struct S_CONVERSION
 };
 
 /** One byte, one wide character, both ways. */
-template <typename To, typename From> To ConvertChar(From i_cChar)
+template <typename To, typename From>
+To ConvertChar(From i_cChar)
 {
     if constexpr (std::is_same_v<To, From>) {
         return i_cChar;
@@ -35,7 +36,8 @@ template <typename To, typename From> To ConvertChar(From i_cChar)
     }
 }
 
-template <typename C> class CWriter
+template <typename C>
+class CWriter
 {
 public:
     CWriter(C* o_pText, size_t i_ulSize) : m_pText(o_pText), m_ulRoom(i_ulSize - 1) {}
@@ -151,7 +153,8 @@ void PutString(CWriter<C>& io_Writer, const S* i_pText, const S_CONVERSION& i_Ho
     io_Writer.PutPadded(l_pText, l_ulLength, i_How);
 }
 
-template <typename C> uint32_t ReadNumber(const C*& io_pFormat, uint32_t i_ulMax)
+template <typename C>
+uint32_t ReadNumber(const C*& io_pFormat, uint32_t i_ulMax)
 {
     uint32_t l_ulNumber = 0;
     for (; detail::IsDigit(*io_pFormat); ++io_pFormat) {

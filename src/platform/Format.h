@@ -4,8 +4,8 @@
  *
  * In a wide format "%s" is a wide string and "%S" a narrow one; in a narrow format it is the other
  * way round. Conversions: d, u, x, X (an l before them changes nothing: all integers are 32 bits
- * wide), f, s, S and %%, with the flags 0 and -, a width and a precision. A format that does not fit
- * its arguments does not compile. Nothing is allocated.
+ * wide), f, s, S and %%, with the flags 0 and -, a width and a precision. A format that does not
+ * fit its arguments does not compile. Nothing is allocated.
  *
  * Narrow and wide text are the same characters one by one: a byte is the wide character of its
  * value, and a wide character above 0xFF becomes '?'.
@@ -20,7 +20,14 @@
 namespace cecore {
 
 /** What a conversion takes. */
-enum class EFormatKind : uint8_t { Integer, Double, Pointer, Narrow, Wide };
+enum class EFormatKind : uint8_t
+{
+    Integer,
+    Double,
+    Pointer,
+    Narrow,
+    Wide
+};
 
 /** One argument with its kind: the formatter never guesses. */
 struct S_FORMAT_ARG
@@ -38,7 +45,8 @@ struct S_FORMAT_ARG
 
 namespace detail {
 
-template <typename T> consteval EFormatKind KindOfArg()
+template <typename T>
+consteval EFormatKind KindOfArg()
 {
     using U = std::decay_t<T>;
     if constexpr (std::is_floating_point_v<U>) {
@@ -56,7 +64,8 @@ template <typename T> consteval EFormatKind KindOfArg()
     }
 }
 
-template <typename T> S_FORMAT_ARG MakeArg(const T& i_Value)
+template <typename T>
+S_FORMAT_ARG MakeArg(const T& i_Value)
 {
     S_FORMAT_ARG l_Arg{};
     l_Arg.eKind = KindOfArg<T>();
@@ -75,10 +84,15 @@ template <typename T> S_FORMAT_ARG MakeArg(const T& i_Value)
     return l_Arg;
 }
 
-template <typename C> constexpr bool IsDigit(C i_cChar) { return i_cChar >= '0' && i_cChar <= '9'; }
+template <typename C>
+constexpr bool IsDigit(C i_cChar)
+{
+    return i_cChar >= '0' && i_cChar <= '9';
+}
 
 /** Whether the conversion character takes an argument of that kind. */
-template <typename C> constexpr bool Fits(C i_cConversion, EFormatKind i_eKind)
+template <typename C>
+constexpr bool Fits(C i_cConversion, EFormatKind i_eKind)
 {
     constexpr bool l_bWideFormat = std::is_same_v<C, wchar_t>;
     switch (i_cConversion) {
@@ -100,7 +114,8 @@ template <typename C> constexpr bool Fits(C i_cConversion, EFormatKind i_eKind)
 }
 
 /** A format that was checked against its arguments when it was compiled. */
-template <typename C, typename... Args> class TFormat
+template <typename C, typename... Args>
+class TFormat
 {
 public:
     /** No text: what a table holds where nothing is to be said. */
@@ -146,8 +161,10 @@ private:
 
 } // namespace detail
 
-template <typename... Args> using TWideFormat = detail::TFormat<wchar_t, Args...>;
-template <typename... Args> using TNarrowFormat = detail::TFormat<char, Args...>;
+template <typename... Args>
+using TWideFormat = detail::TFormat<wchar_t, Args...>;
+template <typename... Args>
+using TNarrowFormat = detail::TFormat<char, Args...>;
 
 /**
  * The core: formats into a buffer of i_ulSize characters, cuts what does not fit, terminates.
@@ -175,7 +192,8 @@ size_t FormatNarrow(char* o_pszText, size_t i_ulSize,
 }
 
 /** Copies narrow text to wide, cut to the buffer and terminated. */
-template <size_t N> size_t Widen(wchar_t (&o_awszText)[N], const char* i_pszText)
+template <size_t N>
+size_t Widen(wchar_t (&o_awszText)[N], const char* i_pszText)
 {
     return FormatWide(o_awszText, N, L"%S", i_pszText);
 }

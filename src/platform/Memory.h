@@ -18,8 +18,8 @@ struct S_MEMORYSTATUS
 
 /**
  * Fills the record at the target's scale, whose memory is at most 512 MiB: the total is the smaller
- * of the machine's and that, at most half of it counts as available, and the load is what is left of
- * 100. An idle machine thus shows a load of 50, and one in real need shows it.
+ * of the machine's and that, at most half of it counts as available, and the load is what is left
+ * of 100. An idle machine thus shows a load of 50, and one in real need shows it.
  */
 CECORE_API void GlobalMemoryStatus(S_MEMORYSTATUS* io_pStatus);
 

@@ -15,7 +15,10 @@ constexpr size_t k_ulMinResting = 256;
 
 thread_local uint32_t t_ulLastError = 0;
 
-uint32_t SlotOf(cecore::Handle i_hObject) { return i_hObject & (k_ulMaxSlots - 1); }
+uint32_t SlotOf(cecore::Handle i_hObject)
+{
+    return i_hObject & (k_ulMaxSlots - 1);
+}
 
 uint32_t GenerationOf(cecore::Handle i_hObject)
 {
@@ -29,11 +32,17 @@ uint32_t KindOf(cecore::Handle i_hObject)
 
 } // namespace
 
-void SetLastError(uint32_t code) { t_ulLastError = code; }
+void SetLastError(uint32_t code)
+{
+    t_ulLastError = code;
+}
 
 namespace cecore {
 
-uint32_t GetLastError() { return t_ulLastError; }
+uint32_t GetLastError()
+{
+    return t_ulLastError;
+}
 
 uint32_t CKernelObject::Wait(uint32_t)
 {
@@ -123,8 +132,14 @@ uint32_t CObjectTable::GetCount()
     return m_ulCount;
 }
 
-bool CloseHandle(Handle i_hObject) { return CObjectTable::Instance().Remove(i_hObject); }
+bool CloseHandle(Handle i_hObject)
+{
+    return CObjectTable::Instance().Remove(i_hObject);
+}
 
-uint32_t GetOpenHandleCount() { return CObjectTable::Instance().GetCount(); }
+uint32_t GetOpenHandleCount()
+{
+    return CObjectTable::Instance().GetCount();
+}
 
 } // namespace cecore

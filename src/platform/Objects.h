@@ -13,8 +13,18 @@
 
 namespace cecore {
 
-/** Kinds of objects; the value stands in the handle. 0 and 15 stay free, so no handle is 0 or -1. */
-enum class EObjectKind : uint8_t { Mutex = 1, Event, Process, Thread, File, Device, RegistryKey };
+/** Kinds of objects; the value stands in the handle. 0 and 15 stay free, so no handle is 0 or -1.
+ */
+enum class EObjectKind : uint8_t
+{
+    Mutex = 1,
+    Event,
+    Process,
+    Thread,
+    File,
+    Device,
+    RegistryKey
+};
 
 /** Base of what a handle stands for. */
 class CKernelObject
@@ -49,7 +59,8 @@ public:
     uint32_t GetCount();
 
     /** As Find, for one class; null, with error 6, for another kind. */
-    template <typename T> std::shared_ptr<T> FindAs(Handle i_hObject, EObjectKind i_Kind)
+    template <typename T>
+    std::shared_ptr<T> FindAs(Handle i_hObject, EObjectKind i_Kind)
     {
         std::shared_ptr<CKernelObject> l_pObject = Find(i_hObject);
         if (l_pObject != nullptr && l_pObject->GetKind() != i_Kind) {
@@ -76,7 +87,8 @@ private:
 };
 
 /** Makes an object and its handle. @return 0 with the last error set on failure. */
-template <typename T, typename... Args> Handle CreateObject(Args&&... i_Args)
+template <typename T, typename... Args>
+Handle CreateObject(Args&&... i_Args)
 {
     try {
         return CObjectTable::Instance().Insert(std::make_shared<T>(std::forward<Args>(i_Args)...));

@@ -94,8 +94,8 @@ bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszComma
     l_vpszArguments.push_back(nullptr);
 
     pid_t l_lPid = 0;
-    const int l_lError = posix_spawn(&l_lPid, l_vpszArguments[0], nullptr, nullptr,
-                                     l_vpszArguments.data(), environ);
+    const int l_lError =
+        posix_spawn(&l_lPid, l_vpszArguments[0], nullptr, nullptr, l_vpszArguments.data(), environ);
     if (l_lError != 0) {
         ::SetLastError(ErrorFromErrno(l_lError));
         return false;

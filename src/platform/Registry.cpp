@@ -115,6 +115,9 @@ uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pDa
     return ERROR_SUCCESS;
 }
 
-uint32_t RegCloseKey(Handle i_hKey) { return CloseHandle(i_hKey) ? ERROR_SUCCESS : GetLastError(); }
+uint32_t RegCloseKey(Handle i_hKey)
+{
+    return CloseHandle(i_hKey) ? ERROR_SUCCESS : GetLastError();
+}
 
 } // namespace cecore

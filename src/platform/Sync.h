@@ -24,8 +24,8 @@ CECORE_API Handle CreateEventW(bool i_bManualReset, bool i_bInitialState);
  * process.
  *
  * @param i_ulMilliseconds bound of the wait, or INFINITE.
- * @return WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED when the handle is none of these or was closed
- *         meanwhile (error 6).
+ * @return WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED when the handle is none of these or was
+ * closed meanwhile (error 6).
  */
 CECORE_API uint32_t WaitForSingleObject(Handle i_hObject, uint32_t i_ulMilliseconds);
 

@@ -1,0 +1,34 @@
+#include "driver/ModuleFolder.h"
+
+#include <cwchar>
+
+#include "platform/Format.h"
+#include "platform/Module.h"
+
+namespace tornval {
+
+void GetModuleFolder(wchar_t* o_pwszFolder, uint32_t i_ulSize)
+{
+    if (o_pwszFolder == nullptr || i_ulSize == 0) {
+        return;
+    }
+    cecore::GetModuleFileNameW(nullptr, o_pwszFolder, i_ulSize);
+    wchar_t* l_pwszEnd = std::wcsrchr(o_pwszFolder, L'\\');
+    if (l_pwszEnd == nullptr) {
+        cecore::FormatWide(o_pwszFolder, i_ulSize, L"%S", "\\hd01");
+        l_pwszEnd = o_pwszFolder + std::wcslen(o_pwszFolder);
+    }
+    const auto l_ulUsed = static_cast<size_t>(l_pwszEnd - o_pwszFolder);
+    cecore::FormatWide(l_pwszEnd, i_ulSize - l_ulUsed, L"\\");
+}
+
+bool LoadModuleConfiguration(CConfigFile& o_Config)
+{
+    wchar_t l_awszFolder[k_ulMaxPath];
+    char l_aszPath[k_ulMaxPath];
+    GetModuleFolder(l_awszFolder, k_ulMaxPath);
+    cecore::FormatNarrow(l_aszPath, sizeof(l_aszPath), "%S%s", l_awszFolder, "TornvalC63.ini");
+    return o_Config.Load(l_aszPath);
+}
+
+} // namespace tornval
