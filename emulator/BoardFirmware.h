@@ -107,20 +107,20 @@ protected:
     uint16_t AnswerId(uint8_t i_ucCmdeID) const override { return i_ucCmdeID; }
 
 private:
-    using PFN_COMMAND = uint32_t (CBoardFirmware::*)(const S_REQUEST&, std::vector<uint8_t>&);
+    using S_BYTES = std::span<const uint8_t>;
+    /** A command: appends its data, returns an error code. */
+    using PFN_COMMAND = uint32_t (CBoardFirmware::*)(S_BYTES, std::vector<uint8_t>&);
     struct S_COMMAND;
     static const S_COMMAND s_aCommands[];
 
-    uint32_t SetCalibrationFlag(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t InitAcquisition(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t Rewind(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t Upload(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t Measure(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t StagePair(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t StorePairs(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-    uint32_t Unlock(const S_REQUEST& i_Request, std::vector<uint8_t>& o_vData);
-
-    void StartLocked();
+    uint32_t SetCalibrationFlag(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t InitAcquisition(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t Rewind(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t Upload(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t Measure(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t StagePair(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t StorePairs(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
+    uint32_t Unlock(S_BYTES i_Payload, std::vector<uint8_t>& o_vData);
 
     S_BOARD_STATE m_State;
     std::array<uint32_t, k_ulVoies> m_aulAdc{};

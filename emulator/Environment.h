@@ -7,8 +7,8 @@
  *
  *  - TORNVAL_EMULATOR_RECORDING: the file to play;
  *  - TORNVAL_EMULATOR_STATE: the file that stores the board's calibration;
- *  - TORNVAL_EMULATOR_NAME: settings, applied when the library is loaded and, if they have changed
- *    since, when a link is opened;
+ *  - TORNVAL_EMULATOR_NAME: settings, applied at the first open of a link after the library was
+ *    loaded and, if they have changed since, at a later one; the faults in force end then;
  *  - TORNVAL_EMULATOR_CONTROL: a folder. A file in it named board, milliohm, bt or usb holds
  * settings too; it is taken in, and removed, at the next call of the library. Write it under
  * another name and rename it, so that it is never seen half written.

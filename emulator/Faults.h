@@ -118,9 +118,6 @@ private:
     std::array<uint32_t, k_ulFaults> m_aulHits{};
 };
 
-/** Parses a decimal number, or a hexadecimal one behind 0x, that fills the whole text. */
-std::optional<uint32_t> ParseNumber(std::string_view i_Text);
-
 } // namespace emulator
 
 #endif // EMULATOR_FAULTS_H

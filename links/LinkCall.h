@@ -1,0 +1,54 @@
+/**
+ * @file LinkCall.h
+ * @brief What the entry points of all link libraries have in common.
+ */
+#ifndef LINKS_LINK_CALL_H
+#define LINKS_LINK_CALL_H
+
+#include "cecore.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace links {
+
+/** A control call, as it comes in. */
+struct S_CONTROL
+{
+    uint32_t ulConstant;
+    uint32_t ulCode;
+    const void* pIn;
+    uint32_t ulInSize;
+    void* pOut;
+    uint32_t ulOutSize;
+    uint32_t* pulCount;
+};
+
+/** Leaves the reason of a failure, and gives the result that says so. */
+inline uint32_t Fail(uint32_t i_ulError)
+{
+    SetLastError(i_ulError);
+    return 0;
+}
+
+/** Tells what is wrong with the settings of an instrument: a link has no other way to say it. */
+inline void Complain(const char* i_pszLibrary, const std::string& i_strError)
+{
+    (void)std::fprintf(stderr, "%s: %s\n", i_pszLibrary, i_strError.c_str());
+}
+
+/** Runs the operation behind an entry point; nothing is thrown into the caller. */
+template <typename T_OPERATION>
+uint32_t Guarded(T_OPERATION i_Operation)
+{
+    try {
+        return i_Operation();
+    } catch (...) {
+        return Fail(CECORE_ERROR_NOT_ENOUGH_MEMORY);
+    }
+}
+
+} // namespace links
+
+#endif // LINKS_LINK_CALL_H

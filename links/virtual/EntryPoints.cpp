@@ -1,0 +1,63 @@
+/**
+ * @file EntryPoints.cpp
+ * @brief The six entry points of virtual_link.so.
+ */
+#include "TornvalLinks.h"
+#include "links/virtual/VirtualLink.h"
+
+using links::Guarded;
+
+namespace {
+
+/** The link of this library. It goes, and its threads with it, when the library is unloaded. */
+links::CVirtualLink& Link()
+{
+    static links::CVirtualLink s_Link;
+    return s_Link;
+}
+
+} // namespace
+
+extern "C" {
+
+uint32_t RS_Init(uint32_t port, uint32_t constant, uint32_t baud_rate, uint32_t data_bits,
+                 uint32_t /*word1*/, uint32_t /*word2*/, uint32_t /*zero*/)
+{
+    return Guarded([&] { return Link().Open({port, constant, baud_rate, data_bits}); });
+}
+
+uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t baud_rate, uint32_t data_bits,
+                    uint32_t /*word1*/, uint32_t /*word2*/, uint32_t /*zero*/,
+                    uint32_t* link_handle)
+{
+    return Guarded([&] {
+        return Link().OpenEx({port, constant, baud_rate, data_bits}, link_handle);
+    });
+}
+
+uint32_t RS_DeviceIoControl(uint32_t constant, uint32_t code, const void* in, uint32_t in_size,
+                            void* out, uint32_t out_size, uint32_t* count, uint32_t zero)
+{
+    return RS_DeviceIoControl_Ex(constant, code, in, in_size, out, out_size, count, zero, 0);
+}
+
+uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in, uint32_t in_size,
+                               void* out, uint32_t out_size, uint32_t* count, uint32_t /*zero*/,
+                               uint32_t link_handle)
+{
+    return Guarded([&] {
+        return Link().Control({constant, code, in, in_size, out, out_size, count}, link_handle);
+    });
+}
+
+uint32_t RS_Close(void)
+{
+    return RS_Close_Ex(0);
+}
+
+uint32_t RS_Close_Ex(uint32_t link_handle)
+{
+    return Guarded([&] { return Link().Close(link_handle); });
+}
+
+} // extern "C"
