@@ -10,12 +10,8 @@ size_t DecodeOneChannel(const uint8_t* i_pucData, size_t i_ulSize, int32_t i_lCo
     size_t l_ulCount = 0;
     while (HoldsWholeCode(i_pucData + l_ulUsed, i_ulSize - l_ulUsed)) {
         l_ulUsed += DecodeSample(i_pucData + l_ulUsed, l_State);
-        const int32_t l_lCoef = l_State.ucRange != 0 ? i_lCoefHigh : i_lCoefLow;
-        // In unsigned arithmetic: a coefficient is 256 at most, but the product may not overflow
-        // for any.
-        o_plSamples[l_ulCount++] = static_cast<int32_t>(
-            static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(l_State.usValue))) *
-            static_cast<uint32_t>(l_lCoef));
+        o_plSamples[l_ulCount++] =
+            ScaleSampleValue(l_State.usValue, l_State.ucRange != 0 ? i_lCoefHigh : i_lCoefLow);
     }
     return l_ulCount;
 }

@@ -48,6 +48,17 @@ inline size_t DecodeSample(const uint8_t* i_pucCode, S_SAMPLE_STATE& io_State)
     return 2;
 }
 
+/**
+ * A sample as a measure: its value as a signed number, times the coefficient of its range.
+ *
+ * In unsigned arithmetic: a coefficient is 256 at most, but the product may not overflow for any.
+ */
+inline int32_t ScaleSampleValue(uint16_t i_usValue, int32_t i_lCoef)
+{
+    const int32_t l_lValue = static_cast<int16_t>(i_usValue);
+    return static_cast<int32_t>(static_cast<uint32_t>(l_lValue) * static_cast<uint32_t>(i_lCoef));
+}
+
 /** Whether a whole code stands at the head of that many bytes. */
 inline bool HoldsWholeCode(const uint8_t* i_pucCode, size_t i_ulSize)
 {

@@ -1,0 +1,94 @@
+#include "probes/BTProbeDriver.h"
+
+#include <atomic>
+
+namespace tornval {
+namespace {
+
+constexpr int32_t k_lDefaultInitTimeout = 10000;
+
+constexpr S_PROBE_LINK k_Link = {
+    .ulDriverType = TORNVAL_DRIVER_BT_PROBE,
+    .ulBaseID = 2000,
+    .pszLinkType = "BT",
+    .pszDefaultLibrary = "zondebtc6.dll",
+    .ucPortWithoutFile = 1,
+    .pwszInit = L"PBT_Init",
+    .pwszClose = L"PBT_Close",
+    .pwszDeviceIoControl = L"PBT_DeviceIoControl",
+    .ulSendCode = IOCTL_PBT_SEND_COMMAND,
+    .ulFetchCode = IOCTL_PBT_GET_RESULT,
+    // The class of this line's name is the one that its readers look for.
+    .CreateError = {ERROR_LEVEL, L"CBTProbeDriver::CUSBProbeDriver> Create Driver probe BT error"},
+    .InitError = {ERROR_LEVEL, L"CBTProbeDriver::Init> m_pFn_PBTInit return FALSE (port: %02X)"},
+    .SendEntry = {INFO_GENERAL_LEVEL, L"CBTProbeDriver::SendCommand> DriverID:%ld CMID:%02X"},
+    .SendEntryNull = {INFO_GENERAL_LEVEL, L"CBTProbeDriver::SendCommand> DriverID:%ld CMID: NULL"},
+    .SendBadCommand = {ERROR_LEVEL, L"CBTProbeDriver::SendCommand> Bad command"},
+    .SendBadSize = {ERROR_LEVEL, L"CBTProbeDriver::SendCommand> Bad size: %lu"},
+    .SendNoMemory = {ERROR_LEVEL, L"CBTProbeDriver::SendCommand> TempSendStruc allocation error"},
+    .SendNoReceiveStruct = {ERROR_LEVEL,
+                            L"CBTProbeDriver::SendCommand> o_pReceiveStruct allocation error"},
+    .SendError = {ERROR_LEVEL, L"CBTProbeDriver::SendCommand> m_pFn_PBTDeviceIoControl error: %ld"},
+    .SendSizeError = {ERROR_LEVEL,
+                      L"CBTProbeDriver::SendCommand> m_pFn_PBTDeviceIoControl size error"},
+    .FetchError = {ERROR_LEVEL, L"CBTProbeDriver::GetResultGetRollingCmde> "
+                                L"m_pFn_PBTDeviceIoControl error (last error %ld)"}};
+
+std::atomic<uint32_t> s_ulCounter{0};
+
+} // namespace
+
+CBTProbeDriver::CBTProbeDriver()
+{
+    m_ulDriverType = k_Link.ulDriverType;
+    SetIdentity(s_ulCounter++, k_Link.ulBaseID, k_Link.pszLinkType);
+    if (LoadProbeLibrary().ulStatus == 1) {
+        k_Link.CreateError.Emit();
+    }
+}
+
+CBTProbeDriver::~CBTProbeDriver() = default;
+
+void CBTProbeDriver::ReadConfiguration()
+{
+    CConfigFile l_Config;
+    ReadLinkConfiguration(k_Link, l_Config, m_ucPortNumber);
+    char l_aszBaudRate[k_ulBaudRateSize];
+    l_Config.GetString(k_Link.pszLinkType, "BAUD_RATE", "460800", l_aszBaudRate,
+                       sizeof(l_aszBaudRate) - 1);
+    cecore::Widen(m_wszBaudRate, l_aszBaudRate);
+    m_ulInitTimeout = l_Config.GetInt(k_Link.pszLinkType, "INIT_TIMEOUT", k_lDefaultInitTimeout);
+}
+
+S_RESULT CBTProbeDriver::LoadProbeLibrary()
+{
+    ReadConfiguration();
+    return CProbeDriver::LoadProbeLibrary(k_Link, m_pFn_PBTInit, m_pFn_PBTClose,
+                                          m_pFn_PBTDeviceIoControl);
+}
+
+S_RESULT CBTProbeDriver::Init()
+{
+    return InitLink(k_Link, m_pFn_PBTInit, m_ucPortNumber, m_wszBaudRate, m_ulInitTimeout);
+}
+
+S_RESULT CBTProbeDriver::Close()
+{
+    return CloseLink(k_Link, m_pFn_PBTClose);
+}
+
+S_RESULT CBTProbeDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceiveStruct,
+                                     const void* i_pcData, uint8_t)
+{
+    return SendOnLink(k_Link, m_pFn_PBTDeviceIoControl, i_pCmde, o_pReceiveStruct, i_pcData);
+}
+
+S_RESULT CBTProbeDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
+                                   int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
+                                   uint32_t, uint8_t)
+{
+    return GetResultFromLink(k_Link, m_pFn_PBTDeviceIoControl, i_ulNbReturnByte, o_pcRawData,
+                             o_plProcessedDataSize, o_plProcessedData);
+}
+
+} // namespace tornval
