@@ -1,0 +1,395 @@
+#include "api/Router.h"
+
+#include <new>
+
+#include "driver/ModuleFolder.h"
+#include "platform/Format.h"
+#include "probes/BTProbeDriver.h"
+#include "probes/USBProbeDriver.h"
+#include "simulation/BTProbeDriverSimu.h"
+#include "simulation/IntMeasDriverSimu.h"
+#include "simulation/MilliOhmDriverSerialSimu.h"
+#include "simulation/USBProbeDriverSimu.h"
+#include "support/Text.h"
+#include "support/Trace.h"
+
+namespace tornval {
+namespace {
+
+/** Builds the driver of a mode; null for another mode or without memory. */
+template <typename Real, typename Simu>
+std::unique_ptr<CMeasDriver> Build(uint32_t i_ulMode, const S_TRACE_TEXT<>& i_RealLine = {},
+                                   const S_TRACE_TEXT<>& i_SimuLine = {})
+{
+    switch (i_ulMode) {
+    case MODE_REAL:
+        i_RealLine.Emit();
+        return std::unique_ptr<CMeasDriver>(new (std::nothrow) Real());
+    case MODE_SIMU:
+        i_SimuLine.Emit();
+        return std::unique_ptr<CMeasDriver>(new (std::nothrow) Simu());
+    default:
+        return nullptr;
+    }
+}
+
+/** A forwarded call: the driver's record, or the stage's failure where there is no driver. */
+template <typename F>
+S_RESULT Forward(CMeasDriver* i_pDriver, uint32_t i_ulStep, F&& i_fnCall)
+{
+    return i_pDriver == nullptr ? MakeResult(TORNVAL_DRIVER_NONE, i_ulStep, 1)
+                                : i_fnCall(*i_pDriver);
+}
+
+} // namespace
+
+struct CRouter::S_ROAD
+{
+    uint32_t ulDriverType;
+    S_TRACE_TEXT<> Start;
+    S_TRACE_TEXT<CMeasDriver*> Driver;
+    S_TRACE_TEXT<uint32_t> Stop;
+};
+
+constinit const CRouter::S_ROAD CRouter::s_MORoad = {
+    TORNVAL_DRIVER_MILLIOHM,
+    {INFO_LEVEL, L"CRouter::LoadMODriver> START"},
+    {INFO_LEVEL, L"CRouter::LoadMODriver> driver: %08x"},
+    {INFO_LEVEL, L"CRouter::LoadMODriver> STOP status=%d"}};
+
+constinit const CRouter::S_ROAD CRouter::s_IMBRoad = {
+    TORNVAL_DRIVER_BOARD,
+    {INFO_LEVEL, L"CRouter::LoadIMBDriver> START"},
+    {INFO_LEVEL, L"driver: %08x"},
+    {INFO_LEVEL, L"CRouter::LoadIMBDriver> STOP status=%d"}};
+
+constinit const CRouter::S_ROAD CRouter::s_BTRoad = {
+    TORNVAL_DRIVER_BT_PROBE,
+    {INFO_LEVEL, L"CRouter::LoadBTDriver> START"},
+    {INFO_LEVEL, L"CRouter::LoadBTDriver> driver: %08x"},
+    {INFO_LEVEL, L"CRouter::LoadBTDriver> STOP status=%d"}};
+
+constinit const CRouter::S_ROAD CRouter::s_USBRoad = {
+    TORNVAL_DRIVER_USB_PROBE,
+    {INFO_LEVEL, L"CRouter::LoadUSBDriver> START"},
+    {INFO_LEVEL, L"CRouter::LoadUSBDriver> driver: %08x"},
+    {INFO_LEVEL, L"CRouter::LoadUSBDriver> STOP status=%d"}};
+
+CRouter& CRouter::Instance()
+{
+    static CRouter s_Router;
+    return s_Router;
+}
+
+CRouter::CRouter() : m_hMutex(cecore::CreateMutexW(false))
+{
+    ReadConfiguration();
+}
+
+CRouter::~CRouter()
+{
+    UnloadMeasDrivers();
+    if (m_hMutex != 0) {
+        cecore::CloseHandle(m_hMutex);
+    }
+}
+
+void CRouter::ReadConfiguration()
+{
+    CConfigFile l_Config;
+    if (!LoadModuleConfiguration(l_Config)) {
+        return;
+    }
+    const auto l_fnMode = [&l_Config](const char* i_pszSection) -> uint32_t {
+        return l_Config.GetInt(i_pszSection, "SIMU", 0) != 0 ? MODE_SIMU : MODE_REAL;
+    };
+    m_ulUSBMode = l_fnMode("USB");
+    m_ulBTMode = l_fnMode("BT");
+    m_ulIMMode = l_fnMode("IM");
+    m_bLoadUSB = l_Config.GetInt("USB", "LOAD", 0) != 0;
+    m_bLoadBT = l_Config.GetInt("BT", "LOAD", 0) != 0;
+    if (l_Config.GetInt("LOG", "ENABLE", 0) != 1) {
+        return;
+    }
+    const uint32_t l_ulType = l_Config.GetInt("LOG", "TYPE", 0);
+    const auto l_usLevel = static_cast<uint16_t>(l_Config.GetInt("LOG", "LEVEL", 0));
+    std::unique_ptr<CTraceLog> l_pLog;
+    if (l_ulType == 0) {
+        l_pLog.reset(new (std::nothrow) CTraceLogFile("\\hd00\\log_tornval.txt", l_usLevel));
+    } else if (l_ulType == 1) {
+        l_pLog.reset(new (std::nothrow) CTraceLogConsole(l_usLevel));
+    }
+    if (l_pLog != nullptr) {
+        SetTraceLog(std::move(l_pLog));
+        ResetTraceLog();
+    }
+}
+
+std::unique_ptr<CMeasDriver> CRouter::CreateDriver(uint32_t i_ulDriverType)
+{
+    Trace(INFO_GENERAL_LEVEL, L"CRouter::CreateDriver> DriverType: %d", i_ulDriverType);
+    std::unique_ptr<CMeasDriver> l_pDriver;
+    switch (i_ulDriverType) {
+    case TORNVAL_DRIVER_BT_PROBE:
+        return Build<CBTProbeDriver, CBTProbeDriverSimu>(
+            m_ulBTMode, {INFO_LEVEL, L"CRouter::CreateDriver> create Probe BT driver Instance"},
+            {INFO_LEVEL, L"CRouter::CreateDriver> create Probe BT simu driver Instance"});
+    case TORNVAL_DRIVER_USB_PROBE:
+        return Build<CUSBProbeDriver, CUSBProbeDriverSimu>(
+            m_ulUSBMode, {INFO_LEVEL, L"CRouter::CreateDriver> create Probe USB driver Instance"},
+            {INFO_LEVEL, L"CRouter::CreateDriver> create Probe USB simu driver Instance"});
+    case TORNVAL_DRIVER_BOARD:
+        l_pDriver = Build<CIntMeasDriverSerial, CIntMeasDriverSimu>(m_ulIMMode);
+        break;
+    case TORNVAL_DRIVER_MILLIOHM:
+        l_pDriver = Build<C_MilliOhmDriverSerial, C_MilliOhmDriverSerialSimu>(m_ulIMMode);
+        break;
+    default:
+        break;
+    }
+    if (l_pDriver != nullptr && l_pDriver->CreateDriverInstance().ulStatus != 0) {
+        l_pDriver.reset();
+    }
+    return l_pDriver;
+}
+
+S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver)
+{
+    S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_LOAD);
+    Trace(INFO_LEVEL, L"CRouter::InitAndAddDriverToMap>");
+    if (io_pDriver == nullptr) {
+        Trace(INFO_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR Driver is NULL");
+        l_Result.ulStatus = 1;
+        return l_Result;
+    }
+    l_Result = io_pDriver->Init();
+    if (l_Result.ulStatus != 0) {
+        io_pDriver.reset();
+        return l_Result;
+    }
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    const uint32_t l_ulDriverID = io_pDriver->GetDriverID();
+    Trace(INFO_LEVEL, L"CRouter::InitAndAddDriverToMap> add driver to the map: id=%d",
+          l_ulDriverID);
+    m_mapDrivers[static_cast<int32_t>(l_ulDriverID)] = std::move(io_pDriver);
+    return l_Result;
+}
+
+uint32_t CRouter::LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result)
+{
+    i_Road.Start.Emit();
+    std::unique_ptr<CMeasDriver> l_pDriver = CreateDriver(i_Road.ulDriverType);
+    i_Road.Driver.Emit(l_pDriver.get());
+    uint32_t l_ulDone = 1;
+    if (InitAndAddDriverToMap(l_pDriver).ulStatus != 0) {
+        io_Result.ulStatus = 1;
+        l_ulDone = 0;
+    }
+    i_Road.Stop.Emit(l_ulDone);
+    return l_ulDone;
+}
+
+uint32_t CRouter::LoadIMBDriver(S_RESULT& io_Result)
+{
+    return LoadByRoad(s_IMBRoad, io_Result);
+}
+
+uint32_t CRouter::LoadMODriver(S_RESULT& io_Result)
+{
+    return LoadByRoad(s_MORoad, io_Result);
+}
+
+uint32_t CRouter::LoadBTDriver(S_RESULT& io_Result)
+{
+    return LoadByRoad(s_BTRoad, io_Result);
+}
+
+uint32_t CRouter::LoadUSBDriver(S_RESULT& io_Result)
+{
+    return LoadByRoad(s_USBRoad, io_Result);
+}
+
+S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
+{
+    Trace(INFO_LEVEL, L"CRouter::LoadMeasDriver> START");
+    UnloadMeasDrivers();
+    S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_LOAD);
+    if ((i_lMask & TORNVAL_LOAD_MILLIOHM) != 0) {
+        LoadMODriver(l_Result);
+    }
+    if ((i_lMask & TORNVAL_LOAD_BOARD) != 0) {
+        LoadIMBDriver(l_Result);
+    }
+    if (i_lMask != 0 && m_bLoadBT) {
+        LoadBTDriver(l_Result);
+    }
+    if (i_lMask != 0 && m_bLoadUSB) {
+        LoadUSBDriver(l_Result);
+    }
+    Trace(INFO_LEVEL, L"CRouter::LoadMeasDriver> STOP status=%d", l_Result.ulStatus);
+    return l_Result;
+}
+
+void CRouter::UnloadMeasDrivers()
+{
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    while (!m_mapDrivers.empty()) {
+        m_mapDrivers.erase(m_mapDrivers.begin());
+    }
+}
+
+CMeasDriver* CRouter::GetDriverFromID(uint32_t i_ulDriverID)
+{
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    Trace(INFO_GENERAL_LEVEL, L"CRouter::GetDriverFromID> driver ID: %ld Nb Drivers: %ld",
+          i_ulDriverID, static_cast<uint32_t>(m_mapDrivers.size()));
+    const auto l_It = m_mapDrivers.find(static_cast<int32_t>(i_ulDriverID));
+    return l_It == m_mapDrivers.end() ? nullptr : l_It->second.get();
+}
+
+CMeasDriver* CRouter::GetDriverFromLinkType(const char* i_pszLinkType)
+{
+    if (i_pszLinkType == nullptr) {
+        return nullptr;
+    }
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
+        char l_aszLinkType[256];
+        l_pDriver->GetLinkType(l_aszLinkType);
+        if (EqualsNoCase(l_aszLinkType, i_pszLinkType)) {
+            return l_pDriver.get();
+        }
+    }
+    return nullptr;
+}
+
+uint32_t CRouter::EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDrivers,
+                                  uint32_t* o_pulNbDrivers)
+{
+    if (o_pulNbDrivers == nullptr) {
+        return 0;
+    }
+    *o_pulNbDrivers = 0;
+    if (o_pDrivers == nullptr) {
+        return 0;
+    }
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
+        if (*o_pulNbDrivers >= i_ulMaxDrivers) {
+            break;
+        }
+        auto* l_pucRecord = reinterpret_cast<uint8_t*>(o_pDrivers + *o_pulNbDrivers);
+        char l_aszLinkType[256];
+        char l_aszDriverName[260];
+        l_pDriver->GetLinkType(l_aszLinkType);
+        l_pDriver->GetDriverName(l_aszDriverName);
+        std::memset(l_pucRecord, 0, sizeof(S_DRIVER_INFO));
+        WriteLe32(l_pucRecord + offsetof(S_DRIVER_INFO, ulDriverID), l_pDriver->GetDriverID());
+        cecore::FormatNarrow(o_pDrivers[*o_pulNbDrivers].szLinkType,
+                             sizeof(S_DRIVER_INFO::szLinkType), "%s", l_aszLinkType);
+        // A name that is longer than its field is cut.
+        cecore::FormatNarrow(o_pDrivers[*o_pulNbDrivers].szDriverName,
+                             sizeof(S_DRIVER_INFO::szDriverName), "%s", l_aszDriverName);
+        Trace(INFO_LEVEL,
+              L"CRouter::EnumMeasDrivers> driver=%08X DriverID=%d LinkType=%S DriverName=%S",
+              l_pDriver.get(), l_pDriver->GetDriverID(), l_aszLinkType, l_aszDriverName);
+        ++*o_pulNbDrivers;
+    }
+    return 1;
+}
+
+S_RESULT CRouter::InitDriver(uint32_t i_ulDriverID, int32_t bForceInit)
+{
+    Trace(INFO_LEVEL, L"CRouter::InitDriver> DriverID=%d bForceInit=%d", i_ulDriverID, bForceInit);
+    CMeasDriver* l_pDriver = GetDriverFromID(i_ulDriverID);
+    if (l_pDriver == nullptr) {
+        Trace(ERROR_LEVEL, L"CRouter::InitDriver> Driver %d Not found", i_ulDriverID);
+    } else if (bForceInit != 1 && l_pDriver->IsInitialised()) {
+        return MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_INIT);
+    }
+    return Forward(l_pDriver, TORNVAL_STEP_INIT,
+                   [](CMeasDriver& io_Driver) { return io_Driver.Init(); });
+}
+
+S_RESULT CRouter::ResetDriver(uint32_t i_ulDriverID)
+{
+    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_CLOSE,
+                   [](CMeasDriver& io_Driver) { return io_Driver.Close(); });
+}
+
+S_RESULT CRouter::SendCommand(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
+                              S_RECEIVE_STRUCT* o_pReceiveStruct, const void* i_pcData)
+{
+    if (i_pCmde != nullptr) {
+        Trace(INFO_GENERAL_LEVEL, L"CRouter::SendCommand> DriverID:%ld CMID:%02X", i_ulDriverID,
+              i_pCmde->CmdeID);
+    } else {
+        Trace(INFO_GENERAL_LEVEL, L"CRouter::SendCommand> DriverID:%ld CMID: NULL", i_ulDriverID);
+    }
+    CMeasDriver* l_pDriver = GetDriverFromID(i_ulDriverID);
+    if (l_pDriver == nullptr) {
+        Trace(ERROR_LEVEL, L"CRouter::SendCommand> DriverNot Found");
+    }
+    return Forward(l_pDriver, TORNVAL_STEP_SEND, [&](CMeasDriver& io_Driver) {
+        return io_Driver.SendCommand(i_pCmde, o_pReceiveStruct, i_pcData, 0);
+    });
+}
+
+S_RESULT CRouter::GetResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte, char* o_pcRawData,
+                            int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
+                            uint32_t i_ulTimeout, uint8_t i_bCompensation)
+{
+    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_RESULT, [&](CMeasDriver& io_Driver) {
+        return io_Driver.GetResult(i_ulNbReturnByte, o_pcRawData, o_plProcessedDataSize,
+                                   o_plProcessedData, i_ulTimeout, i_bCompensation);
+    });
+}
+
+S_RESULT CRouter::GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue,
+                                            uint32_t i_ulVoie, uint32_t i_ulMeasureParam)
+{
+    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
+        return io_Driver.GetInstantMeasure(o_plValue, i_ulVoie, 1, i_ulMeasureParam);
+    });
+}
+
+S_RESULT CRouter::GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie, uint8_t i_bCompensation)
+{
+    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
+        return io_Driver.GetInstantMeasure(o_plValue, i_ulVoie, i_bCompensation, 0);
+    });
+}
+
+S_RESULT CRouter::CurrentGeneratorBurst(uint32_t i_ulBurst)
+{
+    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
+        return io_Driver.CurrentGeneratorBurst(i_ulBurst);
+    });
+}
+
+S_RESULT CRouter::GetMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2, int32_t* o_plValue3)
+{
+    if (o_plValue1 == nullptr || o_plValue2 == nullptr || o_plValue3 == nullptr) {
+        return MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_NONE, 1);
+    }
+    *o_plValue1 = *o_plValue2 = *o_plValue3 = 0;
+    return Forward(GetDriverFromLinkType("MO"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
+        return io_Driver.GetMicroOhmMeasure(o_plValue1, o_plValue2, o_plValue3);
+    });
+}
+
+uint32_t CRouter::GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff)
+{
+    CMeasDriver* l_pDriver = GetDriverFromLinkType("IM");
+    return l_pDriver == nullptr ? 0 : l_pDriver->GetMBCalibrationCoeff(o_pdA, o_pdB, i_ulNbCoeff);
+}
+
+S_RESULT CRouter::SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB,
+                                   uint32_t i_ulNbCoeff)
+{
+    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
+        return io_Driver.SetMBCalibration(i_pulIndex, i_pdA, i_pdB, i_ulNbCoeff);
+    });
+}
+
+} // namespace tornval

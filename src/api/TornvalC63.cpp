@@ -1,0 +1,157 @@
+// The exported functions: each hands its arguments to the router and gives the record back.
+
+#include "TornvalC63.h"
+
+#include <utility>
+
+#include <cxxabi.h>
+
+#include "api/Router.h"
+#include "support/Trace.h"
+
+namespace {
+
+using tornval::CRouter;
+using tornval::Trace;
+
+/** What a call gives that something was thrown out of: a failure. */
+template <typename T>
+struct S_ESCAPED;
+template <>
+struct S_ESCAPED<S_RESULT>
+{
+    static S_RESULT Get() { return tornval::MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_NONE, 1); }
+};
+template <>
+struct S_ESCAPED<uint32_t>
+{
+    static uint32_t Get() { return 0; }
+};
+
+/** Runs a call of the router; nothing is thrown out of it but the cancelling of the thread. */
+template <typename F>
+auto Guarded(F&& i_fnCall)
+{
+    using Result = decltype(i_fnCall(std::declval<CRouter&>()));
+    try {
+        return i_fnCall(CRouter::Instance());
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        return S_ESCAPED<Result>::Get();
+    }
+}
+
+} // namespace
+
+S_RESULT LoadMeasDrivers(int32_t i_lMask)
+{
+    return Guarded([&](CRouter& io_Router) { return io_Router.LoadMeasDrivers(i_lMask); });
+}
+
+uint32_t EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDrivers,
+                         uint32_t* o_pulNbDrivers)
+{
+    return Guarded([&](CRouter& io_Router) {
+        return io_Router.EnumMeasDrivers(o_pDrivers, i_ulMaxDrivers, o_pulNbDrivers);
+    });
+}
+
+S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceInit)
+{
+    return Guarded(
+        [&](CRouter& io_Router) { return io_Router.InitDriver(i_ulDriverID, bForceInit); });
+}
+
+S_RESULT ResetMeasBoard(uint32_t i_ulDriverID)
+{
+    return Guarded([&](CRouter& io_Router) { return io_Router.ResetDriver(i_ulDriverID); });
+}
+
+S_RESULT SendMeasBoardCmd(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
+                          S_RECEIVE_STRUCT* o_pReceiveStruct, const void* i_pcData)
+{
+    Trace(tornval::INFO_LEVEL, L"API::SendMeasBoardCmd> DriverID=%d", i_ulDriverID);
+    const S_RESULT l_Result = Guarded([&](CRouter& io_Router) {
+        return io_Router.SendCommand(i_ulDriverID, i_pCmde, o_pReceiveStruct, i_pcData);
+    });
+    if (l_Result.ulStatus == 1) {
+        Trace(tornval::ERROR_LEVEL, L"API::SendMeasBoardCmd> Error");
+    }
+    return l_Result;
+}
+
+S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte, char* o_pcRawData,
+                            int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
+                            uint32_t i_ulTimeout)
+{
+    Trace(tornval::INFO_LEVEL, L"API::GetMeasBoardResult> DriverID=%d", i_ulDriverID);
+    const S_RESULT l_Result = Guarded([&](CRouter& io_Router) {
+        return io_Router.GetResult(i_ulDriverID, i_ulNbReturnByte, o_pcRawData,
+                                   o_plProcessedDataSize, o_plProcessedData, i_ulTimeout, 1);
+    });
+    if (l_Result.ulStatus == 1) {
+        Trace(tornval::ERROR_LEVEL, L"API::GetMeasBoardResult> Error");
+    }
+    return l_Result;
+}
+
+S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst)
+{
+    return Guarded([&](CRouter& io_Router) { return io_Router.CurrentGeneratorBurst(i_ulBurst); });
+}
+
+S_RESULT GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie)
+{
+    return Guarded(
+        [&](CRouter& io_Router) { return io_Router.GetInstantMeasure(o_plValue, i_ulVoie, 1); });
+}
+
+S_RESULT GetInstantMeasureWithoutCompensation(int32_t* o_plValue, uint32_t i_ulVoie)
+{
+    return Guarded(
+        [&](CRouter& io_Router) { return io_Router.GetInstantMeasure(o_plValue, i_ulVoie, 0); });
+}
+
+S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue, uint32_t i_ulVoie,
+                                   uint32_t i_ulMeasureParam)
+{
+    return Guarded([&](CRouter& io_Router) {
+        return io_Router.GetInstantMeasureOnDevice(i_ulDriverID, o_plValue, i_ulVoie,
+                                                   i_ulMeasureParam);
+    });
+}
+
+S_RESULT GetAllMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2, int32_t* o_plValue3)
+{
+    return Guarded([&](CRouter& io_Router) {
+        return io_Router.GetMicroOhmMeasure(o_plValue1, o_plValue2, o_plValue3);
+    });
+}
+
+S_RESULT GetMicroOhmMeasure(int32_t* o_plValue)
+{
+    if (o_plValue == nullptr) {
+        return S_ESCAPED<S_RESULT>::Get();
+    }
+    int32_t l_alValues[3] = {};
+    const S_RESULT l_Result = Guarded([&](CRouter& io_Router) {
+        return io_Router.GetMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]);
+    });
+    *o_plValue = l_alValues[0];
+    return l_Result;
+}
+
+uint32_t GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff)
+{
+    return Guarded([&](CRouter& io_Router) {
+        return io_Router.GetMBCalibrationCoeff(o_pdA, o_pdB, i_ulNbCoeff);
+    });
+}
+
+S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB, uint32_t i_ulNbCoeff)
+{
+    return Guarded([&](CRouter& io_Router) {
+        return io_Router.SetMBCalibration(i_pulIndex, i_pdA, i_pdB, i_ulNbCoeff);
+    });
+}

@@ -1,0 +1,227 @@
+#include "board/IntMeasDriverSerial.h"
+
+#include <memory>
+#include <new>
+
+#include "driver/ModuleFolder.h"
+#include "platform/Clock.h"
+#include "support/Numbers.h"
+
+namespace tornval {
+namespace {
+
+/** Line of the instrument that holds the board in reset while it is 0. */
+constexpr int32_t k_lResetPin = 162;
+constexpr uint32_t k_ulResetTime = 1000;
+
+constexpr uint8_t k_ucCalibrationOpen = 215;
+constexpr uint8_t k_ucCalibrationWrite = 213;
+constexpr uint8_t k_ucCalibrationCommit = 214;
+
+} // namespace
+
+CIntMeasDriverSerial::~CIntMeasDriverSerial()
+{
+    CIntMeasDriverSerial::Close();
+    CSerialDriver::ReleaseSerialDriver();
+}
+
+const S_EXCHANGE_TEXTS& CIntMeasDriverSerial::Texts() const
+{
+    static constexpr S_EXCHANGE_TEXTS s_Texts = [] {
+        S_EXCHANGE_TEXTS l_Texts = k_SerialLinkTexts;
+        l_Texts.SendArgument = {ERROR_LEVEL,
+                                L"CIntMeasDriverSerial::SendCommand> allocation error"};
+        l_Texts.SendCmde = {INFO_GENERAL_LEVEL, L"CIntMeasDriverSerial::SendCommand> cmde=%02X"};
+        l_Texts.SendUnknown = {ERROR_LEVEL,
+                               L"CIntMeasDriverSerial::SendCommand> ERROR unknown cmde"};
+        l_Texts.SendRefused = {ERROR_LEVEL, L"CIntMeasDriverSerial::SendCommand> Unknown commad"};
+        l_Texts.SendSize = {ERROR_LEVEL, L"CIntMeasDriverSerial::SendCommand> ERROR size: %u"};
+        l_Texts.bDumpFrame = true;
+        l_Texts.SendFailed = {ERROR_LEVEL,
+                              L"CIntMeasDriverSerial::SendCommand> ERROR echec du DeviceIO"};
+        l_Texts.SendStatus = {ERROR_LEVEL,
+                              L"CIntMeasDriverSerial::SendCommand> ERROR echec de la cmde "
+                              L"avec status: %d"};
+        l_Texts.SendDone = {INFO_LEVEL, L"CIntMeasDriverSerial::SendCommand> OK"};
+        l_Texts.FetchStart = {INFO_LEVEL, L"CIntMeasDriverSerial::GetResult>"};
+        l_Texts.FetchArgument = {ERROR_LEVEL, L"CIntMeasDriverSerial::GetResult> ERROR:  NULL"};
+        l_Texts.FetchTimeout = {ERROR_LEVEL,
+                                L"CIntMeasDriverSerial::GetResult> ERROR:  timeout ou event "
+                                L"detruit (cmdeid=%02X)"};
+        l_Texts.FetchRawNull = {ERROR_LEVEL,
+                                L"CIntMeasDriverSerial::GetResult> ERROR:  o_pcRawData is "
+                                L"NULL (cmdeid=%02X)"};
+        l_Texts.FetchIoCmde = {ERROR_LEVEL,
+                               L"CIntMeasDriverSerial::GetResult> device io error(cmdeid=%02X)"};
+        l_Texts.FetchStatusCmde = {ERROR_LEVEL, L"CIntMeasDriverSerial::GetResult> cmde error avec "
+                                                L"status: %d (cmdeid=%02X)"};
+        l_Texts.FetchHeadCmde = {ERROR_LEVEL,
+                                 L"CIntMeasDriverSerial::GetResult> taille entete "
+                                 L"insuffisante (taille: %d  attendue: %d) (cmdeid=%02X)"};
+        l_Texts.FetchError = {ERROR_LEVEL, L"CIntMeasDriverSerial::GetResult> ERROR (cmdeid=%d)"};
+        l_Texts.FetchCmde = {INFO_GENERAL_LEVEL, L"CIntMeasDriverSerial::GetResult> CmdeID: %02X"};
+        l_Texts.FetchPlain = {INFO_LEVEL, L"CIntMeasDriverSerial::GetResult> OK (cmdeid=%02X)"};
+        l_Texts.FetchUnknown = {ERROR_LEVEL,
+                                L"CIntMeasDriverSerial::GetResult> ERROR unknown command"};
+        return l_Texts;
+    }();
+    return s_Texts;
+}
+
+S_RESULT CIntMeasDriverSerial::CreateDriverInstance()
+{
+    static constexpr S_TRACE_TEXT<wchar_t*, uint32_t> s_LoadError = {
+        ERROR_LEVEL,
+        L"CIntMeasDriverSerial::CreateDriverInstance> LoadDriver: %s (last error: %ld)\n"};
+    const CDriverLock l_Lock(*this);
+    Trace(INFO_LEVEL, L"CIntMeasDriverSerial::CreateDriverInstance>");
+    return OpenLink(s_LoadError, 0);
+}
+
+S_RESULT CIntMeasDriverSerial::OpenLink(const S_TRACE_TEXT<wchar_t*, uint32_t>& i_LoadError,
+                                        uint32_t bUseExtended)
+{
+    ReadConfiguration();
+    wchar_t l_awszName[k_ulMaxPath];
+    cecore::Widen(l_awszName, m_szDriverName);
+    if (m_pSerialDriver == nullptr || m_pSerialDriver->LoadDriver(l_awszName) != 1) {
+        S_RESULT l_Result = MakeResult(m_ulDriverType, TORNVAL_STEP_NONE, 1);
+        l_Result.ulLastError = cecore::GetLastError();
+        i_LoadError.Emit(l_awszName, l_Result.ulLastError);
+        return l_Result;
+    }
+    return InitModule(bUseExtended);
+}
+
+S_RESULT CIntMeasDriverSerial::InitModule(uint32_t bUseExtended)
+{
+    S_RESULT l_Result = MakeResult(m_ulDriverType, TORNVAL_STEP_INIT);
+    Trace(INFO_LEVEL,
+          L"CIntMeasDriverSerial::InitModule> Use Extended API: %d SerialDriver: %08X "
+          L"DllWrapperInit=%d",
+          bUseExtended, static_cast<const void*>(m_pSerialDriver), m_bDllWrapperInit);
+    if (m_bDllWrapperInit == 1) {
+        return l_Result;
+    }
+    if (m_pSerialDriver == nullptr) {
+        l_Result.ulStatus = 1;
+        Trace(ERROR_LEVEL, L"CIntMeasDriverSerial::InitModule> ERROR m_pSerialDriver NULL");
+    } else {
+        const uint32_t l_ulOpen =
+            bUseExtended == 0
+                ? m_pSerialDriver->RS_Init(m_ucSerialPort, RS_LINK_CONSTANT, m_ulBaudRate,
+                                           m_ulDataBits, m_ulLinkWord1, m_ulLinkWord2, 0)
+                : m_pSerialDriver->RS_Init_Ex(m_ucSerialPort, RS_LINK_CONSTANT, m_ulBaudRate,
+                                              m_ulDataBits, m_ulLinkWord1, m_ulLinkWord2, 0,
+                                              &m_ulLinkHandle);
+        if (l_ulOpen != 0) {
+            m_bDllWrapperInit = 1;
+        } else {
+            l_Result.ulFwStatus = 1;
+            Trace(ERROR_LEVEL, L"CIntMeasDriverSerial::InitModule> m_pFn_RS_Init return FALSE");
+        }
+    }
+    Trace(INFO_LEVEL, L"CIntMeasDriverSerial::InitModule> END status: %d", l_Result.ulStatus);
+    return l_Result;
+}
+
+bool CIntMeasDriverSerial::DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
+                                    void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
+{
+    return m_pSerialDriver->RS_DeviceIoControl(RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize,
+                                               o_pOut, i_ulOutSize, o_pulReturned, 0) != 0;
+}
+
+bool CIntMeasDriverSerial::BuildFrame(const S_SEND_STRUCT& i_Cmde, uint8_t, S_DATA* o_pFrame)
+{
+    if (i_Cmde.CmdeID == k_ucCalibrationOpen) {
+        PrepareCommande(0, static_cast<uint16_t>(GetSize(i_Cmde)), i_Cmde.CmdeID,
+                        GetTimeout(i_Cmde), i_Cmde.ucCmdeParam, o_pFrame);
+        return true;
+    }
+    return i_Cmde.CmdeID != 0 && CIntMeasDriver::BuildFrame(i_Cmde, 0, o_pFrame);
+}
+
+bool CIntMeasDriverSerial::IsPlainCommand(uint16_t i_usCmdeID) const
+{
+    return i_usCmdeID == k_ucCalibrationOpen ||
+           (i_usCmdeID > 3 && CIntMeasDriver::IsPlainCommand(i_usCmdeID));
+}
+
+void CIntMeasDriverSerial::GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte,
+                                                     const S_DATA* i_pAnswer, S_RESULT& o_Result)
+{
+    Trace(INFO_LEVEL, L"CIntMeasDriverSerial::GetResult_ACQUSITION_INIT>");
+    DecodeCoefficients(i_ulNbReturnByte, i_pAnswer, o_Result, 112);
+}
+
+S_RESULT CIntMeasDriverSerial::SendCalibrationFlag()
+{
+    return MakeResult(m_ulDriverType, TORNVAL_STEP_NONE);
+}
+
+void CIntMeasDriverSerial::ReadResetKey(const CConfigFile& i_Config)
+{
+    i_Config.GetString("IM", "SET_RESET_EXEC", nullptr, m_szSetResetExec,
+                       sizeof(m_szSetResetExec) - 1);
+}
+
+S_RESULT CIntMeasDriverSerial::Close()
+{
+    const CDriverLock l_Lock(*this);
+    S_RESULT l_Result = MakeResult(m_ulDriverType, TORNVAL_STEP_CLOSE);
+    if (m_pSerialDriver == nullptr) {
+        Trace(ERROR_LEVEL, L"CIntMeasDriverSerial::Close> ERROR m_pFn_RS_Close is NULL");
+        l_Result.ulStatus = 1;
+    } else if (m_bDllWrapperInit != 1) {
+        Trace(INFO_LEVEL, L"CIntMeasDriverSerial::Close> OK init not be done");
+    } else {
+        Trace(INFO_GENERAL_LEVEL, L"CIntMeasDriverSerial::Close>");
+        if (m_pSerialDriver->RS_Close_Ex(m_ulLinkHandle) != 0) {
+            Trace(INFO_LEVEL, L"CIntMeasDriverSerial::Close> OK close done ");
+            m_bDllWrapperInit = 0;
+        } else {
+            l_Result.ulStatus = 1;
+            Trace(ERROR_LEVEL, L"CIntMeasDriverSerial::Close> ERROR m_pFn_RS_Close return FALSE");
+        }
+    }
+    return l_Result;
+}
+
+S_RESULT CIntMeasDriverSerial::SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB,
+                                                uint32_t i_ulNbCoeff)
+{
+    if (i_pulIndex == nullptr || i_pdA == nullptr || i_pdB == nullptr || i_ulNbCoeff == 0) {
+        return MakeResult(m_ulDriverType, TORNVAL_STEP_NONE, 1);
+    }
+    int32_t l_lWord = 0;
+    S_RESULT l_Result =
+        CmdeBloquanteSynchrone(k_ucCalibrationOpen, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
+    for (uint32_t i = 0; i < i_ulNbCoeff && l_Result.ulStatus == 0; ++i) {
+        // The size counts the sub-head, so twelve of the bytes travel.
+        uint8_t l_aucPayload[16] = {};
+        WriteLe32(l_aucPayload, i_pulIndex[i]);
+        WriteLe32(l_aucPayload + 4, static_cast<uint32_t>(TruncateToInt32(i_pdA[i])));
+        WriteLe32(l_aucPayload + 8, static_cast<uint32_t>(TruncateToInt32(i_pdB[i])));
+        l_Result = CmdeBloquanteSynchrone(k_ucCalibrationWrite, l_aucPayload, sizeof(l_aucPayload),
+                                          &l_lWord, 0, 1);
+    }
+    if (l_Result.ulStatus != 0) {
+        return l_Result;
+    }
+    l_Result =
+        CmdeBloquanteSynchrone(k_ucCalibrationCommit, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
+    if (l_Result.ulStatus != 0) {
+        return l_Result;
+    }
+    if (TGPIO(k_lResetPin, 0) != 1) {
+        l_Result.ulStatus = 1;
+        return l_Result;
+    }
+    cecore::Sleep(k_ulResetTime);
+    l_Result.ulStatus = TGPIO(k_lResetPin, 1) == 1 ? 0 : 1;
+    return l_Result;
+}
+
+} // namespace tornval
