@@ -1,0 +1,53 @@
+/**
+ * @file Progress.h
+ * @brief Progress on the terminal, drawn by the tool pv; and the wish to stop.
+ */
+#ifndef HOST_PROGRESS_H
+#define HOST_PROGRESS_H
+
+#include "Child.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace host {
+
+/** One bar on standard error, for as long as the object lives. Without pv there is none. */
+class CProgress
+{
+public:
+    /**
+     * @param i_bForced  draws although standard error is no terminal.
+     * @param i_strLabel stands before the bar.
+     * @param i_uTotal   steps to the end; 0 if nobody knows: time and a moving mark then.
+     */
+    CProgress(bool i_bForced, const std::string& i_strLabel, uint64_t i_uTotal);
+
+    /** Moves the bar by some steps. */
+    void Advance(uint64_t i_uSteps = 1);
+
+    /** Ends the bar and its line. */
+    void Finish() { m_Bar.Finish(); }
+
+private:
+    CChild m_Bar;
+};
+
+/** Runs a blocking operation while a mark moves. The operation runs on a thread of its own. */
+void RunWithProgress(bool i_bForced, const std::string& i_strLabel,
+                     const std::function<void()>& i_fnOperation);
+
+/** From here on SIGINT and SIGTERM no longer end the process: they are noted. */
+void CatchStopSignals();
+
+/** Number of the signal that asked to stop, 0 while there was none. */
+int StopSignal();
+
+/** Sleeps, but not past a signal to stop. */
+void SleepUnlessStopped(std::chrono::milliseconds i_Time);
+
+} // namespace host
+
+#endif // HOST_PROGRESS_H

@@ -1,0 +1,96 @@
+#include "Explain.h"
+
+#include <gtest/gtest.h>
+#include <set>
+
+namespace {
+
+using host::S_CALL;
+
+struct S_CASE
+{
+    S_RESULT Record; // driver type, step, last error, firmware status, status
+    S_CALL Call;
+    std::vector<const char*> vWords;
+    std::vector<const char*> vNotWords = {};
+    bool bTimeOut = false;
+    bool bNoDriver = false;
+};
+
+// What a person must be told for each kind of record that the library hands out.
+const S_CASE k_aCases[] = {
+    {{3, 5, 0, 0, 0}, {}, {"success"}, {"failed"}},
+    {{3, 3, 0, 1, 0}, {}, {"success", "link did not open"}},
+    // The device's own word at a send, and the two meanings of small words in a fetch.
+    {{3, 7, 0, 9, 1}, {212, 3}, {"refused the command", "9 (0x9)", "instant measure", "board"}},
+    {{3, 5, 21, 2, 1}, {}, {"link library's fetch call failed", "21 (0x15)", "not ready"}},
+    {{4, 5, 0, 2, 1}, {}, {"left no reason", "code 2"}},
+    {{3, 5, 0, 5, 1}, {}, {"status field of the answer"}, {"firmware reported"}},
+    {{3, 5, 0, 2007, 1}, {211, 9}, {"firmware reported error or return code 2007", "upload"}},
+    {{4, 5, 0, 0xFFFFFF81, 1}, {161, 9}, {"status byte 0x81", "milliohm"}, {"4294967169"}},
+    // All zero at a fetch: the time it took tells a time-out from an answer that does not decode.
+    {{3, 5, 0, 0, 1}, {212, 5010}, {"time-out", "5.0 s"}, {"decode"}, true},
+    {{3, 5, 0, 0, 1}, {212, 4999}, {"does not decode"}, {"time-out", "in time"}},
+    {{4, 5, 0, 0, 1}, {}, {"no answer came in time", "does not decode"}},
+    {{3, 5, 0, 0, 1}, {211, 10}, {"DECOMPRESS_DATA"}},
+    {{1, 5, 1460, 0, 1}, {}, {"1460", "time-out"}, {}, true},
+    // Probes.
+    {{2, 5, 0, 44, 1}, {33, 4}, {"status 44", "still carries samples", "USB probe"}},
+    {{1, 5, 0, 48, 1}, {1, 4}, {"status 48", "still carries samples", "Bluetooth"}},
+    {{1, 5, 0, 45, 1}, {33, 4}, {"status 45"}, {"carries samples"}},
+    {{1, 5, 0, 5, 1}, {33, 4}, {"probe reported status 5"}, {"status field"}},
+    {{1, 5, 0, 0xFFFFFFFF, 1}, {22, 4}, {"status 0xFF"}},
+    {{1, 5, 0, 0, 1}, {33, 9000}, {"reply does not decode"}, {"time-out"}},
+    {{1, 2, 31, 0, 1}, {32, 0}, {"31 (0x1F)", "start of a rolling acquisition"}},
+    {{2, 2, 0, 0, 1}, {7, 0}, {"does not accept this command", "16 to 23"}},
+    // Refused by the driver itself, or by the routing.
+    {{3, 2, 0, 0, 1}, {0, 0}, {"does not accept this command", "208 to 215"}},
+    {{4, 2, 0, 0, 1}, {160, 0}, {"161 and 255", "160 (0xA0)"}},
+    {{0, 2, 0, 0, 1}, {}, {"no driver with this ID"}, {}, false, true},
+    {{0, 3, 0, 0, 1}, {}, {"initialisation", "no driver with this ID"}, {}, false, true},
+    {{0, 4, 0, 0, 1}, {}, {"close", "no driver with this ID"}, {}, false, true},
+    {{0, 5, 0, 0, 1}, {}, {"fetch", "no driver with this ID"}, {}, false, true},
+    {{0, 0, 0, 0, 1}, {}, {"no driver for it"}, {}, false, true},
+    {{3, 0, 0, 0, 1}, {}, {"argument was refused or memory"}},
+    {{1, 3, 0, 0, 1}, {}, {"link did not open"}},
+    {{3, 4, 0, 0, 1}, {}, {"did not close"}},
+    {{0, 6, 0, 0, 1}, {}, {"loading of the drivers", "did not come up"}},
+    {{0, 1, 126, 0, 1}, {}, {"load of a link library", "library not found"}},
+    {{0, 1, 0, 0, 1}, {}, {"no library was named"}},
+    // Numbers that nobody has heard of.
+    {{77, 99, 54321, 66, 1}, {}, {"99 (0x63)", "77 (0x4D)", "54321 (0xD431)", "66 (0x42)"}},
+    {{3, 99, 0, 0, 8}, {300, 0}, {"no cause was recorded", "neither 0 nor 1"}},
+};
+
+TEST(Explain, SaysWhatEachRecordMeans)
+{
+    for (const S_CASE& l_Case : k_aCases) {
+        const std::string l_strText = host::ExplainRecord(l_Case.Record, l_Case.Call);
+        SCOPED_TRACE(l_strText);
+        for (const char* l_pszWords : l_Case.vWords) {
+            EXPECT_NE(l_strText.find(l_pszWords), std::string::npos) << l_pszWords;
+        }
+        for (const char* l_pszWords : l_Case.vNotWords) {
+            EXPECT_EQ(l_strText.find(l_pszWords), std::string::npos) << l_pszWords;
+        }
+        EXPECT_EQ(host::IsTimeOut(l_Case.Record, l_Case.Call), l_Case.bTimeOut);
+        EXPECT_EQ(host::IsNoDriver(l_Case.Record), l_Case.bNoDriver);
+    }
+}
+
+TEST(Explain, KnowsTheErrorsThatALinkCanLeaveAndNamesTheOthers)
+{
+    std::set<std::string> l_Seen;
+    for (const uint32_t l_ul :
+         {2U, 3U, 5U, 6U, 8U, 13U, 21U, 23U, 31U, 87U, 122U, 126U, 127U, 170U, 193U, 288U, 1460U}) {
+        const std::string l_strText = host::SystemErrorInWords(l_ul);
+        EXPECT_NE(l_strText.find(" " + std::to_string(l_ul) + " ("), std::string::npos);
+        EXPECT_EQ(l_strText.find("not known"), std::string::npos) << l_strText;
+        l_Seen.insert(l_strText.substr(l_strText.find("): ")));
+    }
+    EXPECT_EQ(l_Seen.size(), 17U) << "two errors share their words";
+    EXPECT_EQ(host::SystemErrorInWords(4000000000U),
+              "system error 4000000000 (0xEE6B2800): not known here");
+}
+
+} // namespace
