@@ -24,10 +24,11 @@ bool IsRollingCommand(int8_t i_cCmdeID)
     return i_cCmdeID == PROBE_CMDE_READ_BOTH || i_cCmdeID == PROBE_CMDE_READ;
 }
 
-/** Whether the reply of a command is handed over as it comes (command 22 loses its header). */
-bool IsPlainCommand(int8_t i_cCmdeID)
+/** Whether a probe has that command. What is not rolling is handed over as it comes. */
+bool IsKnownCommand(int8_t i_cCmdeID)
 {
-    return (i_cCmdeID >= PROBE_CMDE_HOST_FIRST && i_cCmdeID <= PROBE_CMDE_HOST_LAST) ||
+    return IsRollingCommand(i_cCmdeID) ||
+           (i_cCmdeID >= PROBE_CMDE_HOST_FIRST && i_cCmdeID <= PROBE_CMDE_HOST_LAST) ||
            i_cCmdeID == PROBE_CMDE_START || i_cCmdeID == PROBE_CMDE_STOP ||
            i_cCmdeID == PROBE_CMDE_START_SECOND;
 }
@@ -80,11 +81,13 @@ S_RESULT CProbeDriver::SendOnLink(const S_PROBE_LINK& i_Link,
         return l_Result;
     }
     m_cLastCmdeID = static_cast<int8_t>(i_pCmde->CmdeID);
+    if (!IsKnownCommand(m_cLastCmdeID)) {
+        return l_fnFail(i_Link.SendBadCommand);
+    }
     if (m_cLastCmdeID == PROBE_CMDE_READ_BOTH) {
+        // From now on every reply is decoded as two channels, for the life of the driver.
         m_ulNbChannel = 2;
         i_pCmde->CmdeID = PROBE_CMDE_READ;
-    } else if (m_cLastCmdeID != PROBE_CMDE_READ && !IsPlainCommand(m_cLastCmdeID)) {
-        return l_fnFail(i_Link.SendBadCommand);
     }
     const uint32_t l_ulSize = GetSize(*i_pCmde);
     if (l_ulSize > std::numeric_limits<uint32_t>::max() - k_ulSendOverhead) {
@@ -125,13 +128,12 @@ S_RESULT CProbeDriver::GetResultFromLink(const S_PROBE_LINK& i_Link,
 {
     const CDriverLock l_Lock(*this);
     S_RESULT l_Result = MakeResult(i_Link.ulDriverType, TORNVAL_STEP_RESULT);
-    if (o_pcRawData == nullptr || i_pFnDeviceIoControl == nullptr) {
+    if (o_pcRawData == nullptr || i_pFnDeviceIoControl == nullptr ||
+        !IsKnownCommand(m_cLastCmdeID)) {
         l_Result.ulStatus = 1;
     } else if (IsRollingCommand(m_cLastCmdeID)) {
         l_Result = GetResultGetRollingCmde(i_Link, i_pFnDeviceIoControl, i_ulNbReturnByte,
                                            o_pcRawData, o_plProcessedDataSize, o_plProcessedData);
-    } else if (!IsPlainCommand(m_cLastCmdeID)) {
-        l_Result.ulStatus = 1;
     } else if (FetchFromLink(i_Link, i_pFnDeviceIoControl, i_ulNbReturnByte, o_pcRawData,
                              l_Result) &&
                m_cLastCmdeID == PROBE_CMDE_HOST_HEADED) {
