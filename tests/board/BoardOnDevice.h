@@ -1,0 +1,106 @@
+/**
+ * @file BoardOnDevice.h
+ * @brief The board driver over a device file of this process, which records or emulates.
+ */
+#pragma once
+
+#include <atomic>
+#include <vector>
+
+#include "TestRecord.h"
+#include "board/IntMeasDriver.h"
+#include "links/virtual/VirtualLink.h"
+#include "platform/Device.h"
+#include "platform/Registry.h"
+
+/** The driver with its inner side open, so that a test can look at it. */
+class COpenBoard : public tornval::CIntMeasDriver
+{
+public:
+    using CIntMeasDriver::already_init;
+    using CIntMeasDriver::CheckReply;
+    using CIntMeasDriver::m_bDecompressData;
+    using CIntMeasDriver::m_Frame;
+    using CIntMeasDriver::m_hSync;
+    using CIntMeasDriver::m_ppVoieData;
+    using CIntMeasDriver::m_pulVoies;
+    using CIntMeasDriver::m_szRegistryKey;
+    using CIntMeasDriver::m_ucBurst;
+    using CIntMeasDriver::m_ucCalibration;
+    using CIntMeasDriver::m_ulAcquisitionPeriod;
+    using CIntMeasDriver::m_ulNbChannel;
+    using CIntMeasDriver::m_ulTimeout;
+    using CIntMeasDriver::s_dCoefA;
+    using CIntMeasDriver::s_dCoefB;
+};
+
+/** Keeps the last frame and answers it with a block of the test's own. */
+class CScriptedDevice : public cecore::IDevice
+{
+public:
+    bool Open() override { return ++ulOpens > ulRefusedOpens; }
+    bool IoControl(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
+                   uint32_t i_ulOutSize, uint32_t* o_pulReturned) override
+    {
+        if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
+            const auto* l_pucIn = static_cast<const uint8_t*>(i_pIn);
+            vFrame.assign(l_pucIn, l_pucIn + i_ulInSize);
+            tornval::WriteLe32(static_cast<uint8_t*>(o_pOut), ulStatusWord);
+            if (bSignal) {
+                ::SetEvent(tornval::ReadLe32(l_pucIn + RS_BLOCK_EVENT_OFFSET));
+            }
+        } else {
+            vEcho.assign(static_cast<const uint8_t*>(i_pIn),
+                         static_cast<const uint8_t*>(i_pIn) + i_ulInSize);
+            std::copy_n(vAnswer.begin(), std::min<size_t>(vAnswer.size(), i_ulOutSize),
+                        static_cast<uint8_t*>(o_pOut));
+            *o_pulReturned = ulReturned;
+        }
+        ::SetLastError(ulLastError);
+        return bSucceeds;
+    }
+
+    /** An answer block: link status, an answer head, return code 1, error 0, and the data. */
+    void Answer(const std::vector<uint8_t>& i_vData, uint32_t i_ulReturned)
+    {
+        vAnswer.assign(tornval::k_ulAnswerDataOffset, 0);
+        vAnswer[16] = 1;
+        vAnswer.insert(vAnswer.end(), i_vData.begin(), i_vData.end());
+        ulReturned = i_ulReturned;
+    }
+
+    std::vector<uint8_t> vFrame, vEcho, vAnswer;
+    uint32_t ulStatusWord = 0, ulReturned = 0, ulLastError = 0, ulOpens = 0, ulRefusedOpens = 0;
+    bool bSignal = true, bSucceeds = true;
+};
+
+/** The emulated board behind a device file: what the serial link does, without the library. */
+class CEmulatedDevice : public cecore::IDevice
+{
+public:
+    bool Open() override { return m_Link.Open({1, RS_LINK_CONSTANT, 460800, 8}) != 0; }
+    void Close() override { m_Link.Close(0); }
+    bool IoControl(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
+                   uint32_t i_ulOutSize, uint32_t* o_pulReturned) override
+    {
+        return m_Link.Control({RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize, o_pOut, i_ulOutSize,
+                               o_pulReturned},
+                              0) != 0;
+    }
+    emulator::CBoardFirmware& Board() { return m_Link.Board(); }
+
+private:
+    links::CVirtualLink m_Link;
+};
+
+/** Puts a device where the driver finds it: the registry says unit 7 of the device "DEV". */
+inline void PutDevice(std::shared_ptr<cecore::IDevice> i_pDevice)
+{
+    static constexpr uint8_t s_aucUnit[] = {7, 0, 0, 0};
+    cecore::SetRegistryValue(L"system\\board", L"unit", s_aucUnit, sizeof(s_aucUnit));
+    cecore::RegisterDevice(L"DEV7:", std::move(i_pDevice));
+}
+
+inline constexpr const char* k_pszBoardSection =
+    "[IM]\nDRIVER_NAME=DEV\nREGISTRY_KEY=system\\board\nREGISTRY_ENTRY=unit\n"
+    "CHANNEL_1=2\nCHANNEL_2=0\nCHANNEL_3=12\n";

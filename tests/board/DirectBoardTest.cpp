@@ -1,0 +1,330 @@
+// The board driver over a device file: initialisation, measures, uploads, failures.
+
+#include <chrono>
+#include <numeric>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+#include "board/BoardOnDevice.h"
+#include "emulator/SampleEncoder.h"
+
+using namespace tornval;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/** The driver over the device of a test, its instance created. */
+template <typename Device>
+struct S_BENCH
+{
+    explicit S_BENCH(const std::string& i_strMore = "") : Home(k_pszBoardSection + i_strMore)
+    {
+        PutDevice(pDevice);
+        Created = Board.CreateDriverInstance();
+    }
+    CMeasDriver& Driver() { return Board; }
+    S_RESULT Fetch(uint8_t i_ucCmdeID, char* o_pcRaw, int32_t* o_plSize, int32_t* o_plData,
+                   uint32_t i_ulRaw = 65544)
+    {
+        S_SEND_STRUCT l_Cmde = MakeCommand(i_ucCmdeID, 0, 4);
+        S_RECEIVE_STRUCT l_Receive{};
+        const S_RESULT l_Sent = Driver().SendCommand(&l_Cmde, &l_Receive, nullptr, 0);
+        return l_Sent.ulStatus != 0
+                   ? l_Sent
+                   : Driver().GetResult(i_ulRaw, o_pcRaw, o_plSize, o_plData, 0, 1);
+    }
+
+    CTestHome Home;
+    std::shared_ptr<Device> pDevice = std::make_shared<Device>();
+    COpenBoard Board;
+    S_RESULT Created{};
+};
+
+Bytes UploadData(uint32_t i_ulClaimed, const Bytes& i_vCodes)
+{
+    Bytes l_vData(4);
+    WriteLe32(l_vData.data(), i_ulClaimed);
+    l_vData.insert(l_vData.end(), i_vCodes.begin(), i_vCodes.end());
+    return l_vData;
+}
+
+void SetPair(uint32_t i_ulVoie, double i_dA, double i_dB)
+{
+    COpenBoard::s_dCoefA[i_ulVoie] = i_dA;
+    COpenBoard::s_dCoefB[i_ulVoie] = i_dB;
+}
+
+std::vector<char> s_vRaw(65544);
+std::vector<int32_t> s_vlData(3 + 3 * 65544);
+
+} // namespace
+
+TEST(DirectBoard, InitialisesMeasuresAndUploadsOverTheEmulatedBoard)
+{
+    S_BENCH<CEmulatedDevice> l_Bench("CALIBRATION=1\n");
+    ASSERT_EQ(l_Bench.Created, (S_RESULT{3, 0, 0, 0, 0}));
+    std::string l_strError;
+    emulator::CBoardFirmware& l_Board = l_Bench.pDevice->Board();
+    ASSERT_TRUE(l_Board.Configure("coef=2/20000/-5,rows=700", l_strError)) << l_strError;
+    EXPECT_EQ(l_Bench.Driver().Init(), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_TRUE(l_Bench.Driver().IsInitialised());
+    EXPECT_EQ(l_Board.State().ucCalibration, 1);
+    EXPECT_EQ(l_Board.State().vulVoies, (std::vector<uint32_t>{2, 0, 12}));
+    // The family has its coefficients: nothing goes to the board any more.
+    const uint32_t l_ulFrames = l_Board.Counters().ulFramesIn;
+    EXPECT_EQ(l_Bench.Driver().Init(), (S_RESULT{}));
+    EXPECT_EQ(l_Bench.Board.InitIMB(), (S_RESULT{3, 3, 0, 0, 0}));
+    EXPECT_EQ(l_Board.Counters().ulFramesIn, l_ulFrames);
+
+    int32_t l_lValue = 0;
+    l_Board.SetAdc(2, 12345);
+    EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 2, 1, 0), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 24689); // (12345 * 20000 - 5) * 0.0001, truncated
+    EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 2, 0, 0).ulStatus, 0U);
+    EXPECT_EQ(l_lValue, 12345);
+    EXPECT_EQ(l_Bench.Driver().CurrentGeneratorBurst(0x1FE), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_Board.State().ucBurst, 0xFE);
+    EXPECT_EQ(l_Bench.Driver().SetMBCalibration(nullptr, nullptr, nullptr, 0),
+              (S_RESULT{3, 0, 0, 0, 0}));
+
+    int32_t l_lSize = 0;
+    EXPECT_EQ(l_Bench.Fetch(ACQUISITION_UPLOAD, s_vRaw.data(), &l_lSize, s_vlData.data()),
+              (S_RESULT{3, 5, 0, 0, 0}));
+    ASSERT_EQ(l_lSize, 3 + 3 * 700);
+    const auto l_pSignal = emulator::CRecording::TestSignal();
+    for (size_t l_ulChannel = 0; l_ulChannel < 3; ++l_ulChannel) {
+        ASSERT_EQ(s_vlData[l_ulChannel], 700);
+        for (size_t l_ulRow = 0; l_ulRow < 700; ++l_ulRow) {
+            const int32_t l_lCounts = l_pSignal->Counts(l_ulRow, l_ulChannel);
+            const double l_dMeasure = l_ulChannel == 0 ? (l_lCounts * 20000.0 - 5) * 0.0001
+                                                       : l_lCounts * 10000.0 * 0.0001;
+            ASSERT_EQ(s_vlData[3 + l_ulChannel * 700 + l_ulRow], static_cast<int32_t>(l_dMeasure))
+                << l_ulChannel << " row " << l_ulRow;
+        }
+    }
+}
+
+TEST(DirectBoard, ReportsEachFaultAndWorksAfterIt)
+{
+    S_BENCH<CEmulatedDevice> l_Bench;
+    ASSERT_EQ(l_Bench.Driver().Init().ulStatus, 0U);
+    struct S_CASE
+    {
+        const char* pszFault;
+        S_RESULT Record;
+    };
+    const S_CASE l_aCases[] = {
+        {"send-fails=31*1", {3, 2, 31, 0, 1}},
+        {"send-status=9*1", {3, 7, 0, 9, 1}},
+        {"fetch-fails=21*1", {3, 5, 21, 2, 1}},
+        {"link-status=3*1", {3, 5, 0, 5, 1}},
+        {"count=11*1", {3, 5, 0, 0, 1}},
+        {"count=23*1", {3, 5, 0, 0, 1}},
+        {"return-code=0*1", {3, 5, 0, 0, 1}},
+        {"return-code=7*1", {3, 5, 0, 7, 1}},
+        {"error-code=1004*1", {3, 5, 0, 1004, 1}},
+        {"error-code=2006*1", {3, 5, 0, 0, 0}},
+        {"voie=13*1", {3, 5, 0, 0, 1}},
+        {"voie=12*1", {3, 5, 0, 0, 0}},
+        {"late=100*1", {3, 5, 0, 0, 0}},
+        {"count=24*1", {3, 5, 0, 0, 0}},
+        {"count=0xFFFFFFFF*1", {3, 5, 0, 0, 0}},
+    };
+    std::string l_strError;
+    for (const S_CASE& l_Case : l_aCases) {
+        SCOPED_TRACE(l_Case.pszFault);
+        ASSERT_TRUE(l_Bench.pDevice->Board().Configure(l_Case.pszFault, l_strError)) << l_strError;
+        int32_t l_lValue = 77;
+        EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 1, 1, 0), l_Case.Record);
+        if (l_Case.Record.ulStatus != 0) {
+            EXPECT_TRUE(l_lValue == 77 || l_lValue == 0);
+        }
+        EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 1, 1, 0).ulStatus, 0U);
+        EXPECT_EQ(l_lValue, 2001);
+    }
+}
+
+TEST(DirectBoard, ConvertsWithTruncationAndSaturation)
+{
+    S_BENCH<CScriptedDevice> l_Bench;
+    struct S_CASE
+    {
+        double dA, dB;
+        uint16_t usSample;
+        int32_t lMeasure;
+    };
+    const S_CASE l_aCases[] = {
+        {10000, 0, 12345, 12345},
+        {1, -29000, 0, -2},
+        {10000, 0, 0xFFFF, -1},
+        {4294967295.0, 0, 32767, INT32_MAX},
+        {4294967295.0, 0, 0x8000, INT32_MIN},
+        {0, 0, 5, 0},
+    };
+    for (const S_CASE& l_Case : l_aCases) {
+        SetPair(2, l_Case.dA, l_Case.dB);
+        int32_t l_lMeasure = 77;
+        l_Bench.Board.ScaleSample(&l_lMeasure, 0, 1, l_Case.usSample);
+        EXPECT_EQ(l_lMeasure, l_Case.lMeasure) << l_Case.dA << " " << l_Case.usSample;
+    }
+    int32_t l_lUntouched = 77;
+    l_Bench.Board.ScaleSample(&l_lUntouched, 3, 0, 1);
+    l_Bench.Board.ScaleSample(nullptr, 0, 0, 1);
+    l_Bench.Board.m_pulVoies[0] = 13;
+    l_Bench.Board.ScaleSample(&l_lUntouched, 0, 0, 1);
+    EXPECT_EQ(l_lUntouched, 77);
+
+    double l_adA[15] = {}, l_adB[15];
+    std::fill_n(l_adB, 15, 9.0);
+    SetPair(12, 3, -4);
+    EXPECT_EQ(l_Bench.Board.GetMBCalibrationCoeff(l_adA, l_adB, 15), 1U);
+    EXPECT_EQ(l_adA[12], 3.0);
+    EXPECT_EQ(l_adB[12], -4.0);
+    EXPECT_EQ(l_adB[13] + l_adB[14], 0.0);
+    EXPECT_EQ(l_Bench.Board.GetMBCalibrationCoeff(nullptr, l_adB, 1), 0U);
+    EXPECT_EQ(l_Bench.Board.GetMBCalibrationCoeff(l_adA, l_adB, 0), 0U);
+}
+
+TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
+{
+    S_BENCH<CScriptedDevice> l_Bench;
+    const Bytes l_vCodes = {0x01, 0x00, 0x81, 0xC1, 0x85};
+    SetPair(2, 10000, 0);
+    SetPair(0, 10000, 0);
+    SetPair(12, 10000, 0);
+    struct S_CASE
+    {
+        uint32_t ulClaimed, ulReturned, ulStatus;
+        int32_t lSize;
+    };
+    const S_CASE l_aCases[] = {
+        {5, 31, 0, 7},
+        {5, 27, 0, 7},
+        {5, 26, 1, 0},
+        {0, 22, 0, 3},
+        {1, 65548, 0, 3}, // half a code is no sample
+        {65522, 65548, 0, -1},
+        {65523, 65548, 1, 0},
+        {65535, 0xFFFFFFFF, 1, 0},
+        {65541, 0xFFFFFFFF, 1, 0},
+        {0xFFFFFFFF, 0xFFFFFFFF, 1, 0},
+        {0xFFFFFFE9, 0xFFFFFFFF, 1, 0},
+    };
+    for (const S_CASE& l_Case : l_aCases) {
+        SCOPED_TRACE(l_Case.ulClaimed);
+        l_Bench.pDevice->Answer(UploadData(l_Case.ulClaimed, l_vCodes), l_Case.ulReturned);
+        int32_t l_lSize = 99;
+        std::fill(s_vRaw.begin(), s_vRaw.end(), 0);
+        EXPECT_EQ(l_Bench.Fetch(ACQUISITION_UPLOAD, s_vRaw.data(), &l_lSize, s_vlData.data()),
+                  (S_RESULT{3, 5, 0, 0, l_Case.ulStatus}));
+        if (l_Case.lSize >= 0) {
+            EXPECT_EQ(l_lSize, l_Case.lSize);
+        }
+        EXPECT_EQ(s_vRaw[12], 1);
+        EXPECT_EQ(static_cast<uint8_t>(s_vRaw[26]), l_vCodes[4]);
+    }
+    l_Bench.pDevice->Answer(UploadData(5, l_vCodes), 31);
+    int32_t l_lSize = 99;
+    // A short raw buffer is filled and not overrun; without room for samples nothing is decoded.
+    const std::unique_ptr<char[]> l_pcShort(new char[3]);
+    EXPECT_EQ(l_Bench.Fetch(211, l_pcShort.get(), &l_lSize, s_vlData.data(), 3).ulStatus, 0U);
+    EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), nullptr, s_vlData.data()).ulStatus, 1U);
+    EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, nullptr).ulStatus, 1U);
+    // A channel on an input that the board does not have; a channel without a store; raw data only.
+    l_Bench.Board.m_pulVoies[1] = 13;
+    EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 1U);
+    l_Bench.Board.m_pulVoies[1] = 0;
+    l_Bench.Board.m_ppVoieData[0].reset();
+    EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 0U);
+    EXPECT_EQ(s_vlData[0], 2);
+    EXPECT_EQ(s_vlData[3], 1); // the first channel adds nothing, the second follows at once
+    l_Bench.Board.m_bDecompressData = 0;
+    EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 1U);
+    EXPECT_EQ(l_lSize, 0);
+}
+
+TEST(DirectBoard, FetchesOnlyWhatWasAnswered)
+{
+    S_BENCH<CScriptedDevice> l_Bench;
+    l_Bench.pDevice->Answer(Bytes(200), 193);
+    EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(COpenBoard::already_init, 1);
+    l_Bench.pDevice->ulReturned = 192;
+    EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 1}));
+    for (const uint8_t l_ucPlain : std::initializer_list<uint8_t>{0, 209, 210, 213, 214}) {
+        EXPECT_EQ(l_Bench.Fetch(l_ucPlain, s_vRaw.data(), nullptr, nullptr).ulStatus, 0U);
+    }
+    EXPECT_EQ(l_Bench.Fetch(212, s_vRaw.data(), nullptr, nullptr).ulStatus, 1U);
+    // A null raw buffer consumes the signal, so the next fetch finds none (the wait is cut short by
+    // closing the event).
+    EXPECT_EQ(l_Bench.Fetch(210, nullptr, nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 1}));
+    std::thread l_Closer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        cecore::CloseHandle(l_Bench.Board.m_hSync);
+    });
+    EXPECT_EQ(l_Bench.Driver().GetResult(1, s_vRaw.data(), nullptr, nullptr, 0xFFFFFFFF, 1),
+              (S_RESULT{3, 5, 0, 0, 1}));
+    l_Closer.join();
+    l_Bench.Board.m_hSync = 0;
+    std::memset(l_Bench.Board.m_Frame.aucBytes + 65544, 0, 4);
+    EXPECT_EQ(l_Bench.Driver().GetResult(1, s_vRaw.data(), nullptr, nullptr, 0, 1),
+              (S_RESULT{3, 5, 0, 0, 1}));
+}
+
+TEST(DirectBoard, WaitsForADeviceThatAppearsLate)
+{
+    CTestHome l_Home(k_pszBoardSection);
+    const auto l_pDevice = std::make_shared<CScriptedDevice>();
+    l_pDevice->ulRefusedOpens = 1;
+    PutDevice(l_pDevice);
+    COpenBoard l_Board;
+    EXPECT_EQ(l_Board.CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_pDevice->ulOpens, 2U);
+}
+
+TEST(DirectBoard, GivesUpOnADeviceThatNeverAppears)
+{
+    CTestHome l_Home(k_pszBoardSection);
+    PutDevice(nullptr);
+    cecore::UnregisterDevice(L"DEV7:");
+    COpenBoard l_Board;
+    const auto l_Start = std::chrono::steady_clock::now();
+    EXPECT_EQ(l_Board.CreateDriverInstance(), (S_RESULT{3, 0, 2, 0, 1}));
+    EXPECT_GE(std::chrono::steady_clock::now() - l_Start, std::chrono::seconds(9));
+    EXPECT_EQ(l_Board.InitIMB(), (S_RESULT{3, 3, 0, 0, 1}));
+}
+
+TEST(DirectBoard, KeepsItsDefaultsWithoutAFile)
+{
+    CTestHome l_Home;
+    COpenBoard l_Board;
+    l_Board.ReadConfiguration();
+    char l_aszName[260];
+    l_Board.GetDriverName(l_aszName);
+    EXPECT_STREQ(l_aszName, "IM");
+    EXPECT_EQ(l_Board.m_ulNbChannel, 0U);
+    EXPECT_EQ(l_Board.m_ulTimeout, 10U);
+    S_DATA l_Frame;
+    l_Board.PrepareCommandeInit(0, 24, 208, 0, &l_Frame);
+    EXPECT_EQ(Bytes(l_Frame.aucBytes + 12, l_Frame.aucBytes + 22),
+              (Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF}));
+}
+
+TEST(DirectBoard, ForgetsTheCoefficientsWithTheLastOfTheFamily)
+{
+    CTestHome l_Home;
+    {
+        COpenBoard l_First;
+        {
+            COpenBoard l_Second;
+            COpenBoard::already_init = 1;
+            SetPair(3, 8, 9);
+        }
+        EXPECT_EQ(COpenBoard::already_init, 1);
+    }
+    EXPECT_EQ(COpenBoard::already_init, 0);
+    EXPECT_EQ(COpenBoard::s_dCoefA[3], 8.0);
+}

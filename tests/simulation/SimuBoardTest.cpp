@@ -1,0 +1,321 @@
+// The simulated board and module: replay of data files, constants, refusals.
+
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+#include "TestRecord.h"
+#include "platform/Memory.h"
+#include "simulation/IntMeasDriverSimu.h"
+#include "simulation/MilliOhmDriverSerialSimu.h"
+
+using namespace tornval;
+
+namespace {
+
+constexpr int32_t k_lUntouched = 424242;
+
+/** A simulated board over a data file, and what its uploads deliver. */
+class CReplay
+{
+public:
+    CReplay(const std::string& i_strData, const std::string& i_strMore = "",
+            const std::string& i_strFile = "data.txt")
+    {
+        m_Home.Write("data.txt", i_strData);
+        m_Home.Write("TornvalC63.ini", "[LOG]\n[IM]\nDAT_SIMU_FILE=" +
+                                           (i_strFile.starts_with('/') || i_strFile.empty()
+                                                ? i_strFile
+                                                : m_Home.Path(i_strFile)) +
+                                           "\n" + i_strMore);
+        SetTraceLog(std::make_unique<CTraceLogFile>("\\hd00\\log_tornval.txt", 0x1111));
+        m_pBoard = std::make_unique<CIntMeasDriverSimu>();
+    }
+
+    S_RESULT Send(uint8_t i_ucCmdeID)
+    {
+        S_SEND_STRUCT l_Cmde = MakeCommand(i_ucCmdeID, 0, 4);
+        return Driver().SendCommand(&l_Cmde, &m_Receive, nullptr, 0);
+    }
+    S_RESULT Upload()
+    {
+        EXPECT_EQ(Send(211).ulStatus, 0U);
+        EXPECT_EQ(GetNbReturnByte(m_Receive), 900U);
+        std::fill_n(m_vlData.begin(), m_vlData.size(), k_lUntouched);
+        m_lSize = -1;
+        return Driver().GetResult(900, m_acRaw, &m_lSize, m_vlData.data(), 0, 1);
+    }
+    [[nodiscard]] int32_t At(size_t i_ulChannel, size_t i_ulRow) const
+    {
+        return m_vlData[3 + i_ulChannel * 300 + i_ulRow];
+    }
+    CMeasDriver& Driver() { return *m_pBoard; }
+
+    CTestHome m_Home;
+    std::unique_ptr<CIntMeasDriverSimu> m_pBoard;
+    S_RECEIVE_STRUCT m_Receive{};
+    char m_acRaw[900] = {1};
+    std::vector<int32_t> m_vlData = std::vector<int32_t>(904);
+    int32_t m_lSize = 0;
+};
+
+std::string Rows(int i_lCount)
+{
+    std::string l_strText;
+    for (int i = 0; i < i_lCount; ++i) {
+        l_strText +=
+            std::to_string(i) + " " + std::to_string(i) + " -" + std::to_string(i) + " 0\n";
+    }
+    return l_strText;
+}
+
+} // namespace
+
+TEST(SimuBoard, ReadsNumbersWhateverSeparatesThem)
+{
+    struct S_CASE
+    {
+        const char* pszText;
+        bool bDelivers;
+        int32_t l0, l1, l2; // first sample of each channel, correction 2
+    };
+    const S_CASE l_aCases[] = {
+        {"0 1.5 2.5 3\n", true, 2500, 1500, 1228},
+        {"0 1.5 2.5 3", false, 0, 0, 0},
+        {"0,1.5;2.5\r\n\r\n3\xE9", true, 2500, 1500, 1228},
+        {"1 2 -1.2345 0\n", true, -1234, 2000, 1234},
+        {" 0 1.5 2.5 3\n", true, 1500, 0, 1229}, // an empty number comes first and reads as 0
+        {"0 1.5e3 2.5 3\n", true, 3000, 1500, 1229},
+        {"0 - . 1.2.3\n", true, 0, 0, 1231},
+        {"0 --5 5-3 -.5 x", true, 5000, 0, 1235},
+        {"0 999999999999 -999999999999 0\n", true, INT32_MIN, INT32_MAX, 1234},
+        {"1 2 3\n", false, 0, 0, 0},
+        {"no number at all\n", false, 0, 0, 0},
+        {"", false, 0, 0, 0},
+    };
+    for (const S_CASE& l_Case : l_aCases) {
+        SCOPED_TRACE(l_Case.pszText);
+        CReplay l_Replay(l_Case.pszText, "SIMU_KELNOR_PROBE_CORRECTION=2\n");
+        EXPECT_EQ(l_Replay.Upload().ulStatus, 0U);
+        EXPECT_EQ(l_Replay.m_acRaw[0], 0);
+        EXPECT_EQ(l_Replay.m_lSize, l_Case.bDelivers ? 900 : 0);
+        if (l_Case.bDelivers) {
+            EXPECT_EQ(l_Replay.m_vlData[0] + l_Replay.m_vlData[1] + l_Replay.m_vlData[2], 900);
+            for (const size_t l_ulRow : {0U, 299U}) {
+                EXPECT_EQ(l_Replay.At(0, l_ulRow), l_Case.l0);
+                EXPECT_EQ(l_Replay.At(1, l_ulRow), l_Case.l1);
+                EXPECT_EQ(l_Replay.At(2, l_ulRow), l_Case.l2);
+            }
+            EXPECT_EQ(l_Replay.m_vlData[903], k_lUntouched);
+        } else {
+            EXPECT_EQ(l_Replay.m_vlData[0], k_lUntouched);
+        }
+    }
+}
+
+TEST(SimuBoard, WrapsAtTheEndAndRewinds)
+{
+    CReplay l_Replay(Rows(1000));
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(l_Replay.Upload().ulStatus, 0U);
+        EXPECT_EQ(l_Replay.At(1, 0), i * 300 * 1000);
+        EXPECT_EQ(l_Replay.At(0, 299), -((i * 300 + 299) % 1000) * 1000);
+    }
+    // Without room for samples nothing moves on; the raw buffer is filled all the same.
+    EXPECT_EQ(l_Replay.Driver().GetResult(900, l_Replay.m_acRaw, nullptr, nullptr, 0, 1).ulStatus,
+              0U);
+    EXPECT_EQ(l_Replay.Upload().ulStatus, 0U);
+    EXPECT_EQ(l_Replay.At(1, 0), 200 * 1000);
+    for (const uint8_t l_ucRewind : std::initializer_list<uint8_t>{209, 210}) {
+        EXPECT_EQ(l_Replay.Send(l_ucRewind).ulStatus, 0U);
+        EXPECT_EQ(l_Replay.Upload().ulStatus, 0U);
+        EXPECT_EQ(l_Replay.At(1, 1), 1000);
+    }
+}
+
+TEST(SimuBoard, ReplaysTheWholeRecordingExactly)
+{
+    // The expected samples are read from the recording by other means, number by number.
+    std::vector<std::array<double, 4>> l_vRows(1);
+    std::ifstream l_File(TORNVAL_RECORDING);
+    while (l_File >> l_vRows.back()[0] >> l_vRows.back()[1] >> l_vRows.back()[2] >>
+           l_vRows.back()[3]) {
+        l_vRows.emplace_back();
+    }
+    l_vRows.pop_back();
+    ASSERT_EQ(l_vRows.size(), 4200U);
+    CReplay l_Replay("", "SIMU_KELNOR_PROBE_CORRECTION=1000\n", TORNVAL_RECORDING);
+    const double l_dScale = 1000.0 * (1.0 * 0.1 * 0.1 * 0.1);
+    for (size_t l_ulBlock = 0; l_ulBlock < 15; ++l_ulBlock) {
+        ASSERT_EQ(l_Replay.Upload().ulStatus, 0U);
+        for (size_t i = 0; i < 300; ++i) {
+            const auto& l_Row = l_vRows[(l_ulBlock * 300 + i) % l_vRows.size()];
+            ASSERT_EQ(l_Replay.At(0, i), static_cast<int32_t>(l_Row[2] * 1000.0));
+            ASSERT_EQ(l_Replay.At(1, i), static_cast<int32_t>(l_Row[1] * 1000.0));
+            ASSERT_EQ(l_Replay.At(2, i),
+                      static_cast<int32_t>(1234.0 - (l_Row[3] * 1000.0) * l_dScale));
+        }
+    }
+}
+
+TEST(SimuBoard, RefusesAFileThatItCannotHold)
+{
+    struct S_CASE
+    {
+        const char* pszFile;
+        cecore::S_MEMORYSTATUS Memory;
+        std::vector<std::string> vstrLines;
+    };
+    const cecore::S_MEMORYSTATUS l_Idle{32, 50, 0, 1000000};
+    const S_CASE l_aCases[] = {
+        {"missing.txt", l_Idle, {"Could not open file LastError=2 [ERROR_LEVEL]"}},
+        {"", l_Idle, {"Could not open file LastError=2 [ERROR_LEVEL]"}},
+        {"/dev/zero", l_Idle, {"Could not open file LastError=5 [ERROR_LEVEL]"}},
+        {"/tmp", l_Idle, {"Could not open file LastError=5 [ERROR_LEVEL]"}},
+        {"data.txt",
+         {32, 91, 0, 1000000},
+         {"Out of memory (<91% memory Load) [ERROR_LEVEL]",
+          "Error allocation: LastError=0 [ERROR_LEVEL]"}},
+        {"data.txt", {32, 10, 0, 1000000}, {"Error allocation: LastError=0 [ERROR_LEVEL]"}},
+        {"data.txt", {32, 5, 0, 1000000}, {"Error allocation: LastError=0 [ERROR_LEVEL]"}},
+        {"data.txt", {32, 50, 0, 40}, {"Error allocation: LastError=0 [ERROR_LEVEL]"}},
+        {"data.txt", {32, 50, 0, 100}, {}},
+    };
+    for (const S_CASE& l_Case : l_aCases) {
+        SCOPED_TRACE(l_Case.pszFile);
+        CReplay l_Replay("0 1.5 2.5 3\n", "", l_Case.pszFile);
+        cecore::OverrideMemoryStatus(&l_Case.Memory);
+        ::SetLastError(0);
+        EXPECT_EQ(l_Replay.Upload(), (S_RESULT{3, 5, 0, 0, 0}));
+        EXPECT_EQ(l_Replay.m_lSize, l_Case.vstrLines.empty() ? 900 : 0);
+        EXPECT_EQ(l_Replay.m_Home.TraceLines(), l_Case.vstrLines);
+    }
+    cecore::OverrideMemoryStatus(&l_Idle);
+    EXPECT_EQ(CIntMeasDriverSimu::GetMemoryLimit(), 400000);
+    const cecore::S_MEMORYSTATUS l_aMore[] = {{32, 90, 0, 1000000}, {32, 50, 0, 256U << 20}};
+    cecore::OverrideMemoryStatus(&l_aMore[0]);
+    EXPECT_EQ(CIntMeasDriverSimu::GetMemoryLimit(), 800000);
+    cecore::OverrideMemoryStatus(&l_aMore[1]);
+    EXPECT_EQ(CIntMeasDriverSimu::GetMemoryLimit(), 134217728 - 26843545);
+    cecore::OverrideMemoryStatus(nullptr);
+}
+
+TEST(SimuBoard, LoadsOrRefusesAHugeFile)
+{
+    CReplay l_Replay("");
+    {
+        std::ofstream l_File(l_Replay.m_Home.Path("data.txt"), std::ios::binary);
+        const std::string l_strRow(4096, '7'); // one number of 4096 digits
+        for (size_t i = 0; i < 100 * 1000 * 1000 / 4097; ++i) {
+            l_File << l_strRow << '\n';
+        }
+    }
+    EXPECT_EQ(l_Replay.Upload().ulStatus, 0U);
+    EXPECT_TRUE(l_Replay.m_lSize == 0 || l_Replay.At(0, 0) == INT32_MAX);
+    EXPECT_EQ(truncate(l_Replay.m_Home.Path("data.txt").c_str(), 200L << 20), 0);
+    CReplay l_Larger("", "", l_Replay.m_Home.Path("data.txt"));
+    EXPECT_EQ(l_Larger.Upload().ulStatus, 0U);
+    EXPECT_EQ(l_Larger.m_lSize, 0);
+}
+
+TEST(SimuBoard, AnswersItsCommandsAndNoOthers)
+{
+    CReplay l_Replay(Rows(5));
+    EXPECT_EQ(l_Replay.Driver().CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_Replay.Driver().GetResult(1, l_Replay.m_acRaw, nullptr, nullptr, 0, 1),
+              (S_RESULT{3, 5, 0, 0, 1}));
+    EXPECT_EQ(l_Replay.Driver().GetDriverID(), 4000U);
+    const std::string l_strSent = "\x03\xD1\xD2\xD3\xD4\xD5\xD6";
+    const std::string l_strFetched = l_strSent + "\xD0";
+    for (unsigned l_ulCmde = 0; l_ulCmde < 256; ++l_ulCmde) {
+        SCOPED_TRACE(l_ulCmde);
+        const char l_cCmde = static_cast<char>(l_ulCmde);
+        const bool l_bSent = l_ulCmde != 0 && l_strSent.find(l_cCmde) != std::string::npos;
+        const bool l_bFetched = l_ulCmde != 0 && l_strFetched.find(l_cCmde) != std::string::npos;
+        l_Replay.m_Receive.ulAnswer = 99;
+        EXPECT_EQ(l_Replay.Send(static_cast<uint8_t>(l_ulCmde)),
+                  (S_RESULT{3, 2, 0, 0, l_bSent ? 0U : 1U}));
+        EXPECT_EQ(l_Replay.m_Receive.ulAnswer, l_bSent ? 0U : 99U);
+        int32_t l_lSize = -1;
+        EXPECT_EQ(l_Replay.Driver().GetResult(900, l_Replay.m_acRaw, &l_lSize,
+                                              l_Replay.m_vlData.data(), 0, 1),
+                  (S_RESULT{3, 5, 0, 0, l_bFetched ? 0U : 1U}));
+        if (l_ulCmde == 212) {
+            EXPECT_EQ(l_Replay.m_vlData[0], 1234);
+            EXPECT_EQ(l_lSize, -1);
+        }
+    }
+    // A null record changes nothing: the last good command is still fetched.
+    EXPECT_EQ(l_Replay.Send(213).ulStatus, 0U);
+    EXPECT_EQ(l_Replay.Driver().SendCommand(nullptr, &l_Replay.m_Receive, nullptr, 0),
+              (S_RESULT{3, 2, 0, 0, 1}));
+    EXPECT_EQ(l_Replay.Driver().GetResult(0, l_Replay.m_acRaw, nullptr, nullptr, 0, 1).ulStatus,
+              0U);
+    EXPECT_EQ(l_Replay.Driver().GetResult(0, nullptr, nullptr, nullptr, 0, 1).ulStatus, 1U);
+
+    int32_t l_lValue = 0;
+    EXPECT_EQ(l_Replay.Driver().Init(), (S_RESULT{3, 3, 0, 0, 0}));
+    EXPECT_TRUE(l_Replay.Driver().IsInitialised());
+    EXPECT_EQ(l_Replay.Driver().Close(), (S_RESULT{3, 4, 0, 0, 0}));
+    EXPECT_FALSE(l_Replay.Driver().IsInitialised());
+    EXPECT_EQ(l_Replay.Driver().GetInstantMeasure(&l_lValue, 99, 0, 0), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 1234);
+    EXPECT_EQ(l_Replay.Driver().GetInstantMeasure(nullptr, 0, 0, 0).ulStatus, 1U);
+    EXPECT_EQ(PowerOfTen(-3), 0.0010000000000000002);
+    EXPECT_EQ(PowerOfTen(0), 1.0);
+    EXPECT_EQ(PowerOfTen(2), 100.0);
+}
+
+TEST(SimuMilliOhm, AnswersItsTwoCommands)
+{
+    CTestHome l_Home;
+    SetTraceLog(std::make_unique<CTraceLogFile>("\\hd00\\log_tornval.txt", 0x1111));
+    C_MilliOhmDriverSerialSimu l_Module;
+    CMeasDriver& l_Driver = l_Module;
+    EXPECT_EQ(l_Driver.GetDriverID(), 5001U);
+    EXPECT_EQ(l_Driver.CreateDriverInstance(), (S_RESULT{4, 0, 0, 0, 0}));
+    EXPECT_EQ(l_Driver.Init(), (S_RESULT{}));
+    S_RECEIVE_STRUCT l_Receive{};
+    char l_acText[16] = "###############";
+    int32_t l_lSize = -1;
+    int32_t l_alData[4] = {1, 2, 3, 4};
+    const auto l_fnSend = [&](uint8_t i_ucCmdeID) {
+        S_SEND_STRUCT l_Cmde = MakeCommand(i_ucCmdeID, 0, 4);
+        return l_Driver.SendCommand(&l_Cmde, &l_Receive, nullptr, 0);
+    };
+    EXPECT_EQ(l_fnSend(COMMAND_VERSION), (S_RESULT{4, 2, 0, 0, 0}));
+    EXPECT_EQ(GetNbReturnByte(l_Receive), 65544U);
+    EXPECT_EQ(l_Driver.GetResult(14, l_acText, &l_lSize, nullptr, 0, 1), (S_RESULT{4, 5, 0, 0, 1}));
+    EXPECT_EQ(l_acText[0], '#');
+    EXPECT_EQ(l_Driver.GetResult(15, l_acText, &l_lSize, nullptr, 0, 1), (S_RESULT{4, 5, 0, 0, 0}));
+    EXPECT_STREQ(l_acText, "Version Simule");
+    EXPECT_EQ(l_acText[15], '\0');
+    EXPECT_EQ(l_Driver.GetResult(15, nullptr, nullptr, nullptr, 0, 1).ulStatus, 1U);
+    EXPECT_EQ(l_fnSend(COMMAND_MICROOHM_MEASURE).ulStatus, 0U);
+    EXPECT_EQ(l_Driver.GetResult(0, nullptr, &l_lSize, l_alData, 0, 1), (S_RESULT{4, 5, 0, 0, 0}));
+    EXPECT_EQ(l_lSize, 1);
+    EXPECT_EQ(l_alData[0], 3333);
+    EXPECT_EQ(l_alData[1], 2);
+    EXPECT_EQ(l_fnSend(0xA0), (S_RESULT{4, 2, 0, 0, 1}));
+    EXPECT_EQ(GetNbReturnByte(l_Receive), 0U);
+    EXPECT_EQ(l_Driver.Close(), (S_RESULT{4, 4, 0, 0, 0}));
+    const std::vector<std::string> l_vstrExpected = {
+        "C_MilliOhmDriverSerialSimu::CreateDriverInstance> [INFO_LEVEL]",
+        "C_MilliOhmDriverSerialSimu::SendCommand> (canal: 0) [INFO_LEVEL]",
+        "C_MilliOhmDriverSerialSimu::SendCommand> cmde=FF [INFO_LEVEL]",
+        "C_MilliOhmDriverSerialSimu::SendCommand> OK [INFO_LEVEL]",
+        "CIntMeasDriver::GetResult (general)> [INFO_LEVEL]",
+        "C_MilliOhmDriverSerialSimu::GetResult> [INFO_LEVEL]",
+        "C_MilliOhmDriverSerialSimu::GetResult> ERROR Allocation [ERROR_LEVEL]",
+    };
+    std::vector<std::string> l_vstrLines = l_Home.TraceLines();
+    ASSERT_GT(l_vstrLines.size(), l_vstrExpected.size());
+    EXPECT_EQ(l_vstrLines.back(), "CIntMeasDriverSerial::Close> OK init not be done [INFO_LEVEL]");
+    l_vstrLines.resize(l_vstrExpected.size());
+    EXPECT_EQ(l_vstrLines, l_vstrExpected);
+}
