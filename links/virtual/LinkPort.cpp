@@ -86,7 +86,7 @@ void CLinkPort::Run()
             std::find_if(m_Exchanges.begin(), m_Exchanges.end(),
                          [](const S_EXCHANGE& i_Each) { return i_Each.eState == E_STATE::Sent; });
         if (l_itSent != m_Exchanges.end()) {
-            HandleOne(l_Lock, l_itSent);
+            HandleOne(l_Lock, *l_itSent);
             continue;
         }
         std::optional<S_CLOCK::time_point> l_oNext;
@@ -104,13 +104,14 @@ void CLinkPort::Run()
 }
 
 /** Lets the firmware at one command, without the lock. */
-void CLinkPort::HandleOne(std::unique_lock<std::mutex>& io_Lock, S_ITERATOR i_itExchange)
+void CLinkPort::HandleOne(std::unique_lock<std::mutex>& io_Lock, S_EXCHANGE& io_Exchange)
 {
-    const uint64_t l_ullNumber = i_itExchange->ullNumber;
-    const std::vector<uint8_t> l_vCommand = std::move(i_itExchange->vFrame);
+    const uint64_t l_ullNumber = io_Exchange.ullNumber;
+    const std::vector<uint8_t> l_vCommand = std::move(io_Exchange.vFrame);
     io_Lock.unlock();
     emulator::S_REPLY l_Reply = m_Firmware.Handle(l_vCommand);
     io_Lock.lock();
+    // A send may have dropped the exchange meanwhile, or moved it.
     const auto l_itExchange =
         std::find_if(m_Exchanges.begin(), m_Exchanges.end(),
                      [&](const S_EXCHANGE& i_Each) { return i_Each.ullNumber == l_ullNumber; });

@@ -90,7 +90,7 @@ private:
     using S_ITERATOR = std::deque<S_EXCHANGE>::iterator;
 
     void Run();
-    void HandleOne(std::unique_lock<std::mutex>& io_Lock, S_ITERATOR i_itExchange);
+    void HandleOne(std::unique_lock<std::mutex>& io_Lock, S_EXCHANGE& io_Exchange);
     void AnnounceDue();
     S_ITERATOR FindReady(uint16_t i_usCmdeID);
 
