@@ -1,0 +1,234 @@
+// The exported functions over the simulated instrument: what a host sees of routing and records.
+
+#include <array>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+#include "TestRecord.h"
+#include "driver/Records.h"
+
+namespace {
+
+constexpr const char* k_pszSimu = "[IM]\nSIMU=1\n[LOG]\nENABLE=1\nTYPE=0\nLEVEL=4369\n";
+
+std::vector<uint32_t> LoadedIDs(uint32_t i_ulMax = 8)
+{
+    std::array<S_DRIVER_INFO, 8> l_aInfo{};
+    uint32_t l_ulCount = 99;
+    EXPECT_EQ(EnumMeasDrivers(l_aInfo.data(), i_ulMax, &l_ulCount), 1U);
+    std::vector<uint32_t> l_vulIDs;
+    for (uint32_t i = 0; i < l_ulCount; ++i) {
+        l_vulIDs.push_back(l_aInfo[i].ulDriverID);
+    }
+    return l_vulIDs;
+}
+
+using IDs = std::vector<uint32_t>;
+
+} // namespace
+
+TEST(Api, LoadsByTheMask)
+{
+    const CTestHome l_Home(k_pszSimu);
+    struct S_CASE
+    {
+        int32_t lMask;
+        size_t ulDrivers;
+    };
+    const S_CASE l_aCases[] = {{0x11, 2}, {0x01, 1}, {0x10, 1}, {0x02, 0},     {0x04, 0},
+                               {0, 0},    {-1, 2},   {-18, 0},  {INT32_MIN, 0}};
+    for (const S_CASE& l_Case : l_aCases) {
+        EXPECT_EQ(LoadMeasDrivers(l_Case.lMask), (S_RESULT{0, 6, 0, 0, 0}));
+        EXPECT_EQ(LoadedIDs().size(), l_Case.ulDrivers) << l_Case.lMask;
+    }
+}
+
+TEST(Api, NumbersDriversFromLoadToLoad)
+{
+    const CTestHome l_Home(k_pszSimu);
+    LoadMeasDrivers(0x11);
+    EXPECT_EQ(LoadedIDs(), (IDs{4000, 5001}));
+    EXPECT_EQ(LoadedIDs(1), (IDs{4000}));
+    EXPECT_EQ(LoadedIDs(0), IDs{});
+    LoadMeasDrivers(0x11);
+    EXPECT_EQ(LoadedIDs(), (IDs{4001, 5003}));
+}
+
+TEST(Api, FillsDriverRecordsAtAnyAddress)
+{
+    const CTestHome l_Home(k_pszSimu);
+    LoadMeasDrivers(0x11);
+    alignas(8) std::array<uint8_t, 2 * 104 + 3> l_aucBytes{};
+    l_aucBytes.fill(0xEE);
+    uint32_t l_ulCount = 0;
+    EXPECT_EQ(
+        EnumMeasDrivers(reinterpret_cast<S_DRIVER_INFO*>(l_aucBytes.data() + 1), 2, &l_ulCount),
+        1U);
+    EXPECT_STREQ(reinterpret_cast<const char*>(l_aucBytes.data() + 1), "IM");
+    EXPECT_STREQ(reinterpret_cast<const char*>(l_aucBytes.data() + 105 + 50), "MO");
+    EXPECT_EQ(tornval::ReadLe32(l_aucBytes.data() + 105 + 100), 5001U);
+    EXPECT_EQ(l_aucBytes[0], 0xEE);
+    EXPECT_EQ(l_aucBytes[209], 0xEE);
+    EXPECT_EQ(EnumMeasDrivers(nullptr, 2, &l_ulCount), 0U);
+    EXPECT_EQ(l_ulCount, 0U);
+    EXPECT_EQ(EnumMeasDrivers(reinterpret_cast<S_DRIVER_INFO*>(l_aucBytes.data()), 2, nullptr), 0U);
+}
+
+TEST(Api, MeasuresOnTheSimulatedInstrument)
+{
+    const CTestHome l_Home(k_pszSimu);
+    LoadMeasDrivers(0x11);
+    int32_t l_lValue = 0, l_lSecond = 7, l_lThird = 7;
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 3), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 1234);
+    l_lValue = 0;
+    EXPECT_EQ(GetInstantMeasureWithoutCompensation(&l_lValue, 12), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 1234);
+    EXPECT_EQ(GetInstantMeasureOnDevice(4000, &l_lValue, 0, 9), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(CurrentGeneratorBurst(5), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(GetAllMicroOhmMeasure(&l_lValue, &l_lSecond, &l_lThird), (S_RESULT{4, 0, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 3333);
+    EXPECT_EQ(l_lSecond + l_lThird, 0);
+    l_lValue = 0;
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue).ulStatus, 0U);
+    EXPECT_EQ(l_lValue, 3333);
+    double l_dA = 1, l_dB = 1;
+    uint32_t l_ulIndex = 0;
+    EXPECT_EQ(GetMBCalibrationCoeff(&l_dA, &l_dB, 1), 1U);
+    EXPECT_EQ(l_dA, 0.0);
+    EXPECT_EQ(SetMBCalibration(&l_ulIndex, &l_dA, &l_dB, 1), (S_RESULT{3, 0, 0, 0, 0}));
+    // Initialised already, so without force the router answers by itself.
+    EXPECT_EQ(InitialiseMeasBoard(4000, 0), (S_RESULT{0, 3, 0, 0, 0}));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 2), (S_RESULT{0, 3, 0, 0, 0}));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 1), (S_RESULT{3, 3, 0, 0, 0}));
+    EXPECT_EQ(InitialiseMeasBoard(5001, 0), (S_RESULT{}));
+    EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
+    EXPECT_EQ(ResetMeasBoard(4000), (S_RESULT{3, 4, 0, 0, 0}));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 0), (S_RESULT{3, 3, 0, 0, 0}));
+}
+
+TEST(Api, FailsCleanlyWithoutTheDriver)
+{
+    const CTestHome l_Home(k_pszSimu);
+    int32_t l_lValue = 5, l_lSecond = 5, l_lThird = 5;
+    double l_dA = 5;
+    uint32_t l_ulIndex = 0;
+    // The first call of the process builds the router, whichever it is.
+    EXPECT_EQ(GetMBCalibrationCoeff(&l_dA, &l_dA, 1), 0U);
+    for (const uint32_t l_ulID : {0U, 4000U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        S_SEND_STRUCT l_Cmde{};
+        S_RECEIVE_STRUCT l_Receive{};
+        char l_cRaw = 0;
+        EXPECT_EQ(InitialiseMeasBoard(l_ulID, 1), (S_RESULT{0, 3, 0, 0, 1}));
+        EXPECT_EQ(ResetMeasBoard(l_ulID), (S_RESULT{0, 4, 0, 0, 1}));
+        EXPECT_EQ(SendMeasBoardCmd(l_ulID, &l_Cmde, &l_Receive, nullptr),
+                  (S_RESULT{0, 2, 0, 0, 1}));
+        EXPECT_EQ(GetMeasBoardResult(l_ulID, 1, &l_cRaw, nullptr, nullptr, 0),
+                  (S_RESULT{0, 5, 0, 0, 1}));
+        EXPECT_EQ(GetInstantMeasureOnDevice(l_ulID, &l_lValue, 0, 0), (S_RESULT{0, 0, 0, 0, 1}));
+    }
+    const S_RESULT l_None{0, 0, 0, 0, 1};
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 0), l_None);
+    EXPECT_EQ(GetInstantMeasureWithoutCompensation(&l_lValue, 0), l_None);
+    EXPECT_EQ(CurrentGeneratorBurst(0), l_None);
+    EXPECT_EQ(SetMBCalibration(&l_ulIndex, &l_dA, &l_dA, 1), l_None);
+    EXPECT_EQ(GetAllMicroOhmMeasure(&l_lValue, &l_lSecond, &l_lThird), l_None);
+    EXPECT_EQ(l_lValue + l_lSecond + l_lThird, 0);
+    l_lValue = 5;
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), l_None);
+    EXPECT_EQ(l_lValue, 0);
+    EXPECT_EQ(GetMicroOhmMeasure(nullptr), l_None);
+    EXPECT_EQ(GetAllMicroOhmMeasure(nullptr, &l_lSecond, &l_lThird), l_None);
+}
+
+TEST(Api, TakesNullsInEveryPlace)
+{
+    const CTestHome l_Home(k_pszSimu);
+    LoadMeasDrivers(0x11);
+    for (const uint32_t l_ulID : {4000U, 5001U}) {
+        S_SEND_STRUCT l_Cmde{};
+        l_Cmde.CmdeID = l_ulID == 4000 ? 212 : 0xFF;
+        S_RECEIVE_STRUCT l_Receive{};
+        EXPECT_EQ(SendMeasBoardCmd(l_ulID, nullptr, &l_Receive, nullptr).ulStatus, 1U);
+        EXPECT_EQ(SendMeasBoardCmd(l_ulID, &l_Cmde, nullptr, nullptr).ulStatus, 1U);
+        EXPECT_EQ(SendMeasBoardCmd(l_ulID, &l_Cmde, &l_Receive, nullptr).ulStatus, 0U);
+        EXPECT_EQ(GetMeasBoardResult(l_ulID, 100, nullptr, nullptr, nullptr, 0).ulStatus, 1U);
+    }
+    EXPECT_EQ(GetInstantMeasure(nullptr, 0).ulStatus, 1U);
+    EXPECT_EQ(GetMBCalibrationCoeff(nullptr, nullptr, 13), 0U);
+}
+
+TEST(Api, TracesTheLoadInItsOrder)
+{
+    const CTestHome l_Home(k_pszSimu);
+    S_SEND_STRUCT l_Cmde{};
+    S_RECEIVE_STRUCT l_Receive{};
+    SendMeasBoardCmd(1, &l_Cmde, &l_Receive, nullptr);
+    LoadMeasDrivers(0x11);
+    S_DRIVER_INFO l_Info{};
+    uint32_t l_ulCount = 0;
+    EnumMeasDrivers(&l_Info, 1, &l_ulCount);
+    InitialiseMeasBoard(77, 1);
+    GetMeasBoardResult(77, 0, nullptr, nullptr, nullptr, 0);
+    std::vector<std::string> l_vstrLines = l_Home.TraceLines();
+    for (std::string& l_strLine : l_vstrLines) {
+        for (const char* l_pszPointer : {"driver: ", "driver="}) {
+            const size_t l_ulPlace = l_strLine.find(l_pszPointer);
+            if (l_ulPlace != std::string::npos) {
+                const size_t l_ulDigits = l_ulPlace + std::strlen(l_pszPointer);
+                l_strLine.replace(l_ulDigits, l_strLine.find(' ', l_ulDigits) - l_ulDigits, "#");
+            }
+        }
+    }
+    // The entry line of the very first call came before there was a logger.
+    const std::vector<std::string> l_vstrExpected = {
+        "CRouter::SendCommand> DriverID:1 CMID:00 [INFO_GENERAL_LEVEL]",
+        "CRouter::GetDriverFromID> driver ID: 1 Nb Drivers: 0 [INFO_GENERAL_LEVEL]",
+        "CRouter::SendCommand> DriverNot Found [ERROR_LEVEL]",
+        "API::SendMeasBoardCmd> Error [ERROR_LEVEL]",
+        "CRouter::LoadMeasDriver> START [INFO_LEVEL]",
+        "CRouter::LoadMODriver> START [INFO_LEVEL]",
+        "CRouter::CreateDriver> DriverType: 4 [INFO_GENERAL_LEVEL]",
+        "C_MilliOhmDriverSerialSimu::CreateDriverInstance> [INFO_LEVEL]",
+        "CRouter::LoadMODriver> driver: # [INFO_LEVEL]",
+        "CRouter::InitAndAddDriverToMap> [INFO_LEVEL]",
+        "CRouter::InitAndAddDriverToMap> add driver to the map: id=5001 [INFO_LEVEL]",
+        "CRouter::LoadMODriver> STOP status=1 [INFO_LEVEL]",
+        "CRouter::LoadIMBDriver> START [INFO_LEVEL]",
+        "CRouter::CreateDriver> DriverType: 3 [INFO_GENERAL_LEVEL]",
+        "driver: # [INFO_LEVEL]",
+        "CRouter::InitAndAddDriverToMap> [INFO_LEVEL]",
+        "CRouter::InitAndAddDriverToMap> add driver to the map: id=4000 [INFO_LEVEL]",
+        "CRouter::LoadIMBDriver> STOP status=1 [INFO_LEVEL]",
+        "CRouter::LoadMeasDriver> STOP status=0 [INFO_LEVEL]",
+        "CRouter::EnumMeasDrivers> driver=# DriverID=4000 LinkType=IM DriverName=IM [INFO_LEVEL]",
+        "CRouter::InitDriver> DriverID=77 bForceInit=1 [INFO_LEVEL]",
+        "CRouter::GetDriverFromID> driver ID: 77 Nb Drivers: 2 [INFO_GENERAL_LEVEL]",
+        "CRouter::InitDriver> Driver 77 Not found [ERROR_LEVEL]",
+        "API::GetMeasBoardResult> DriverID=77 [INFO_LEVEL]",
+        "CRouter::GetDriverFromID> driver ID: 77 Nb Drivers: 2 [INFO_GENERAL_LEVEL]",
+        "API::GetMeasBoardResult> Error [ERROR_LEVEL]",
+    };
+    EXPECT_EQ(l_vstrLines, l_vstrExpected);
+}
+
+TEST(Api, FirstCallsOfManyThreadsBuildOneRouter)
+{
+    const CTestHome l_Home(k_pszSimu);
+    std::vector<std::thread> l_vThreads;
+    for (int i = 0; i < 8; ++i) {
+        l_vThreads.emplace_back([] {
+            S_DRIVER_INFO l_Info{};
+            uint32_t l_ulCount = 1;
+            for (int j = 0; j < 50; ++j) {
+                EXPECT_EQ(EnumMeasDrivers(&l_Info, 1, &l_ulCount), 1U);
+                EXPECT_EQ(l_ulCount, 0U);
+            }
+        });
+    }
+    for (std::thread& l_Thread : l_vThreads) {
+        l_Thread.join();
+    }
+}

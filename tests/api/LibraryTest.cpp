@@ -1,0 +1,120 @@
+// The shared library as a host has it: loaded, used, unloaded, again and again.
+
+#include <cstring>
+#include <fstream>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+#include "TestRecord.h"
+
+namespace {
+
+/** The library for the life of this object. */
+class CLibrary
+{
+public:
+    CLibrary() : m_pHandle(dlopen(TORNVAL_LIBRARY, RTLD_NOW | RTLD_LOCAL))
+    {
+        if (m_pHandle == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+    }
+    CLibrary(const CLibrary&) = delete;
+    CLibrary& operator=(const CLibrary&) = delete;
+    ~CLibrary() { dlclose(m_pHandle); }
+
+    template <typename F>
+    F* Get(const char* i_pszName) const
+    {
+        void* l_pAddress = dlsym(m_pHandle, i_pszName);
+        F* l_pFn = nullptr;
+        std::memcpy(&l_pFn, &l_pAddress, sizeof(l_pFn));
+        return l_pFn;
+    }
+
+private:
+    void* m_pHandle;
+};
+
+#define ENTRY(i_Library, i_Name) (i_Library).Get<decltype(i_Name)>(#i_Name)
+
+bool IsLoaded(const char* i_pszPath = TORNVAL_LIBRARY)
+{
+    void* l_pHandle = dlopen(i_pszPath, RTLD_NOW | RTLD_NOLOAD);
+    if (l_pHandle != nullptr) {
+        dlclose(l_pHandle);
+    }
+    return l_pHandle != nullptr;
+}
+
+size_t ResidentBytes()
+{
+    size_t l_ulTotal = 0, l_ulResident = 0;
+    std::ifstream("/proc/self/statm") >> l_ulTotal >> l_ulResident;
+    return l_ulResident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+} // namespace
+
+TEST(Library, UnloadsWithEverythingItHeld)
+{
+    const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
+    for (int i = 0; i < 5; ++i) {
+        {
+            const CLibrary l_Library;
+            EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11), (S_RESULT{0, 6, 0, 0, 0}));
+            S_DRIVER_INFO l_Info{};
+            uint32_t l_ulCount = 0;
+            ENTRY(l_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount);
+            // Unloading resets the process-wide counters with everything else.
+            EXPECT_EQ(l_Info.ulDriverID, 4000U);
+        }
+        EXPECT_FALSE(IsLoaded());
+    }
+}
+
+TEST(Library, UnloadsInTheMiddleOfNothing)
+{
+    const CTestHome l_Home;
+    {
+        const CLibrary l_Library;
+    }
+    EXPECT_FALSE(IsLoaded());
+}
+
+TEST(Library, GivesTheLinkLibraryBack)
+{
+    const std::string l_strLink =
+        std::string(TORNVAL_LIBRARY).substr(0, std::string(TORNVAL_LIBRARY).rfind("/lib/")) +
+        "/links/virtual_link.so";
+    const CTestHome l_Home("[IM]\nDRIVER_NAME=" + l_strLink + "\n");
+    {
+        const CLibrary l_Library;
+        EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11).ulStatus, 0U);
+        EXPECT_TRUE(IsLoaded(l_strLink.c_str()));
+    }
+    EXPECT_FALSE(IsLoaded(l_strLink.c_str()));
+    EXPECT_FALSE(IsLoaded());
+}
+
+TEST(Library, HoldsTheRecordingInLittleMemory)
+{
+    const CTestHome l_Home("[IM]\nSIMU=1\nDAT_SIMU_FILE=" TORNVAL_RECORDING "\n");
+    std::vector<int32_t> l_vlData(903);
+    char l_acRaw[900];
+    int32_t l_lSize = 0;
+    const size_t l_ulBefore = ResidentBytes();
+    const CLibrary l_Library;
+    ASSERT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x10).ulStatus, 0U);
+    S_SEND_STRUCT l_Cmde{};
+    l_Cmde.CmdeID = 211;
+    S_RECEIVE_STRUCT l_Receive{};
+    ENTRY(l_Library, SendMeasBoardCmd)(4000, &l_Cmde, &l_Receive, nullptr);
+    ENTRY(l_Library, GetMeasBoardResult)(4000, 900, l_acRaw, &l_lSize, l_vlData.data(), 0);
+    ASSERT_EQ(l_lSize, 900);
+    EXPECT_LT(ResidentBytes() - l_ulBefore, size_t{20} << 20);
+}
