@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -64,6 +65,19 @@ public:
             l_vstrLines.push_back(l_ulThread == std::string::npos || l_ulStart == std::string::npos
                                       ? l_strLine
                                       : l_strLine.substr(l_ulStart + 2));
+        }
+        return l_vstrLines;
+    }
+
+    /** The same with '#' for what differs from run to run: ticks, durations, addresses. */
+    [[nodiscard]] std::vector<std::string> MaskedTraceLines() const
+    {
+        static const std::regex s_Changing(
+            "(SEND_COMMAND: |GET_RESULT: |duration: |HSYNC: |fct: |SerialDriver: |driver: "
+            "|driver=)[0-9A-Fa-f]+");
+        std::vector<std::string> l_vstrLines = TraceLines();
+        for (std::string& l_strLine : l_vstrLines) {
+            l_strLine = std::regex_replace(l_strLine, s_Changing, "$1#");
         }
         return l_vstrLines;
     }

@@ -1,0 +1,486 @@
+// The real drivers through the exports, over the virtual link with the emulated instruments behind
+// it: traces, failures, threads.
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <sstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+#include "TestRecord.h"
+#include "driver/Records.h"
+#include "emulator/Recording.h"
+#include "platform/Api.h"
+#include "support/Trace.h"
+
+namespace {
+
+constexpr const char* k_pszLog = "[LOG]\nENABLE=1\nTYPE=0\nLEVEL=4369\n";
+
+std::string LinkSection(const std::string& i_strLink = "virtual_link.so")
+{
+    return "[IM]\nDRIVER_NAME=" TORNVAL_LINKS "/" + i_strLink +
+           "\nCHANNEL_1=0\nCHANNEL_2=1\nCHANNEL_3=2\n";
+}
+
+/** A host over the virtual link, its instruments set as a test wants them. */
+class CInstrument
+{
+public:
+    explicit CInstrument(const std::string& i_strMore = "", const std::string& i_strBoard = "",
+                         const std::string& i_strModule = "")
+        : m_Home(LinkSection() + i_strMore)
+    {
+        setenv("TORNVAL_EMULATOR_BOARD", i_strBoard.c_str(), 1);
+        setenv("TORNVAL_EMULATOR_MILLIOHM", i_strModule.c_str(), 1);
+        setenv("TORNVAL_EMULATOR_STATE", m_Home.Path("state").c_str(), 1);
+        setenv("TORNVAL_EMULATOR_CONTROL", m_Home.Path("").c_str(), 1);
+    }
+    CInstrument(const CInstrument&) = delete;
+    CInstrument& operator=(const CInstrument&) = delete;
+    ~CInstrument() { LoadMeasDrivers(0); }
+
+    /** Dials settings into an instrument ("board" or "milliohm"), as of the next call. */
+    void Dial(const std::string& i_strName, const std::string& i_strSettings) const
+    {
+        m_Home.Write("new", i_strSettings);
+        std::filesystem::rename(m_Home.Path("new"), m_Home.Path(i_strName));
+    }
+
+    CTestHome m_Home;
+};
+
+uint32_t DriverID(const char* i_pszLinkType)
+{
+    std::array<S_DRIVER_INFO, 4> l_aInfo{};
+    uint32_t l_ulCount = 0;
+    EnumMeasDrivers(l_aInfo.data(), 4, &l_ulCount);
+    for (uint32_t i = 0; i < l_ulCount; ++i) {
+        if (std::strcmp(l_aInfo[i].szLinkType, i_pszLinkType) == 0) {
+            return l_aInfo[i].ulDriverID;
+        }
+    }
+    return 0;
+}
+
+std::vector<char> s_vRaw(65544);
+std::vector<int32_t> s_vlData(3 + 3 * 65544);
+
+/** One send with its fetch. */
+S_RESULT Exchange(uint32_t i_ulID, uint8_t i_ucCmdeID, int32_t* o_plSize = nullptr,
+                  uint32_t i_ulRaw = 65544)
+{
+    S_SEND_STRUCT l_Cmde = tornval::MakeCommand(i_ucCmdeID, 0, i_ucCmdeID == 0xA1 ? 6 : 4);
+    static const uint8_t s_aucPayload[] = {1, 0};
+    S_RECEIVE_STRUCT l_Receive{};
+    const S_RESULT l_Sent = SendMeasBoardCmd(i_ulID, &l_Cmde, &l_Receive, s_aucPayload);
+    return l_Sent.ulStatus != 0
+               ? l_Sent
+               : GetMeasBoardResult(i_ulID, i_ulRaw, s_vRaw.data(), o_plSize, s_vlData.data(), 0);
+}
+
+std::vector<std::string> Lines(const std::string& i_strText)
+{
+    std::vector<std::string> l_vstrLines;
+    std::istringstream l_Text(i_strText);
+    for (std::string l_strLine; std::getline(l_Text, l_strLine);) {
+        l_vstrLines.push_back(l_strLine);
+    }
+    return l_vstrLines;
+}
+
+} // namespace
+
+TEST(RealDrivers, TakeTheNumbersOfTheirFamily)
+{
+    const CInstrument l_Instrument;
+    EXPECT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    EXPECT_EQ(DriverID("MO"), 5001U);
+    EXPECT_EQ(DriverID("IM"), 4001U);
+    EXPECT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    EXPECT_EQ(DriverID("MO"), 5003U);
+    EXPECT_EQ(DriverID("IM"), 4003U);
+}
+
+TEST(RealDrivers, TraceEveryStepOfABoardMeasure)
+{
+    const CInstrument l_Instrument(k_pszLog);
+    LoadMeasDrivers(0x10);
+    tornval::ResetTraceLog();
+    int32_t l_lValue = 0;
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 3002);
+    std::vector<std::string> l_vstrLines = l_Instrument.m_Home.MaskedTraceLines();
+    ASSERT_GT(l_vstrLines.size(), 5U);
+    // 500 bytes of the frame; the head tells enough here.
+    EXPECT_EQ(l_vstrLines[4].size(), 6 + 1500 + std::strlen(" [INFO_LEVEL]"));
+    l_vstrLines[4] = l_vstrLines[4].substr(0, 6 + 3 * 17 - 1);
+    EXPECT_EQ(l_vstrLines,
+              Lines("CIntMeasDriver::CmdeBloquanteSynchrone> [INFO_LEVEL]\n"
+                    "CIntMeasDriverSerial::SendCommand> cmde=D4 [INFO_GENERAL_LEVEL]\n"
+                    "SIntMeasDriver::PrepareCmdeMesureInterne> canal: 0 voie: 2 "
+                    "[INFO_LEVEL]\n"
+                    "Time before IOCTL_RS_SEND_COMMAND: # [INFO_LEVEL]\n"
+                    "Data: 0B BF D4 00 08 00 00 00 00 D4 00 00 02 00 00 00 FF\n"
+                    "Time after IOCTL_RS_SEND_COMMAND: # (duration: #) [INFO_LEVEL]\n"
+                    "CIntMeasDriverSerial::SendCommand> OK [INFO_LEVEL]\n"
+                    "CIntMeasDriverSerial::GetResult> [INFO_LEVEL]\n"
+                    "Time after HSYNC: # [INFO_LEVEL]\n"
+                    "Time before IOCTL_RS_GET_RESULT: # [INFO_LEVEL]\n"
+                    "Time after IOCTL_RS_GET_RESULT: # (duration: #) [INFO_LEVEL]\n"
+                    "IOCTL_RS_GET_RESULT taille: 30 [INFO_LEVEL]\n"
+                    "CIntMeasDriver> FW returned code: 1 [FW_LEVEL]\n"
+                    "CIntMeasDriver> FW error code: 0 [FW_LEVEL]\n"
+                    "CIntMeasDriver::CheckFirmwareError> OK  [INFO_LEVEL]\n"
+                    "CIntMeasDriverSerial::GetResult> CmdeID: D4 [INFO_GENERAL_LEVEL]\n"
+                    "CIntMeasDriver::GetResult_MEASURE_INTERNE> ADC=3002.000000 "
+                    "a=10000.000000 b=0.000000 [INFO_LEVEL]\n"
+                    "CIntMeasDriver::GetResult_MEASURE_INTERNE> Data=3002 "
+                    "[INFO_LEVEL]\n"));
+}
+
+TEST(RealDrivers, TraceEveryStepOfALoadAMeasureAndAClose)
+{
+    const CInstrument l_Instrument(k_pszLog);
+    LoadMeasDrivers(0x01);
+    int32_t l_alValues[3];
+    EXPECT_EQ(GetAllMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]),
+              (S_RESULT{4, 5, 0, 0, 0}));
+    EXPECT_EQ(l_alValues[0], 123456);
+    EXPECT_EQ(l_alValues[1], -2345);
+    EXPECT_EQ(l_alValues[2], 67);
+    EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
+    EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
+    EXPECT_EQ(GetMicroOhmMeasure(l_alValues), (S_RESULT{4, 2, 6, 0, 1}));
+    EXPECT_EQ(
+        l_Instrument.m_Home.MaskedTraceLines(),
+        Lines("CRouter::LoadMeasDriver> START [INFO_LEVEL]\n"
+              "CRouter::LoadMODriver> START [INFO_LEVEL]\n"
+              "CRouter::CreateDriver> DriverType: 4 [INFO_GENERAL_LEVEL]\n"
+              "C_MilliOhmDriverSerial::CreateDriverInstance> START [INFO_LEVEL]\n"
+              "CIntMeasDriverSerial::InitModule> Use Extended API: 1 SerialDriver: # "
+              "DllWrapperInit=0 [INFO_LEVEL]\n"
+              "CSerialDriver::RS_Init_Ex> fct: # [INFO_LEVEL]\n"
+              "CIntMeasDriverSerial::InitModule> END status: 0 [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::CreateDriverInstance> STOP status:0 [INFO_LEVEL]\n"
+              "CRouter::LoadMODriver> driver: # [INFO_LEVEL]\n"
+              "CRouter::InitAndAddDriverToMap> [INFO_LEVEL]\n"
+              "CRouter::InitAndAddDriverToMap> add driver to the map: id=5001 [INFO_LEVEL]\n"
+              "CRouter::LoadMODriver> STOP status=1 [INFO_LEVEL]\n"
+              "CRouter::LoadMeasDriver> STOP status=0 [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::GetMicroOhmMeasure> [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::SendCommand> (canal: 0) [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::SendCommand> cmde=A1 [INFO_LEVEL]\n"
+              "Time before IOCTL_RS_SEND_COMMAND: # [INFO_LEVEL]\n"
+              "Time after IOCTL_RS_SEND_COMMAND: # (duration: #) [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::SendCommand> OK [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::GetResult> [INFO_LEVEL]\n"
+              "Time after HSYNC: # [INFO_LEVEL]\n"
+              "Time before IOCTL_RS_GET_RESULT: # [INFO_LEVEL]\n"
+              "Time after IOCTL_RS_GET_RESULT: # (duration: #) [INFO_LEVEL]\n"
+              "IOCTL_RS_GET_RESULT taille: 34 [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial> FW status code=\n"
+              "0x01 0x00 [FW_LEVEL]\n"
+              "C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE> Cmde Status=\n"
+              "00000000 (OK) [FW_LEVEL]\n"
+              "CRouter::GetDriverFromID> driver ID: 5001 Nb Drivers: 1 [INFO_GENERAL_LEVEL]\n"
+              "CIntMeasDriverSerial::Close> [INFO_GENERAL_LEVEL]\n"
+              "CIntMeasDriverSerial::Close> OK close done  [INFO_LEVEL]\n"
+              "CRouter::GetDriverFromID> driver ID: 5001 Nb Drivers: 1 [INFO_GENERAL_LEVEL]\n"
+              "CIntMeasDriverSerial::Close> OK init not be done [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::GetMicroOhmMeasure> [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::SendCommand> (canal: 0) [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::SendCommand> cmde=A1 [INFO_LEVEL]\n"
+              "Time before IOCTL_RS_SEND_COMMAND: # [INFO_LEVEL]\n"
+              "Time after IOCTL_RS_SEND_COMMAND: # (duration: #) [INFO_LEVEL]\n"
+              "C_MilliOhmDriverSerial::SendCommand> ERROR echec du DeviceIO [ERROR_LEVEL]\n"));
+}
+
+TEST(RealDrivers, LoadWithoutTheirLink)
+{
+    // A link that does not open leaves the module loaded; the board fails at its first exchange.
+    const CInstrument l_Instrument(k_pszLog, "no-open=5", "no-open=5");
+    EXPECT_EQ(LoadMeasDrivers(0x11), (S_RESULT{0, 6, 0, 0, 1}));
+    EXPECT_EQ(DriverID("MO"), 5001U);
+    EXPECT_EQ(DriverID("IM"), 0U);
+    int32_t l_lValue = 7;
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 2, 6, 0, 1}));
+    EXPECT_EQ(l_lValue, 0);
+    // The link may be there at the next load.
+    setenv("TORNVAL_EMULATOR_BOARD", "", 1);
+    setenv("TORNVAL_EMULATOR_MILLIOHM", "", 1);
+    EXPECT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue).ulStatus, 0U);
+}
+
+class LackingLink : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(LackingLink, IsRefusedAndStaysLoaded)
+{
+    const CTestHome l_Home(LinkSection(std::string("test/lacking_") + GetParam() + ".so") +
+                           k_pszLog);
+    EXPECT_EQ(LoadMeasDrivers(0x11), (S_RESULT{0, 6, 0, 0, 1}));
+    EXPECT_EQ(DriverID("MO") + DriverID("IM"), 0U);
+    const std::string l_strTrace = l_Home.Read("log_tornval.txt");
+    EXPECT_NE(l_strTrace.find("CSerialDriver::LoadDriver GetProcAddress: (last error: 127)"),
+              std::string::npos);
+    EXPECT_NE(l_strTrace.find(
+                  "C_MilliOhmDriverSerial::CreateDriverInstance> ERROR LoadDriver: " TORNVAL_LINKS),
+              std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(RealDrivers, LackingLink,
+                         testing::Values("RS_Init", "RS_DeviceIoControl", "RS_Close", "RS_Init_Ex",
+                                         "RS_DeviceIoControl_Ex", "RS_Close_Ex"),
+                         [](const auto& i_Info) { return std::string(i_Info.param); });
+
+TEST(RealDrivers, ReportEachFaultOfEachOperationAndWorkAfterIt)
+{
+    const CInstrument l_Instrument;
+    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    const uint32_t l_ulBoard = DriverID("IM"), l_ulModule = DriverID("MO");
+    int32_t l_lValue = 0, l_lSize = 0, l_alValues[3];
+    struct S_OPERATION
+    {
+        const char* pszName;
+        uint32_t ulType;
+        std::function<S_RESULT()> fnRun;
+        std::function<void()> fnCheckFailed; // the outputs as a failure leaves them
+    };
+    const auto l_fnNothing = [] {};
+    const S_OPERATION l_aOperations[] = {
+        {"GetInstantMeasure", 3, [&] { return GetInstantMeasure(&l_lValue, 1); },
+         [&] { EXPECT_TRUE(l_lValue == 2001 || l_lValue == 0); }},
+        {"GetInstantMeasureWithoutCompensation", 3,
+         [&] { return GetInstantMeasureWithoutCompensation(&l_lValue, 1); }, l_fnNothing},
+        {"GetInstantMeasureOnDevice", 3,
+         [&] { return GetInstantMeasureOnDevice(l_ulBoard, &l_lValue, 1, 0); }, l_fnNothing},
+        {"upload", 3,
+         [&] {
+             l_lSize = -1;
+             return Exchange(l_ulBoard, 211, &l_lSize);
+         },
+         [&] { EXPECT_LE(l_lSize, 0); }},
+        {"208", 3, [&] { return Exchange(l_ulBoard, 210); }, l_fnNothing},
+        {"GetMicroOhmMeasure", 4, [&] { return GetMicroOhmMeasure(&l_lValue); },
+         [&] { EXPECT_EQ(l_lValue, 0); }},
+        {"GetAllMicroOhmMeasure", 4,
+         [&] { return GetAllMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]); },
+         [&] { EXPECT_EQ(l_alValues[0] | l_alValues[1] | l_alValues[2], 0); }},
+        {"milliohm command", 4, [&] { return Exchange(l_ulModule, 0xA1, &l_lSize); }, l_fnNothing},
+        {"version", 4, [&] { return Exchange(l_ulModule, 0xFF, &l_lSize); }, l_fnNothing},
+    };
+    struct S_FAULT
+    {
+        const char* pszFault;
+        S_RESULT Board, Module; // ulDriverType is the operation's
+    };
+    const S_FAULT l_aFaults[] = {
+        {"send-fails=31*1", {0, 2, 31, 0, 1}, {0, 2, 31, 0, 1}},
+        {"send-status=9*1", {0, 7, 0, 9, 1}, {0, 7, 0, 9, 1}},
+        {"fetch-fails=1460*1", {0, 5, 1460, 2, 1}, {0, 5, 1460, 2, 1}},
+        {"link-status=3*1", {0, 5, 0, 5, 1}, {0, 5, 0, 5, 1}},
+        {"count=11*1", {0, 5, 0, 0, 1}, {0, 5, 0, 0, 1}},
+        {"return-code=7*1", {0, 5, 0, 7, 1}, {0, 5, 0, 0, 1}},
+        {"return-code=0x101*1", {0, 5, 0, 0x101, 1}, {0, 5, 0, 0, 1}},
+        {"late=50*1", {0, 5, 0, 0, 0}, {0, 5, 0, 0, 0}},
+    };
+    for (const S_OPERATION& l_Operation : l_aOperations) {
+        for (const S_FAULT& l_Fault : l_aFaults) {
+            SCOPED_TRACE(std::string(l_Operation.pszName) + " with " + l_Fault.pszFault);
+            l_Instrument.Dial(l_Operation.ulType == 3 ? "board" : "milliohm", l_Fault.pszFault);
+            S_RESULT l_Expected = l_Operation.ulType == 3 ? l_Fault.Board : l_Fault.Module;
+            l_Expected.ulDriverType = l_Operation.ulType;
+            EXPECT_EQ(l_Operation.fnRun(), l_Expected);
+            if (l_Expected.ulStatus != 0) {
+                l_Operation.fnCheckFailed();
+            }
+            EXPECT_EQ(l_Operation.fnRun(), (S_RESULT{l_Operation.ulType, 5, 0, 0, 0}));
+        }
+    }
+    // What only one of the two can meet.
+    l_Instrument.Dial("board", "error-code=1004*1");
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), (S_RESULT{3, 5, 0, 1004, 1}));
+    l_Instrument.Dial("board", "compressed-size=65535*1");
+    EXPECT_EQ(Exchange(l_ulBoard, 211, &l_lSize), (S_RESULT{3, 5, 0, 0, 1}));
+    EXPECT_EQ(CurrentGeneratorBurst(1), (S_RESULT{3, 2, 0, 0, 1}));
+    for (const uint8_t l_ucRefused : std::initializer_list<uint8_t>{0, 3, 207, 216, 255}) {
+        EXPECT_EQ(Exchange(l_ulBoard, l_ucRefused), (S_RESULT{3, 2, 0, 0, 1}));
+    }
+    EXPECT_EQ(Exchange(l_ulBoard, 215), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(Exchange(l_ulModule, 0xA0), (S_RESULT{4, 2, 0, 0, 1}));
+}
+
+TEST(RealDrivers, JudgeAMilliohmMeasureByItsStatus)
+{
+    const CInstrument l_Instrument;
+    LoadMeasDrivers(0x01);
+    struct S_CASE
+    {
+        unsigned ulStatus;
+        uint32_t ulFwStatus;
+    };
+    for (const S_CASE& l_Case : {S_CASE{0x00, 0}, S_CASE{0x01, 0}, S_CASE{0x10, 0}, S_CASE{0x80, 0},
+                                 S_CASE{0x81, 0xFFFFFF81}, S_CASE{0x02, 2}}) {
+        l_Instrument.Dial("milliohm", "measure-status=" + std::to_string(l_Case.ulStatus) + "*1");
+        int32_t l_lValue = 7;
+        EXPECT_EQ(GetMicroOhmMeasure(&l_lValue),
+                  (S_RESULT{4, 5, 0, l_Case.ulFwStatus, l_Case.ulFwStatus == 0 ? 0U : 1U}));
+        EXPECT_EQ(l_lValue, l_Case.ulFwStatus == 0 ? 123456 : 0);
+    }
+    // The version text at the edge of the caller's buffer: 4 + 14 + 28 + 1 bytes are delivered.
+    l_Instrument.Dial("milliohm", "version=1.2");
+    int32_t l_lSize = 0;
+    EXPECT_EQ(Exchange(5001, 0xFF, &l_lSize, 9).ulStatus, 1U);
+    std::fill(s_vRaw.begin(), s_vRaw.end(), '#');
+    EXPECT_EQ(Exchange(5001, 0xFF, &l_lSize, 10).ulStatus, 0U);
+    EXPECT_STREQ(s_vRaw.data(), "1.2");
+    EXPECT_EQ(s_vRaw[10], '#');
+    l_Instrument.Dial("milliohm", "count=0xFFFFFFFF*1");
+    EXPECT_EQ(Exchange(5001, 0xFF, &l_lSize, 0xFFFFFFFF).ulStatus, 1U);
+}
+
+TEST(RealDrivers, RefuseAnAnswerTo208ThatIsTooShort)
+{
+    const CInstrument l_Instrument("", "count=123@208*1");
+    EXPECT_EQ(LoadMeasDrivers(0x10).ulStatus, 1U);
+    setenv("TORNVAL_EMULATOR_BOARD", "count=124@208*1", 1);
+    EXPECT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
+    EXPECT_NE(DriverID("IM"), 0U);
+}
+
+TEST(RealDrivers, WriteACalibrationThatTheNextLoadSees)
+{
+    CInstrument l_Instrument;
+    l_Instrument.m_Home.Write("reset",
+                              "#!/bin/sh\necho \"$@\" >>\"$(dirname \"$0\")/pins\"\nexit 3\n");
+    std::filesystem::permissions(l_Instrument.m_Home.Path("reset"),
+                                 std::filesystem::perms::owner_all);
+    l_Instrument.m_Home.Write("TornvalC63.ini", LinkSection() + "SET_RESET_EXEC=" +
+                                                    l_Instrument.m_Home.Path("reset") + "\n");
+    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    uint32_t l_aulIndex[] = {3, 12};
+    double l_adA[] = {12345.9, 1e30}, l_adB[] = {-77.9, -1e30};
+    EXPECT_EQ(SetMBCalibration(nullptr, l_adA, l_adB, 2), (S_RESULT{3, 0, 0, 0, 1}));
+    EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 0), (S_RESULT{3, 0, 0, 0, 1}));
+    EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 2), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_Instrument.m_Home.Read("pins"), "162 0\n162 1\n");
+    double l_adReadA[13], l_adReadB[13];
+    EXPECT_EQ(GetMBCalibrationCoeff(l_adReadA, l_adReadB, 13), 1U);
+    EXPECT_EQ(l_adReadA[3], 10000.0);
+    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    EXPECT_EQ(GetMBCalibrationCoeff(l_adReadA, l_adReadB, 13), 1U);
+    EXPECT_EQ(l_adReadA[3], 12345.0);
+    EXPECT_EQ(l_adReadB[3], -77.0);
+    EXPECT_EQ(l_adReadA[12], 2147483647.0);
+    EXPECT_EQ(l_adReadB[12], -2147483648.0);
+    // An input that the board does not have: the firmware refuses, and no reset follows.
+    l_aulIndex[0] = 13;
+    const S_RESULT l_Refused = SetMBCalibration(l_aulIndex, l_adA, l_adB, 1);
+    EXPECT_EQ(l_Refused.ulStatus, 1U);
+    EXPECT_NE(l_Refused.ulFwStatus, 0U);
+    EXPECT_EQ(l_Instrument.m_Home.Read("pins"), "162 0\n162 1\n");
+}
+
+TEST(RealDrivers, UploadTheWholeRecordingSampleForSample)
+{
+    setenv("TORNVAL_EMULATOR_RECORDING", TORNVAL_RECORDING, 1);
+    const CInstrument l_Instrument;
+    ASSERT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
+    std::string l_strError;
+    const auto l_pRecording = emulator::CRecording::Load(TORNVAL_RECORDING, l_strError);
+    ASSERT_NE(l_pRecording, nullptr) << l_strError;
+    for (size_t l_ulBlock = 0; l_ulBlock < 15; ++l_ulBlock) {
+        int32_t l_lSize = 0;
+        ASSERT_EQ(Exchange(DriverID("IM"), 211, &l_lSize).ulStatus, 0U);
+        ASSERT_EQ(l_lSize, 903);
+        for (size_t l_ulChannel = 0; l_ulChannel < 3; ++l_ulChannel) {
+            for (size_t i = 0; i < 300; ++i) {
+                const double l_dCounts = l_pRecording->Counts(l_ulBlock * 300 + i, l_ulChannel);
+                ASSERT_EQ(s_vlData[3 + l_ulChannel * 300 + i],
+                          static_cast<int32_t>((l_dCounts * 10000.0 + 0.0) * 0.0001));
+            }
+        }
+    }
+}
+
+TEST(RealDrivers, MeasureFromThreeThreadsAtOnce)
+{
+    const CInstrument l_Instrument("", "late=1");
+    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    const auto l_fnBoard = [](uint32_t i_ulVoie) {
+        for (int i = 0; i < 200; ++i) {
+            int32_t l_lValue = 0;
+            ASSERT_EQ(GetInstantMeasure(&l_lValue, i_ulVoie).ulStatus, 0U);
+            // Each thread gets its own input's value, never the other's.
+            ASSERT_EQ(l_lValue, static_cast<int32_t>(1000 * (i_ulVoie + 1) + i_ulVoie));
+        }
+    };
+    std::thread l_First(l_fnBoard, 2), l_Second(l_fnBoard, 9);
+    std::thread l_Third([] {
+        for (int i = 0; i < 200; ++i) {
+            int32_t l_lValue = 0;
+            ASSERT_EQ(GetMicroOhmMeasure(&l_lValue).ulStatus, 0U);
+            ASSERT_EQ(l_lValue, 123456);
+        }
+    });
+    l_First.join();
+    l_Second.join();
+    l_Third.join();
+}
+
+TEST(RealDrivers, SendWhileAnotherThreadWaits)
+{
+    const CInstrument l_Instrument;
+    ASSERT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
+    l_Instrument.Dial("board", "late=600@212*1");
+    std::atomic<bool> l_bDone{false};
+    std::thread l_Waiter([&] {
+        int32_t l_lValue = 0;
+        EXPECT_EQ(GetInstantMeasure(&l_lValue, 1).ulStatus, 0U);
+        EXPECT_EQ(l_lValue, 2001);
+        l_bDone = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    // The wait holds no lock: a whole exchange fits into it.
+    EXPECT_EQ(Exchange(DriverID("IM"), 210).ulStatus, 0U);
+    EXPECT_FALSE(l_bDone);
+    l_Waiter.join();
+}
+
+TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)
+{
+    const CInstrument l_Instrument;
+    ASSERT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
+    const auto l_fnThreads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
+                             std::filesystem::directory_iterator());
+    };
+    const auto l_lThreads = l_fnThreads();
+    const uint32_t l_ulHandles = cecore::GetOpenHandleCount();
+    // They answer when everyone has given up: each late signal meets a closed event.
+    l_Instrument.Dial("board", "late=5200*100");
+    std::vector<std::thread> l_vThreads;
+    for (int i = 0; i < 100; ++i) {
+        l_vThreads.emplace_back([] {
+            int32_t l_lValue = 7;
+            EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), (S_RESULT{3, 5, 0, 0, 1}));
+            EXPECT_EQ(l_lValue, 7);
+        });
+    }
+    for (std::thread& l_Thread : l_vThreads) {
+        l_Thread.join();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_EQ(cecore::GetOpenHandleCount(), l_ulHandles);
+    EXPECT_EQ(l_fnThreads(), l_lThreads);
+    int32_t l_lValue = 0;
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_lValue, 2001);
+}
