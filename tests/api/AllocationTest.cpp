@@ -18,7 +18,7 @@ std::atomic<unsigned> s_ulAllocations{0};
 
 // Every allocation of this program's own code passes here; those of a loaded library's do not reach
 // the count, since it is switched on only around calls that run in this thread.
-void* operator new(size_t i_ulSize)
+[[gnu::noinline]] void* operator new(size_t i_ulSize)
 {
     if (s_bCount) {
         ++s_ulAllocations;
@@ -28,11 +28,11 @@ void* operator new(size_t i_ulSize)
     }
     throw std::bad_alloc();
 }
-void operator delete(void* i_pMemory) noexcept
+[[gnu::noinline]] void operator delete(void* i_pMemory) noexcept
 {
     std::free(i_pMemory);
 }
-void operator delete(void* i_pMemory, size_t) noexcept
+[[gnu::noinline]] void operator delete(void* i_pMemory, size_t) noexcept
 {
     std::free(i_pMemory);
 }
