@@ -185,20 +185,28 @@ std::string FetchStatusInWords(const S_RESULT& i_Result)
     return "the firmware reported error or return code " + Number(l_ulStatus);
 }
 
+/** Whether the routing itself, or the default of an operation, filled the record. */
+bool IsNoDriver(const S_RESULT& i_Result)
+{
+    return i_Result.ulStatus != 0 && i_Result.ulDriverType == TORNVAL_DRIVER_NONE &&
+           i_Result.ulStep != TORNVAL_STEP_LOAD && i_Result.ulStep != TORNVAL_STEP_LIBRARY;
+}
+
 /** Causes of a failed send that left neither a system error nor a device word. */
 std::string SilentSendCause(const S_RESULT& i_Result)
 {
     switch (i_Result.ulDriverType) {
     case TORNVAL_DRIVER_BOARD:
         return "the driver does not accept this command, or its size does not fit (a board on a "
-               "serial link knows 208 to 215)";
+               "serial link knows 208 to 215, a simulated one 3, 209 to 214)";
     case TORNVAL_DRIVER_MILLIOHM:
         return "the driver does not accept this command, or its size does not fit (a module knows "
                "161 and 255)";
     case TORNVAL_DRIVER_BT_PROBE:
     case TORNVAL_DRIVER_USB_PROBE:
         return "the driver does not accept this command (a probe knows 1, 16 to 23, 32 to 34 and "
-               "64), its link library is missing, or the probe's acknowledgement was too short";
+               "64, a simulated one less), its link library is missing, or the probe's "
+               "acknowledgement was too short";
     default:
         return "no driver with this ID is loaded";
     }
@@ -239,7 +247,8 @@ std::string SilentCause(const S_RESULT& i_Result, const S_CALL& i_Call)
     const bool l_bNoDriver = IsNoDriver(i_Result);
     switch (i_Result.ulStep) {
     case TORNVAL_STEP_NONE:
-        return l_bNoDriver ? "no driver for it is loaded, or the driver does not support it"
+        return l_bNoDriver ? "no driver for it is loaded, or the driver does not support the "
+                             "operation or its arguments"
                            : "an argument was refused or memory is missing";
     case TORNVAL_STEP_LIBRARY:
         return "no library was named";
@@ -339,12 +348,6 @@ bool IsTimeOut(const S_RESULT& i_Result, const S_CALL& i_Call)
     return IsBoardOrModule(i_Result) && i_Result.ulStep == TORNVAL_STEP_RESULT &&
            i_Result.ulFwStatus == 0 && i_Result.ulLastError == 0 &&
            i_Call.ulElapsedMs >= k_ulAnswerWaitMs;
-}
-
-bool IsNoDriver(const S_RESULT& i_Result)
-{
-    return i_Result.ulStatus != 0 && i_Result.ulDriverType == TORNVAL_DRIVER_NONE &&
-           i_Result.ulStep != TORNVAL_STEP_LOAD && i_Result.ulStep != TORNVAL_STEP_LIBRARY;
 }
 
 std::string ExplainRecord(const S_RESULT& i_Result, const S_CALL& i_Call)

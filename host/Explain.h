@@ -53,9 +53,6 @@ std::string FirmwareStatusInWords(const S_RESULT& i_Result);
 /** Whether a failing record is that of an answer that did not come in time. */
 bool IsTimeOut(const S_RESULT& i_Result, const S_CALL& i_Call);
 
-/** Whether a failing record says that no driver was found for the call. */
-bool IsNoDriver(const S_RESULT& i_Result);
-
 /** The whole record as one sentence without a full stop at its end. */
 std::string ExplainRecord(const S_RESULT& i_Result, const S_CALL& i_Call = {});
 

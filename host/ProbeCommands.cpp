@@ -31,12 +31,7 @@ void RunProbeMeasure(CProgram& io_Program, const S_PROBE_OPTIONS& i_Options)
     const S_RESULT l_Result =
         GetInstantMeasureOnDevice(l_Probe.ulID, &l_lValue, i_Options.ulChannel, i_Options.ulParam);
     if (l_Result.ulStatus != 0) {
-        S_FAILURE l_Failure = FailureOf(l_Result, {k_lNoCommand, l_Elapsed.Ms()});
-        if (IsNoDriver(l_Result)) {
-            // The probe is there: its driver fails a measure without samples with a bare record.
-            l_Failure.lExitCode = k_lExitDevice;
-        }
-        throw S_FAILURE(l_Failure);
+        throw FailureOf(l_Result, {k_lNoCommand, l_Elapsed.Ms()});
     }
     io_Program.Document().update({{"driver", l_Probe.ulID},
                                   {"channel", i_Options.ulChannel},

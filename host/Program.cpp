@@ -64,9 +64,7 @@ const char* ExitCodesHelp()
 
 S_FAILURE FailureOf(const S_RESULT& i_Result, const S_CALL& i_Call)
 {
-    const int l_lExitCode = IsTimeOut(i_Result, i_Call) ? k_lExitTimeOut
-                            : IsNoDriver(i_Result)      ? k_lExitNoDriver
-                                                        : k_lExitDevice;
+    const int l_lExitCode = IsTimeOut(i_Result, i_Call) ? k_lExitTimeOut : k_lExitDevice;
     return {l_lExitCode, ExplainRecord(i_Result, i_Call), i_Result};
 }
 

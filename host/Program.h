@@ -43,7 +43,7 @@ struct S_FAILURE
     std::optional<S_RESULT> Record = std::nullopt;
 };
 
-/** The failure that a failing record stands for. */
+/** The failure that a failing record of a loaded driver stands for: a time-out or any other. */
 S_FAILURE FailureOf(const S_RESULT& i_Result, const S_CALL& i_Call = {});
 
 /** Options that every command has. */

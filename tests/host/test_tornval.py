@@ -1,0 +1,265 @@
+"""Runs the tornval program on simulated and emulated hardware.
+
+Usage: test_tornval.py TORNVAL LINKS RECORDING [unittest options]
+"""
+
+import contextlib
+import csv
+import fcntl
+import json
+import os
+import pty
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import unittest
+
+TORNVAL, LINKS, RECORDING = sys.argv[1:4]
+
+SIMULATED = f"""[IM]
+SIMU=1
+DAT_SIMU_FILE={RECORDING}
+SIMU_KELNOR_PROBE_CORRECTION=1000
+[BT]
+LOAD=1
+SIMU=1
+"""
+
+
+def real(library, more=""):
+    return f"[IM]\nDRIVER_NAME={library}\nCHANNEL_1=0\nCHANNEL_2=1\nCHANNEL_3=2\n{more}"
+
+
+class TornvalTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="tornval-test-")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.environment = {
+            **{k: v for k, v in os.environ.items() if not k.startswith("TORNVAL_")},
+            "TORNVAL_HOME": self.folder,
+            "TORNVAL_HD00": self.folder,
+            "TMPDIR": self.folder,
+        }
+        self.configure(SIMULATED)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def configure(self, text):
+        with open(self.path("TornvalC63.ini"), "w") as file:
+            file.write(text)
+
+    def start(self, *arguments, **settings):
+        return subprocess.Popen(
+            [TORNVAL, *arguments], env=self.environment, text=True,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, **settings)
+
+    def run_tornval(self, code, *arguments):
+        process = self.start(*arguments)
+        out, err = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, code, f"{arguments}: {out}{err}")
+        return out, err
+
+    def run_json(self, code, *arguments):
+        document = json.loads(self.run_tornval(code, *arguments, "--json")[0])
+        self.assertEqual((document["ok"], document["exit_code"]), (code == 0, code))
+        return document
+
+    def test_help_and_usage(self):
+        commands = ["drivers", "init", "reset", "measure", "microohm", "generator", "upload",
+                    "calibration get", "calibration set", "send", "probe measure", "probe record"]
+        for command in ["", *commands]:
+            out, _ = self.run_tornval(0, *command.split(), "--help")
+            self.assertIn("Exit codes", out)
+        self.assertNotIn("__load", self.run_tornval(0, "--help")[0])
+        for wrong in ["", "nonsense", "measure", "measure --voie 13", "measure --voie x",
+                      "upload --blocks 0", "send --driver 1 --command 256",
+                      "measure --voie 1 --raw --driver 4000", "measure --voie 1 --param 3",
+                      "send --driver 4000 --command 209 --payload 123",
+                      "calibration set --voie 1 --voie 2 --a 1 --b 1",
+                      "calibration set --voie 1 --a 1e30 --b 1",
+                      "probe measure --driver 2000 --channel 2 --param 1"]:
+            out, err = self.run_tornval(1, *wrong.split())
+            self.assertEqual(out, "", wrong)
+            self.assertNotEqual(err, "", wrong)
+
+    def test_simulated_instrument(self):
+        drivers = self.run_json(0, "drivers")["drivers"]
+        self.assertEqual([(d["id"], d["link_type"]) for d in drivers],
+                         [(2000, "BT"), (4000, "IM"), (5001, "MO")])
+        self.assertEqual(self.run_tornval(0, "measure", "--voie", "2", "--count", "3")[0],
+                         "1234\n" * 3)
+        self.assertEqual(self.run_json(0, "measure", "--voie", "0", "--raw")["values"], [1234])
+        self.assertEqual(self.run_json(0, "microohm")["values"], [3333, 0, 0])
+        version = self.run_json(0, "send", "--driver", "5001", "--command", "0xFF")
+        self.assertEqual(version["text"], "Version Simule")
+        measure = self.run_json(0, "send", "--driver", "4000", "--command", "212")
+        self.assertEqual(measure["processed"], [1234])
+        self.assertEqual(len(self.run_json(0, "calibration", "get")["pairs"]), 13)
+        self.assertEqual(self.run_json(0, "generator", "--value", "7")["value"], 7)
+        for command in ["init", "reset"]:
+            self.assertEqual(len(self.run_json(0, command)["drivers"]), 3)
+        probe = ["probe", "measure", "--driver", "2000", "--param", "1", "--channel"]
+        self.assertEqual(self.run_json(0, *probe, "0")["value"], -252)
+        self.run_json(3, *probe, "1")  # it has no samples there
+        self.run_json(2, "probe", "measure", "--driver", "4000", "--param", "1", "--channel", "0")
+        self.run_json(2, "send", "--driver", "77", "--command", "1")
+        self.run_json(3, "calibration", "set", "--voie", "1", "--a", "1", "--b", "2", "--verify")
+
+    def test_upload_is_the_recording(self):
+        document = self.run_json(0, "upload", "--blocks", "15", "--csv", self.path("a.csv"),
+                                 "--plot", self.path("a.png"))
+        self.assertEqual(document["samples"], [4500] * 3)
+        with open(RECORDING) as file:
+            columns = [[float(n) for n in line.split()] for line in file]
+        scale = 1000.0 * (0.1 * 0.1 * 0.1)
+        rows = [[int(c * 1000.0), int(b * 1000.0), int(1234.0 - d * 1000.0 * scale)]
+                for _, b, c, d in columns]
+        with open(self.path("a.csv")) as file:
+            header, *written = csv.reader(file)
+        self.assertEqual(header, ["channel_0", "channel_1", "channel_2"])
+        self.assertEqual([[int(n) for n in row] for row in written], (rows * 2)[:4500])
+        with open(self.path("a.png"), "rb") as file:
+            self.assertTrue(file.read().startswith(b"\x89PNG"))
+
+    def test_files_that_cannot_be_written(self):
+        for option in ["--csv", "--plot"]:
+            document = self.run_json(5, "upload", "--blocks", "1", option, self.path("no/file"))
+            self.assertIn("no/file", document["error"])
+        self.run_json(5, "upload", "--blocks", "1", "--csv", "/dev/full")
+        self.configure("[IM]\nSIMU=1\nDAT_SIMU_FILE=/nowhere\n")
+        document = self.run_json(3, "upload", "--blocks", "1")
+        self.assertIn("DAT_SIMU_FILE", document["error"])
+
+    def test_json_stays_alone_on_standard_output(self):
+        self.configure("[LOG]\nENABLE=1\nTYPE=1\nLEVEL=4369\n" + SIMULATED)
+        out, err = self.run_tornval(0, "drivers", "--json")
+        json.loads(out)
+        self.assertIn("CRouter::", err)
+
+    def test_progress_only_on_a_terminal(self):
+        upload = ["upload", "--blocks", "3"]
+        self.assertEqual(self.run_tornval(0, *upload)[1], "")
+        self.assertIn("100%", self.run_tornval(0, *upload, "--progress")[1])
+        pid, master = pty.fork()
+        if pid == 0:
+            os.execve(TORNVAL, ["tornval", *upload], self.environment)
+        fcntl.ioctl(master, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
+        shown = b""
+        with contextlib.suppress(OSError):  # the end of a terminal
+            while block := os.read(master, 65536):
+                shown += block
+        os.close(master)
+        self.assertEqual(os.waitpid(pid, 0)[1], 0)
+        self.assertIn(b"acquisition: ", shown)
+
+    def test_recording_ends_properly_on_a_signal(self):
+        for stop in [signal.SIGINT, signal.SIGTERM]:
+            name = self.path(f"{stop.name}.csv")
+            process = self.start("probe", "record", "--driver", "2000", "--channel", "1",
+                                 "--reads", "100000", "--interval", "20", "--csv", name, "--json")
+            while not os.path.exists(name) or os.path.getsize(name) < 20000:
+                self.assertIsNone(process.poll())
+                time.sleep(0.01)
+            process.send_signal(stop)
+            document = json.loads(process.communicate(timeout=30)[0])
+            self.assertEqual(process.returncode, 128 + stop)
+            self.assertTrue(document["stopped"])
+            with open(name) as file:
+                lines = file.read().split("\n")
+            self.assertEqual(lines[0], "channel_0,channel_1")
+            self.assertEqual(lines[1:], ["-252,"] * document["rows"] + [""])
+            self.assertEqual(document["rows"], 798 * document["reads"])
+
+    def reasons(self, code=2):
+        """Explanation for each driver that did not come up, and what stays in the folder."""
+        kept = sorted(os.listdir(self.folder))
+        _, err = self.run_tornval(code, "drivers", "--check")
+        self.assertEqual(sorted(os.listdir(self.folder)), kept)
+        load = self.run_json(code, "drivers", "--check")["load"]
+        for driver in load:
+            for reason in driver["reasons"]:
+                self.assertIn(reason, err)
+        return {d["link_type"]: "\n".join(d["reasons"]) for d in load}
+
+    def test_says_why_a_driver_is_missing(self):
+        self.configure(real("nolink.so", "[BT]\nLOAD=1\n"))
+        reasons = self.reasons()
+        for link in ["MO", "IM"]:
+            self.assertIn("system error 126", reasons[link])
+            self.assertIn("tried " + self.path("nolink.so"), reasons[link])
+            self.assertIn("system's library search", reasons[link])
+        self.assertIn(self.path("zondebtc6.dll"), reasons["BT"])
+        document = self.run_json(2, "measure", "--voie", "1")
+        self.assertIn("nolink.so", document["error"])
+        self.assertIn("tornval drivers", document["error"])
+
+        self.configure(real(""))
+        self.assertIn("DRIVER_NAME is missing or empty", self.reasons()["IM"])
+        for entry in ["RS_Init", "RS_DeviceIoControl", "RS_Close", "RS_Init_Ex",
+                      "RS_DeviceIoControl_Ex", "RS_Close_Ex"]:
+            self.configure(real(f"{LINKS}/test/lacking_{entry}.so"))
+            self.assertTrue(self.reasons()["MO"].endswith("the entry point " + entry))
+
+        shutil.copy(f"{LINKS}/virtual_link.so", self.folder)
+        self.configure("[LOG]\nENABLE=1\nTYPE=1\n" + real("virtual_link.so"))
+        self.environment["TORNVAL_EMULATOR_BOARD"] = "send-status=9"
+        reasons = self.reasons()
+        self.assertEqual(reasons["MO"], "")
+        self.assertIn("refused the command with status word 9", reasons["IM"])
+        self.environment["TORNVAL_EMULATOR_BOARD"] = ""
+        self.environment["TORNVAL_EMULATOR_MILLIOHM"] = "no-open=5"
+        self.assertIn("did not open the serial link", self.reasons(0)["MO"])
+
+        os.remove(self.path("TornvalC63.ini"))
+        self.assertIn(self.path("TornvalC63.ini"), self.run_tornval(2, "drivers")[1])
+        self.assertIn("cannot be read", self.run_json(2, "measure", "--voie", "1")["error"])
+
+    def test_real_drivers_and_their_failures(self):
+        self.environment["TORNVAL_EMULATOR_STATE"] = self.path("calibration")
+        self.configure(real(f"{LINKS}/virtual_link.so", "SET_RESET_EXEC=/bin/true\n"))
+        self.assertEqual(len(self.run_json(0, "drivers")["drivers"]), 2)
+        document = self.run_json(0, "calibration", "set", "--voie", "3", "--a", "20000", "--b",
+                                 "-5", "--voie", "12", "--a", "7", "--b", "8", "--verify")
+        self.assertEqual(document["pairs"], [{"voie": 3, "a": 20000.0, "b": -5.0},
+                                             {"voie": 12, "a": 7.0, "b": 8.0}])
+        self.assertEqual(self.run_json(0, "calibration", "get")["pairs"][12]["b"], 8.0)
+        self.run_json(3, "generator", "--value", "1")
+        faults = [("error-code=2001@212", 3, "2001"), ("send-fails=21@212", 3, "not ready"),
+                  ("send-status=9@212", 3, "status word 9"), ("link-status=1@212", 3, "status field"),
+                  ("fetch-fails=23@212", 3, "checksum"), ("no-answer@212", 4, "time-out")]
+        for fault, code, words in faults:
+            self.environment["TORNVAL_EMULATOR_BOARD"] = fault
+            document = self.run_json(code, "measure", "--voie", "1")
+            self.assertIn(words, document["error"], fault)
+            self.assertEqual(document["record"]["status"], 1)
+        self.environment["TORNVAL_EMULATOR_BOARD"] = "error-code=2001@211"
+        self.run_json(3, "upload", "--blocks", "2", "--csv", self.path("a.csv"))
+        with open(self.path("a.csv")) as file:
+            self.assertEqual(file.read(), "channel_0,channel_1,channel_2\n")
+        self.environment["TORNVAL_EMULATOR_MILLIOHM"] = "measure-status=0x81"
+        self.assertIn("0x81", self.run_json(3, "microohm")["error"])
+        self.configure(real(f"{LINKS}/virtual_link.so"))
+        document = self.run_json(3, "calibration", "set", "--voie", "3", "--a", "1", "--b", "1")
+        self.assertIn("SET_RESET_EXEC", document["error"])
+
+    def test_probe_statuses(self):
+        self.configure(f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\n")
+        record = ["probe", "record", "--driver", "3000", "--channel", "0", "--reads", "4",
+                  "--csv", self.path("p.csv")]
+        self.environment["TORNVAL_EMULATOR_USB"] = "status=44@33*1"
+        document = self.run_json(3, *record, "--mask", "0x40")
+        self.assertEqual((document["reads"], document["stopped"]), (4, True))
+        self.assertGreater(document["rows"], 0)
+        self.environment["TORNVAL_EMULATOR_USB"] = "status=45@33*1"
+        document = self.run_json(3, *record, "--mask", "0x40")
+        self.assertIn("45", document["error"])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
