@@ -11,7 +11,7 @@ constexpr uint32_t k_ulMaxSlots = 1U << k_ulSlotBits;
 constexpr uint32_t k_ulGenerationMask = (1U << k_ulGenerationBits) - 1;
 // Closed slots rest in a queue this long before one is used again, so that a generation comes round
 // only after a very large number of handles.
-constexpr size_t k_ulMinResting = 256;
+constexpr uint32_t k_ulMinResting = 256;
 
 thread_local uint32_t t_ulLastError = 0;
 
@@ -60,10 +60,10 @@ Handle CObjectTable::Insert(std::shared_ptr<CKernelObject> i_pObject)
 {
     const std::lock_guard l_Lock(m_Mutex);
     uint32_t l_ulSlot = 0;
-    if (m_qulFree.size() > k_ulMinResting ||
-        (m_vSlots.size() >= k_ulMaxSlots && !m_qulFree.empty())) {
-        l_ulSlot = m_qulFree.front();
-        m_qulFree.pop_front();
+    if (m_ulNbFree > k_ulMinResting || (m_vSlots.size() >= k_ulMaxSlots && m_ulNbFree > 0)) {
+        l_ulSlot = m_ulFirstFree;
+        m_ulFirstFree = m_vSlots[l_ulSlot].ulNextFree;
+        --m_ulNbFree;
     } else if (m_vSlots.size() < k_ulMaxSlots) {
         l_ulSlot = static_cast<uint32_t>(m_vSlots.size());
         m_vSlots.emplace_back();
@@ -113,7 +113,10 @@ bool CObjectTable::Remove(Handle i_hObject)
             l_pObject = std::move(l_pSlot->pObject);
             l_pSlot->pObject.reset();
             l_pSlot->ulGeneration = (l_pSlot->ulGeneration + 1) & k_ulGenerationMask;
-            m_qulFree.push_back(SlotOf(i_hObject));
+            const uint32_t l_ulSlot = SlotOf(i_hObject);
+            (m_ulNbFree == 0 ? m_ulFirstFree : m_vSlots[m_ulLastFree].ulNextFree) = l_ulSlot;
+            m_ulLastFree = l_ulSlot;
+            ++m_ulNbFree;
             --m_ulCount;
         }
     }

@@ -4,7 +4,6 @@
  */
 #pragma once
 
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -75,6 +74,7 @@ private:
     {
         std::shared_ptr<CKernelObject> pObject;
         uint32_t ulGeneration = 0;
+        uint32_t ulNextFree = 0; /**< the slot that was closed after this one */
     };
 
     /** The slot of an open handle, or null. The mutex is held. */
@@ -82,7 +82,11 @@ private:
 
     std::mutex m_Mutex;
     std::vector<S_SLOT> m_vSlots;
-    std::deque<uint32_t> m_qulFree;
+    // Closed slots are chained in the order of their closing: a close allocates nothing, so it
+    // cannot fail in a destructor.
+    uint32_t m_ulFirstFree = 0;
+    uint32_t m_ulLastFree = 0;
+    uint32_t m_ulNbFree = 0;
     uint32_t m_ulCount = 0;
 };
 

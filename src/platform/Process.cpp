@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <spawn.h>
@@ -28,43 +28,51 @@ public:
     explicit CProcessObject(pid_t i_lPid) : CKernelObject(EObjectKind::Process), m_lPid(i_lPid) {}
 
     /** Nobody waited for the end: a child that has ended is given back, another lives on. */
-    ~CProcessObject() override { HasEnded(WNOHANG); }
+    ~CProcessObject() override { HasEnded(); }
 
     uint32_t Wait(uint32_t i_ulMilliseconds) override
     {
-        const std::lock_guard l_Lock(m_Mutex);
-        if (i_ulMilliseconds == INFINITE) {
-            return HasEnded(0) ? WAIT_OBJECT_0 : WAIT_FAILED;
-        }
         const auto l_End =
             std::chrono::steady_clock::now() + std::chrono::milliseconds(i_ulMilliseconds);
-        while (!HasEnded(WNOHANG)) {
-            if (std::chrono::steady_clock::now() >= l_End) {
+        // In short steps, with the lock given away between them: several threads may wait, each
+        // with a limit of its own, and a close ends the wait.
+        std::unique_lock l_Lock(m_Mutex);
+        while (!m_bClosed && !HasEnded()) {
+            if (i_ulMilliseconds != INFINITE && std::chrono::steady_clock::now() >= l_End) {
                 return WAIT_TIMEOUT;
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            m_Closed.wait_for(l_Lock, std::chrono::milliseconds(2));
+        }
+        if (m_bClosed) {
+            ::SetLastError(ERROR_INVALID_HANDLE);
+            return WAIT_FAILED;
         }
         return WAIT_OBJECT_0;
     }
 
-private:
-    bool HasEnded(int i_lFlags)
+    void OnClosed() override
     {
-        while (!m_bEnded) {
-            const pid_t l_lPid = waitpid(m_lPid, nullptr, i_lFlags);
-            if (l_lPid < 0 && errno == EINTR) {
-                continue;
-            }
+        const std::lock_guard l_Lock(m_Mutex);
+        m_bClosed = true;
+        m_Closed.notify_all();
+    }
+
+private:
+    bool HasEnded()
+    {
+        if (!m_bEnded) {
+            const pid_t l_lPid = waitpid(m_lPid, nullptr, WNOHANG);
             // No such child: the host reaps its children by itself, so this one has ended.
             m_bEnded = l_lPid == m_lPid || (l_lPid < 0 && errno == ECHILD);
-            break;
         }
         return m_bEnded;
     }
 
     std::mutex m_Mutex;
+    std::condition_variable m_Closed;
     pid_t m_lPid;
     bool m_bEnded = false;
+    bool m_bClosed = false;
 };
 
 class CThreadObject final : public CKernelObject
