@@ -11,12 +11,17 @@ namespace cecore {
 
 S_SYSTEMTIME GetSystemTime()
 {
-    const std::time_t l_lNow = std::time(nullptr);
-    std::tm l_Time = {};
-    gmtime_r(&l_lNow, &l_Time);
-    return {static_cast<uint16_t>(l_Time.tm_year + 1900), static_cast<uint16_t>(l_Time.tm_mon + 1),
-            static_cast<uint16_t>(l_Time.tm_mday),        static_cast<uint16_t>(l_Time.tm_hour),
-            static_cast<uint16_t>(l_Time.tm_min),         static_cast<uint16_t>(l_Time.tm_sec)};
+    // Not gmtime_r: it looks for the time zone, and reads files and takes memory for that.
+    const auto l_Now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    const auto l_Day = std::chrono::floor<std::chrono::days>(l_Now);
+    const std::chrono::year_month_day l_Date(l_Day);
+    const std::chrono::hh_mm_ss l_Time(l_Now - l_Day);
+    return {static_cast<uint16_t>(static_cast<int>(l_Date.year())),
+            static_cast<uint16_t>(static_cast<unsigned>(l_Date.month())),
+            static_cast<uint16_t>(static_cast<unsigned>(l_Date.day())),
+            static_cast<uint16_t>(l_Time.hours().count()),
+            static_cast<uint16_t>(l_Time.minutes().count()),
+            static_cast<uint16_t>(l_Time.seconds().count())};
 }
 
 uint32_t GetTickCount()

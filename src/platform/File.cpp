@@ -47,10 +47,15 @@ private:
  * Opens a regular file; below 0 with the last error set on failure. A pipe or a device could block
  * the caller for good or never end, so it is refused like a file without access.
  */
-CDescriptor OpenRegular(const std::string& i_strPath, int i_lFlags)
+CDescriptor OpenRegular(const char* i_pszPath, int i_lFlags)
 {
-    CDescriptor l_File(open(i_strPath.c_str(), i_lFlags | O_CLOEXEC | O_NONBLOCK, 0666));
     struct stat l_Status = {};
+    // Asked for before the open, which alone can have an effect on a device, and once more after it.
+    if (stat(i_pszPath, &l_Status) == 0 && !S_ISREG(l_Status.st_mode)) {
+        ::SetLastError(ERROR_ACCESS_DENIED);
+        return CDescriptor(-1);
+    }
+    CDescriptor l_File(open(i_pszPath, i_lFlags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666));
     if (l_File.Get() < 0 || fstat(l_File.Get(), &l_Status) != 0) {
         ::SetLastError(ErrorFromErrno(errno));
         return CDescriptor(-1);
@@ -160,13 +165,17 @@ Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uin
     Handle l_hObject = 0;
     if (i_pwszName == nullptr) {
         ::SetLastError(ERROR_INVALID_PARAMETER);
-    } else if (std::shared_ptr<IDevice> l_pDevice = FindDevice(i_pwszName)) {
+    } else if (const std::shared_ptr<IDevice> l_pDevice = FindDevice(i_pwszName)) {
         if (l_pDevice->Open()) {
-            l_hObject = CreateObject<CDeviceObject>(std::move(l_pDevice));
+            l_hObject = CreateObject<CDeviceObject>(l_pDevice);
+            if (l_hObject == 0) {
+                l_pDevice->Close();
+            }
         }
     } else {
         const bool l_bWrite = (i_ulAccess & GENERIC_WRITE) != 0;
-        CDescriptor l_File = OpenRegular(ToSystemPath(i_pwszName), l_bWrite ? O_RDWR : O_RDONLY);
+        CDescriptor l_File =
+            OpenRegular(ToSystemPath(i_pwszName).c_str(), l_bWrite ? O_RDWR : O_RDONLY);
         if (l_File.Get() >= 0) {
             l_hObject = CreateObject<CFileObject>(std::move(l_File));
         }
@@ -219,7 +228,7 @@ bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pu
 
 CStream OpenForReading(const char* i_pszPath)
 {
-    CDescriptor l_File = OpenRegular(ToSystemPath(i_pszPath), O_RDONLY);
+    CDescriptor l_File = OpenRegular(CSystemPath(i_pszPath).Get(), O_RDONLY);
     CStream l_pStream(l_File.Get() < 0 ? nullptr : fdopen(l_File.Get(), "r"));
     if (l_pStream != nullptr) {
         l_File.Release();
@@ -229,13 +238,15 @@ CStream OpenForReading(const char* i_pszPath)
 
 bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength)
 {
-    const CDescriptor l_File = OpenRegular(ToSystemPath(i_pszPath), O_WRONLY | O_CREAT | O_APPEND);
+    const CDescriptor l_File =
+        OpenRegular(CSystemPath(i_pszPath).Get(), O_WRONLY | O_CREAT | O_APPEND);
     return l_File.Get() >= 0 && WriteAll(l_File.Get(), i_pcText, i_ulLength);
 }
 
 bool EmptyFile(const char* i_pszPath)
 {
-    const CDescriptor l_File = OpenRegular(ToSystemPath(i_pszPath), O_WRONLY | O_CREAT | O_TRUNC);
+    const CDescriptor l_File =
+        OpenRegular(CSystemPath(i_pszPath).Get(), O_WRONLY | O_CREAT | O_TRUNC);
     return l_File.Get() >= 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cwchar>
 #include <string_view>
@@ -12,6 +11,14 @@
 #include "Format.h"
 
 namespace cecore {
+namespace {
+
+bool IsSamePathChar(char i_cSystem, char i_cTarget)
+{
+    return i_cSystem == (i_cTarget == '\\' ? '/' : i_cTarget);
+}
+
+} // namespace
 
 std::string ToNarrow(const wchar_t* i_pwszText)
 {
@@ -20,23 +27,29 @@ std::string ToNarrow(const wchar_t* i_pwszText)
     return l_strText;
 }
 
-std::string ToSystemPath(const char* i_pszPath)
+CSystemPath::CSystemPath(const char* i_pszPath)
 {
-    static constexpr std::string_view l_strVolume = "/hd00/";
-    std::string l_strPath = i_pszPath;
-    std::replace(l_strPath.begin(), l_strPath.end(), '\\', '/');
-    if (l_strPath.starts_with(l_strVolume)) {
-        const char* l_pszFolder = secure_getenv("TORNVAL_HD00");
-        if (l_pszFolder != nullptr && *l_pszFolder != '\0') {
-            l_strPath.replace(0, l_strVolume.size() - 1, l_pszFolder);
-        }
+    static constexpr std::string_view l_strVolume = "/hd00";
+    std::string_view l_strPath = i_pszPath == nullptr ? "" : i_pszPath;
+    const char* l_pszFolder = secure_getenv("TORNVAL_HD00");
+    std::string_view l_strFolder;
+    if (l_pszFolder != nullptr && l_strPath.size() > l_strVolume.size() &&
+        std::equal(l_strVolume.begin(), l_strVolume.end(), l_strPath.begin(), IsSamePathChar) &&
+        IsSamePathChar('/', l_strPath[l_strVolume.size()])) {
+        l_strFolder = l_pszFolder;
+        l_strPath.remove_prefix(l_strFolder.empty() ? 0 : l_strVolume.size());
     }
-    return l_strPath;
+    char* l_pcEnd = m_aszPath;
+    if (l_strFolder.size() + l_strPath.size() < sizeof(m_aszPath)) {
+        l_pcEnd = std::copy(l_strFolder.begin(), l_strFolder.end(), m_aszPath);
+        l_pcEnd = std::replace_copy(l_strPath.begin(), l_strPath.end(), l_pcEnd, '\\', '/');
+    }
+    *l_pcEnd = '\0';
 }
 
 std::string ToSystemPath(const wchar_t* i_pwszPath)
 {
-    return ToSystemPath(ToNarrow(i_pwszPath).c_str());
+    return CSystemPath(ToNarrow(i_pwszPath).c_str()).Get();
 }
 
 std::string GetHostFileName()
@@ -47,7 +60,7 @@ std::string GetHostFileName()
     const char* l_pszHome = secure_getenv("TORNVAL_HOME");
     if (l_pszHome != nullptr && *l_pszHome != '\0') {
         std::string l_strHome = l_pszHome;
-        while (l_strHome.size() > 1 && l_strHome.back() == '/') {
+        while (!l_strHome.empty() && l_strHome.back() == '/') {
             l_strHome.pop_back();
         }
         l_strName = l_strHome + "/" + l_strName.substr(l_strName.rfind('/') + 1);
@@ -71,6 +84,7 @@ uint32_t ErrorFromErrno(int i_lErrno)
     case EPERM:
     case EISDIR:
     case EROFS:
+    case ENXIO:
         return ERROR_ACCESS_DENIED;
     case ENOMEM:
         return ERROR_NOT_ENOUGH_MEMORY;

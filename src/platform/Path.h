@@ -7,6 +7,7 @@
  */
 #pragma once
 
+#include <climits>
 #include <string>
 
 #include "Api.h"
@@ -16,8 +17,21 @@ namespace cecore {
 /**
  * The path of this system for one of the target's: backslashes become slashes, and the volume
  * "\hd00" is the folder of the environment variable TORNVAL_HD00 where that is set.
+ *
+ * Nothing is allocated: a trace line goes through here. A path that is too long for the system is
+ * empty, and so names no file.
  */
-std::string ToSystemPath(const char* i_pszPath);
+class CSystemPath
+{
+public:
+    explicit CSystemPath(const char* i_pszPath);
+    [[nodiscard]] const char* Get() const { return m_aszPath; }
+
+private:
+    char m_aszPath[PATH_MAX];
+};
+
+/** The same for wide text. */
 std::string ToSystemPath(const wchar_t* i_pwszPath);
 
 /** Wide text narrowed character by character. */
