@@ -41,8 +41,9 @@ ModuleHandle LoadLibraryW(const wchar_t* i_pwszName)
 
 void* GetProcAddressW(ModuleHandle i_hModule, const wchar_t* i_pwszName)
 {
-    void* l_pAddress =
-        i_hModule == nullptr ? nullptr : dlsym(i_hModule, ToNarrow(i_pwszName).c_str());
+    void* l_pAddress = i_hModule == nullptr || i_pwszName == nullptr
+                           ? nullptr
+                           : dlsym(i_hModule, ToNarrow(i_pwszName).c_str());
     if (l_pAddress == nullptr) {
         ::SetLastError(ERROR_PROC_NOT_FOUND);
     }

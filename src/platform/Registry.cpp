@@ -100,9 +100,12 @@ uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pDa
     }
     S_REGISTRY& l_Registry = Registry();
     const std::lock_guard l_Lock(l_Registry.Mutex);
-    const Values& l_Values = l_Registry.mapKeys[l_pKey->GetName()];
-    const auto l_It = l_Values.find(Fold(i_pwszEntry));
-    if (l_It == l_Values.end()) {
+    const auto l_Key = l_Registry.mapKeys.find(l_pKey->GetName());
+    if (l_Key == l_Registry.mapKeys.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    const auto l_It = l_Key->second.find(Fold(i_pwszEntry));
+    if (l_It == l_Key->second.end()) {
         return ERROR_FILE_NOT_FOUND;
     }
     const auto l_ulSize = static_cast<uint32_t>(l_It->second.size());
