@@ -17,14 +17,27 @@ char ToLower(char i_cChar)
 double SaturatedNumber(std::string_view i_strNumber)
 {
     const bool l_bNegative = i_strNumber.starts_with('-');
-    const size_t l_ulExponent = i_strNumber.find_first_of("eE");
-    bool l_bLarge = false;
-    if (l_ulExponent != std::string_view::npos) {
-        l_bLarge = i_strNumber.substr(l_ulExponent + 1, 1) != "-";
-    } else {
-        const size_t l_ulFirst = i_strNumber.find_first_of("123456789");
-        l_bLarge = l_ulFirst < i_strNumber.find('.');
+    const size_t l_ulExponent = std::min(i_strNumber.find_first_of("eE"), i_strNumber.size());
+    const std::string_view l_strDigits = i_strNumber.substr(0, l_ulExponent);
+    // An exponent beyond this range outweighs every run of digits that fits in memory.
+    constexpr int64_t k_llLimit = int64_t{1} << 60;
+    int64_t l_llExponent = 0;
+    if (l_ulExponent != i_strNumber.size()) {
+        std::string_view l_strExponent = i_strNumber.substr(l_ulExponent + 1);
+        l_strExponent.remove_prefix(l_strExponent.starts_with('+') ? 1 : 0);
+        const bool l_bDown = l_strExponent.starts_with('-');
+        if (std::from_chars(l_strExponent.data(), l_strExponent.data() + l_strExponent.size(),
+                            l_llExponent)
+                .ec == std::errc::result_out_of_range) {
+            l_llExponent = l_bDown ? -k_llLimit : k_llLimit;
+        }
+        l_llExponent = std::clamp(l_llExponent, -k_llLimit, k_llLimit);
     }
+    // The power of ten of the first digit that counts, to within one.
+    const auto l_llPoint =
+        static_cast<int64_t>(std::min(l_strDigits.find('.'), l_strDigits.size()));
+    const auto l_llFirst = static_cast<int64_t>(l_strDigits.find_first_of("123456789"));
+    const bool l_bLarge = l_llPoint - l_llFirst + l_llExponent > 0;
     const double l_dNumber = l_bLarge ? std::numeric_limits<double>::infinity() : 0.0;
     return l_bNegative ? -l_dNumber : l_dNumber;
 }
