@@ -45,12 +45,12 @@ bool CConfigFile::Load(const char* i_pszPath)
 {
     m_vecSections.clear();
     m_bInSection = false;
-    m_strPath = i_pszPath;
-    const cecore::CStream l_pFile = cecore::OpenForReading(i_pszPath);
-    if (l_pFile == nullptr) {
-        return false;
-    }
     try {
+        m_strPath = i_pszPath;
+        const cecore::CStream l_pFile = cecore::OpenForReading(i_pszPath);
+        if (l_pFile == nullptr) {
+            return false;
+        }
         char l_aszLine[k_lLineSize];
         while (std::fgets(l_aszLine, k_lLineSize, l_pFile.get()) != nullptr) {
             AddLine({l_aszLine, std::strlen(l_aszLine)});

@@ -13,11 +13,21 @@ namespace {
 constexpr size_t k_ulTextSize = 2048;
 constexpr size_t k_ulPrefixSize = 96;
 
-/** Gives the logger back when the library goes; the router is destroyed before it. */
-std::unique_ptr<CTraceLog>& Owner()
+/** Gives the logger back when the library goes; whoever traces after that finds none. */
+struct S_LOG_OWNER
 {
-    static std::unique_ptr<CTraceLog> s_pOwner;
-    return s_pOwner;
+    std::unique_ptr<CTraceLog> pLog;
+
+    S_LOG_OWNER() = default;
+    S_LOG_OWNER(const S_LOG_OWNER&) = delete;
+    S_LOG_OWNER& operator=(const S_LOG_OWNER&) = delete;
+    ~S_LOG_OWNER() { detail::s_pTraceLog.store(nullptr, std::memory_order_release); }
+};
+
+S_LOG_OWNER& Owner()
+{
+    static S_LOG_OWNER s_Owner;
+    return s_Owner;
 }
 
 const wchar_t* SuffixOf(uint16_t i_usLevel)
@@ -62,7 +72,7 @@ void TraceV(CTraceLog& io_Log, uint16_t i_usLevel, const wchar_t* i_pwszFormat,
 void SetTraceLog(std::unique_ptr<CTraceLog> i_pLog)
 {
     detail::s_pTraceLog.store(i_pLog.get(), std::memory_order_release);
-    Owner() = std::move(i_pLog);
+    Owner().pLog = std::move(i_pLog);
 }
 
 void ResetTraceLog()
