@@ -16,23 +16,51 @@ std::atomic<unsigned> s_ulAllocations{0};
 
 } // namespace
 
-// Every allocation of this program's own code passes here; those of a loaded library's do not reach
-// the count, since it is switched on only around calls that run in this thread.
-[[gnu::noinline]] void* operator new(size_t i_ulSize)
+namespace {
+
+void* CountedAllocation(size_t i_ulSize) noexcept
 {
     if (s_bCount) {
         ++s_ulAllocations;
     }
-    if (void* l_pMemory = std::malloc(i_ulSize)) {
+    return std::malloc(i_ulSize);
+}
+
+} // namespace
+
+// All forms, so that each block goes back by the way it came.
+[[gnu::noinline]] void* operator new(size_t i_ulSize)
+{
+    if (void* l_pMemory = CountedAllocation(i_ulSize)) {
         return l_pMemory;
     }
     throw std::bad_alloc();
+}
+void* operator new[](size_t i_ulSize)
+{
+    return operator new(i_ulSize);
+}
+[[gnu::noinline]] void* operator new(size_t i_ulSize, const std::nothrow_t&) noexcept
+{
+    return CountedAllocation(i_ulSize);
+}
+[[gnu::noinline]] void* operator new[](size_t i_ulSize, const std::nothrow_t&) noexcept
+{
+    return CountedAllocation(i_ulSize);
 }
 [[gnu::noinline]] void operator delete(void* i_pMemory) noexcept
 {
     std::free(i_pMemory);
 }
+[[gnu::noinline]] void operator delete[](void* i_pMemory) noexcept
+{
+    std::free(i_pMemory);
+}
 [[gnu::noinline]] void operator delete(void* i_pMemory, size_t) noexcept
+{
+    std::free(i_pMemory);
+}
+[[gnu::noinline]] void operator delete[](void* i_pMemory, size_t) noexcept
 {
     std::free(i_pMemory);
 }
