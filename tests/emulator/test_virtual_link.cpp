@@ -137,6 +137,28 @@ TEST(VirtualLink, AbandonedAnswersReachNobody)
     EXPECT_TRUE(l_Last.Fetch().empty());
 }
 
+TEST(VirtualLink, ASecondCommandOnAnEventTakesItOver)
+{
+    links::CVirtualLink l_Link;
+    ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
+    S_EXCHANGE l_Exchange{On(l_Link)};
+    l_Link.Board().Faults().Dial(E_FAULT::Late, 50, 1);
+    ASSERT_EQ(l_Exchange.Send(Request(212, {5})), 0U);
+    ASSERT_EQ(l_Exchange.Send(Request(212, {6})), 0U);
+    EXPECT_TRUE(l_Exchange.Wait());
+    EXPECT_EQ(At(l_Exchange.Fetch(), 22), 6U);
+    EXPECT_FALSE(l_Exchange.Wait(150)) << "the late one announced itself all the same";
+
+    // The event still stands from the first command: the fetch waits for the answer to the second.
+    ASSERT_EQ(l_Exchange.Send(Request(212, {7})), 0U);
+    EXPECT_TRUE(l_Exchange.Wait());
+    ASSERT_TRUE(SetEvent(l_Exchange.Event.Get()));
+    l_Link.Board().Faults().Dial(E_FAULT::Late, 50, 1);
+    ASSERT_EQ(l_Exchange.Send(Request(212, {8})), 0U);
+    EXPECT_TRUE(l_Exchange.Wait());
+    EXPECT_EQ(At(l_Exchange.Fetch(), 22), 8U);
+}
+
 TEST(VirtualLink, ClosesInBoundedTimeWithAnswersUnderWay)
 {
     links::CVirtualLink l_Link;
