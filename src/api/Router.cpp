@@ -1,5 +1,6 @@
 #include "api/Router.h"
 
+#include <cstdlib>
 #include <new>
 
 #include "driver/ModuleFolder.h"
@@ -227,7 +228,22 @@ S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
         LoadUSBDriver(l_Result);
     }
     Trace(INFO_LEVEL, L"CRouter::LoadMeasDriver> STOP status=%d", l_Result.ulStatus);
+    UnloadAtExit();
     return l_Result;
+}
+
+void CRouter::UnloadAtExit()
+{
+    // A host that ends without unloading runs the exit lists of all libraries, the last one first:
+    // those of the link libraries, which came after the router, before the router's own. So each
+    // load puts one more entry behind what its links have put there, and the drivers go while their
+    // links stand.
+    const bool l_bReal =
+        m_ulIMMode == MODE_REAL || m_ulBTMode == MODE_REAL || m_ulUSBMode == MODE_REAL;
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    if (l_bReal && !m_mapDrivers.empty()) {
+        static_cast<void>(std::atexit([] { Instance().UnloadMeasDrivers(); }));
+    }
 }
 
 void CRouter::UnloadMeasDrivers()

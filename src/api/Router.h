@@ -76,6 +76,8 @@ private:
     uint32_t LoadUSBDriver(S_RESULT& io_Result);
     uint32_t LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result);
     void UnloadMeasDrivers();
+    /** Sees to it that the drivers go before the link libraries when the process ends. */
+    void UnloadAtExit();
     CMeasDriver* GetDriverFromID(uint32_t i_ulDriverID);
     CMeasDriver* GetDriverFromLinkType(const char* i_pszLinkType);
 
