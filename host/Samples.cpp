@@ -120,7 +120,7 @@ std::string PlotScript(const std::string& i_strCsv, size_t i_uNbChannels,
                        const std::string& i_strPng, const std::string& i_strTitle)
 {
     std::string l_strScript =
-        "set terminal pngcairo noenhanced size 1200,600 font 'DejaVu Sans,11'\n"
+        "set terminal pngcairo noenhanced size 960,480 font 'DejaVu Sans,11'\n"
         "set output " +
         Quoted(i_strPng) +
         "\n"
@@ -138,7 +138,7 @@ std::string PlotScript(const std::string& i_strCsv, size_t i_uNbChannels,
         // One line of the file is the header; a channel without a sample still has its legend.
         l_strScript += (i == 0 ? "" : ", ") + Quoted(i_strCsv) +
                        " skip 1 using 0:" + std::to_string(i + 1) +
-                       " with lines linewidth 1.5 title 'channel " + std::to_string(i) + "'";
+                       " with lines linewidth 1 title 'channel " + std::to_string(i) + "'";
     }
     return l_strScript + "\nunset output\n";
 }
