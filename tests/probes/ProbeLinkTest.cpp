@@ -441,7 +441,7 @@ TEST_P(ProbeLink, MemoryThatIsRefused)
         // The first stop may fail.
         EXPECT_EQ(l_Result.ulStatus, l_ul == 1 ? 0U : 1U);
         EXPECT_EQ(m_lValue, l_ul == 1 ? 16 : 0);
-        const std::string l_strLine = l_vstrLines[l_ul - 1];
+        const std::string& l_strLine = l_vstrLines[l_ul - 1];
         EXPECT_EQ(m_Home.TraceLines(),
                   l_strLine.empty() ? Lines{} : Lines{l_strLine + " [ERROR_LEVEL]"});
     }
