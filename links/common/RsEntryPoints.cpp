@@ -1,29 +1,19 @@
 /**
- * @file EntryPoints.cpp
- * @brief The six entry points of virtual_link.so.
+ * @file RsEntryPoints.cpp
+ * @brief The six entry points of a serial link library, in front of its TheLink().
  */
 #include "TornvalLinks.h"
-#include "links/virtual/VirtualLink.h"
+#include "links/common/RsLink.h"
 
 using links::Guarded;
-
-namespace {
-
-/** The link of this library. It goes, and its threads with it, when the library is unloaded. */
-links::CVirtualLink& Link()
-{
-    static links::CVirtualLink s_Link;
-    return s_Link;
-}
-
-} // namespace
+using links::TheLink;
 
 extern "C" {
 
 uint32_t RS_Init(uint32_t port, uint32_t constant, uint32_t baud_rate, uint32_t data_bits,
                  uint32_t /*word1*/, uint32_t /*word2*/, uint32_t /*zero*/)
 {
-    return Guarded([&] { return Link().Open({port, constant, baud_rate, data_bits}); });
+    return Guarded([&] { return TheLink().Open({port, constant, baud_rate, data_bits}); });
 }
 
 uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t baud_rate, uint32_t data_bits,
@@ -31,7 +21,7 @@ uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t baud_rate, uint32
                     uint32_t* link_handle)
 {
     return Guarded([&] {
-        return Link().OpenEx({port, constant, baud_rate, data_bits}, link_handle);
+        return TheLink().OpenEx({port, constant, baud_rate, data_bits}, link_handle);
     });
 }
 
@@ -46,7 +36,7 @@ uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in,
                                uint32_t link_handle)
 {
     return Guarded([&] {
-        return Link().Control({constant, code, in, in_size, out, out_size, count}, link_handle);
+        return TheLink().Control({constant, code, in, in_size, out, out_size, count}, link_handle);
     });
 }
 
@@ -57,7 +47,7 @@ uint32_t RS_Close(void)
 
 uint32_t RS_Close_Ex(uint32_t link_handle)
 {
-    return Guarded([&] { return Link().Close(link_handle); });
+    return Guarded([&] { return TheLink().Close(link_handle); });
 }
 
 } // extern "C"

@@ -1,0 +1,156 @@
+#include "links/common/ExchangeBook.h"
+
+#include "cecore.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace links {
+
+bool CExchangeBook::Add(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID, uint32_t i_ulEvent)
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    if (m_bClosed) {
+        return false;
+    }
+    const std::thread::id l_Sender = std::this_thread::get_id();
+    std::erase_if(m_Exchanges, [&](const S_EXCHANGE& i_Old) {
+        const bool l_bSameEvent = i_ulEvent != 0 && i_Old.ulEvent == i_ulEvent;
+        const bool l_bLeft = i_Old.eState == E_STATE::Ready && i_Old.Sender == l_Sender &&
+                             i_Old.ucCmdeID == i_ucCmdeID;
+        return l_bSameEvent || l_bLeft;
+    });
+    if (m_Exchanges.size() >= k_ulMaxExchanges) {
+        m_Exchanges.pop_front();
+    }
+    m_Exchanges.push_back({m_ullNextNumber++,
+                           l_Sender,
+                           i_ulEvent,
+                           i_ucCmdeID,
+                           E_STATE::Sent,
+                           {i_Frame.begin(), i_Frame.end()}});
+    m_Changed.notify_all();
+    return true;
+}
+
+CExchangeBook::S_ITERATOR CExchangeBook::FindSent()
+{
+    return std::find_if(m_Exchanges.begin(), m_Exchanges.end(),
+                        [](const S_EXCHANGE& i_Each) { return i_Each.eState == E_STATE::Sent; });
+}
+
+CExchangeBook::S_ITERATOR CExchangeBook::FindReady(uint16_t i_usCmdeID)
+{
+    const auto l_Find = [&](bool i_bAnySender) {
+        return std::find_if(m_Exchanges.begin(), m_Exchanges.end(), [&](const S_EXCHANGE& i_Each) {
+            return i_Each.eState == E_STATE::Ready && i_Each.ucCmdeID == i_usCmdeID &&
+                   (i_bAnySender || i_Each.Sender == std::this_thread::get_id());
+        });
+    };
+    const S_ITERATOR l_itOwn = l_Find(false);
+    return l_itOwn != m_Exchanges.end() ? l_itOwn : l_Find(true);
+}
+
+CExchangeBook::S_ITERATOR CExchangeBook::FindNumber(uint64_t i_ullNumber)
+{
+    return std::find_if(m_Exchanges.begin(), m_Exchanges.end(),
+                        [&](const S_EXCHANGE& i_Each) { return i_Each.ullNumber == i_ullNumber; });
+}
+
+std::optional<CExchangeBook::S_COMMAND> CExchangeBook::TakeSent()
+{
+    const S_ITERATOR l_itSent = FindSent();
+    if (l_itSent == m_Exchanges.end()) {
+        return std::nullopt;
+    }
+    l_itSent->eState = E_STATE::Taken;
+    return S_COMMAND{l_itSent->ullNumber, std::move(l_itSent->vFrame)};
+}
+
+std::optional<CExchangeBook::S_COMMAND> CExchangeBook::Take()
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    return TakeSent();
+}
+
+std::optional<CExchangeBook::S_COMMAND>
+CExchangeBook::WaitAndTake(std::optional<S_CLOCK::time_point> i_oUntil)
+{
+    std::unique_lock l_Lock(m_Mutex);
+    const auto l_Ended = [this] { return m_bClosed || FindSent() != m_Exchanges.end(); };
+    if (i_oUntil) {
+        m_Changed.wait_until(l_Lock, *i_oUntil, l_Ended);
+    } else {
+        m_Changed.wait(l_Lock, l_Ended);
+    }
+    return TakeSent();
+}
+
+void CExchangeBook::Deliver(uint64_t i_ullNumber, std::vector<uint8_t> i_vAnswer)
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    const S_ITERATOR l_itExchange = FindNumber(i_ullNumber);
+    if (l_itExchange == m_Exchanges.end()) {
+        return;
+    }
+    l_itExchange->eState = E_STATE::Ready;
+    l_itExchange->vFrame = std::move(i_vAnswer);
+    // Under the lock: no fetch may see an answer whose event turns out to be gone.
+    if (l_itExchange->ulEvent != 0 && SetEvent(l_itExchange->ulEvent) == 0) {
+        m_Exchanges.erase(l_itExchange);
+    }
+    m_Changed.notify_all();
+}
+
+void CExchangeBook::Drop(uint64_t i_ullNumber)
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    std::erase_if(m_Exchanges,
+                  [&](const S_EXCHANGE& i_Each) { return i_Each.ullNumber == i_ullNumber; });
+    m_Changed.notify_all();
+}
+
+void CExchangeBook::DropUnanswered()
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    std::erase_if(m_Exchanges,
+                  [](const S_EXCHANGE& i_Each) { return i_Each.eState != E_STATE::Ready; });
+    m_Changed.notify_all();
+}
+
+std::optional<std::vector<uint8_t>> CExchangeBook::Fetch(uint16_t i_usCmdeID)
+{
+    const auto l_IsWanted = [i_usCmdeID](const S_EXCHANGE& i_Each) {
+        return i_Each.ucCmdeID == i_usCmdeID;
+    };
+    std::unique_lock l_Lock(m_Mutex);
+    // An event may still be signalled from an exchange that a later send has dropped: its fetch
+    // then comes before the answer.
+    m_Changed.wait_until(l_Lock, S_CLOCK::now() + k_FetchWait, [&] {
+        return m_bClosed || FindReady(i_usCmdeID) != m_Exchanges.end() ||
+               std::none_of(m_Exchanges.begin(), m_Exchanges.end(), l_IsWanted);
+    });
+    const S_ITERATOR l_itReady = FindReady(i_usCmdeID);
+    if (m_bClosed || l_itReady == m_Exchanges.end()) {
+        return std::nullopt;
+    }
+    std::optional<std::vector<uint8_t>> l_ovFrame(std::move(l_itReady->vFrame));
+    m_Exchanges.erase(l_itReady);
+    return l_ovFrame;
+}
+
+void CExchangeBook::Close()
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    m_bClosed = true;
+    m_Exchanges.clear();
+    m_Changed.notify_all();
+}
+
+bool CExchangeBook::IsClosed() const
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    return m_bClosed;
+}
+
+} // namespace links
