@@ -1,11 +1,11 @@
 /* What a host does: load the drivers, list them, take a measure. */
-#include <stdio.h>
 #include <TornvalC63.h>
+#include <stdio.h>
 
 static int Failed(const char* what, S_RESULT result)
 {
-    fprintf(stderr, "%s failed at step %u: system %u, firmware %u\n", what,
-            (unsigned)result.ulStep, (unsigned)result.ulLastError, (unsigned)result.ulFwStatus);
+    fprintf(stderr, "%s failed at step %u: system %u, firmware %u\n", what, (unsigned)result.ulStep,
+            (unsigned)result.ulLastError, (unsigned)result.ulFwStatus);
     return 1;
 }
 
