@@ -3,7 +3,10 @@
 #include <cstdlib>
 #include <new>
 
+#include <pthread.h>
+
 #include "driver/ModuleFolder.h"
+#include "platform/Clock.h"
 #include "platform/Format.h"
 #include "probes/BTProbeDriver.h"
 #include "probes/USBProbeDriver.h"
@@ -33,6 +36,9 @@ std::unique_ptr<CMeasDriver> Build(uint32_t i_ulMode, const S_TRACE_TEXT<>& i_Re
         return nullptr;
     }
 }
+
+/** How long the end of the process waits for calls that are still inside, in milliseconds. */
+constexpr uint32_t k_ulRetireWait = 1000;
 
 /** A forwarded call: the driver's record, or the stage's failure where there is no driver. */
 template <typename F>
@@ -76,6 +82,28 @@ constinit const CRouter::S_ROAD CRouter::s_USBRoad = {
     {INFO_LEVEL, L"CRouter::LoadUSBDriver> driver: %08x"},
     {INFO_LEVEL, L"CRouter::LoadUSBDriver> STOP status=%d"}};
 
+constinit std::atomic<bool> CRouter::s_bOpen{true};
+constinit std::atomic<uint32_t> CRouter::s_ulCalls{0};
+constinit std::atomic<bool> CRouter::s_bForked{false};
+
+CRouter::CCall::CCall()
+{
+    ++s_ulCalls;
+    try {
+        if (s_bOpen) {
+            m_pRouter = &Instance();
+        }
+    } catch (...) {
+        --s_ulCalls;
+        throw;
+    }
+}
+
+CRouter::CCall::~CCall()
+{
+    --s_ulCalls;
+}
+
 CRouter& CRouter::Instance()
 {
     static CRouter s_Router;
@@ -84,15 +112,40 @@ CRouter& CRouter::Instance()
 
 CRouter::CRouter() : m_hMutex(cecore::CreateMutexW(false))
 {
-    ReadConfiguration();
+    try {
+        ReadConfiguration();
+    } catch (const std::bad_alloc&) {
+        // As without a file: the modes are 0, and nothing can be loaded.
+        m_ulBTMode = m_ulUSBMode = m_ulIMMode = MODE_NONE;
+    }
+    static_cast<void>(pthread_atfork(nullptr, nullptr, [] {
+        s_bForked = true;
+        s_bOpen = false;
+        AbandonTraceLog();
+    }));
 }
 
 CRouter::~CRouter()
 {
-    UnloadMeasDrivers();
-    if (m_hMutex != 0) {
-        cecore::CloseHandle(m_hMutex);
+    Retire();
+}
+
+void CRouter::Retire()
+{
+    s_bOpen = false;
+    for (uint32_t l_ulWaited = 0; s_ulCalls != 0 && !s_bForked && l_ulWaited < k_ulRetireWait;
+         ++l_ulWaited) {
+        cecore::Sleep(1);
     }
+    if (s_ulCalls != 0 || s_bForked) {
+        // Somebody is still inside, or these drivers are a copy of the parent's: left alone.
+        static_cast<void>(m_hMutex.Release());
+        for (auto& l_Entry : m_mapDrivers) {
+            static_cast<void>(l_Entry.second.release());
+        }
+        return;
+    }
+    UnloadMeasDrivers();
 }
 
 void CRouter::ReadConfiguration()
@@ -117,18 +170,26 @@ void CRouter::ReadConfiguration()
     std::unique_ptr<CTraceLog> l_pLog;
     if (l_ulType == 0) {
         l_pLog.reset(new (std::nothrow) CTraceLogFile("\\hd00\\log_tornval.txt", l_usLevel));
-    } else if (l_ulType == 1) {
-        l_pLog.reset(new (std::nothrow) CTraceLogConsole(l_usLevel));
-    }
-    if (l_pLog != nullptr) {
         SetTraceLog(std::move(l_pLog));
         ResetTraceLog();
+    } else if (l_ulType == 1) {
+        l_pLog.reset(new (std::nothrow) CTraceLogConsole(l_usLevel));
+        SetTraceLog(std::move(l_pLog));
     }
 }
 
 std::unique_ptr<CMeasDriver> CRouter::CreateDriver(uint32_t i_ulDriverType)
 {
     Trace(INFO_GENERAL_LEVEL, L"CRouter::CreateDriver> DriverType: %d", i_ulDriverType);
+    try {
+        return BuildDriver(i_ulDriverType);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+std::unique_ptr<CMeasDriver> CRouter::BuildDriver(uint32_t i_ulDriverType) const
+{
     std::unique_ptr<CMeasDriver> l_pDriver;
     switch (i_ulDriverType) {
     case TORNVAL_DRIVER_BT_PROBE:
@@ -163,16 +224,26 @@ S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver
         l_Result.ulStatus = 1;
         return l_Result;
     }
-    l_Result = io_pDriver->Init();
-    if (l_Result.ulStatus != 0) {
-        io_pDriver.reset();
-        return l_Result;
+    try {
+        l_Result = io_pDriver->Init();
+        if (l_Result.ulStatus == 0) {
+            const cecore::CMutexGuard l_Lock(m_hMutex.Get());
+            const uint32_t l_ulDriverID = io_pDriver->GetDriverID();
+            Trace(INFO_LEVEL, L"CRouter::InitAndAddDriverToMap> add driver to the map: id=%d",
+                  l_ulDriverID);
+            // After very many loads the numbers of two kinds can meet.
+            if (m_mapDrivers.try_emplace(static_cast<int32_t>(l_ulDriverID), std::move(io_pDriver))
+                    .second) {
+                return l_Result;
+            }
+            Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR id=%d is taken",
+                  l_ulDriverID);
+        }
+    } catch (const std::bad_alloc&) {
+        Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR allocation");
     }
-    const cecore::CMutexGuard l_Lock(m_hMutex);
-    const uint32_t l_ulDriverID = io_pDriver->GetDriverID();
-    Trace(INFO_LEVEL, L"CRouter::InitAndAddDriverToMap> add driver to the map: id=%d",
-          l_ulDriverID);
-    m_mapDrivers[static_cast<int32_t>(l_ulDriverID)] = std::move(io_pDriver);
+    l_Result.ulStatus = 1;
+    io_pDriver.reset();
     return l_Result;
 }
 
@@ -240,15 +311,15 @@ void CRouter::UnloadAtExit()
     // links stand.
     const bool l_bReal =
         m_ulIMMode == MODE_REAL || m_ulBTMode == MODE_REAL || m_ulUSBMode == MODE_REAL;
-    const cecore::CMutexGuard l_Lock(m_hMutex);
+    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     if (l_bReal && !m_mapDrivers.empty()) {
-        static_cast<void>(std::atexit([] { Instance().UnloadMeasDrivers(); }));
+        static_cast<void>(std::atexit([] { Instance().Retire(); }));
     }
 }
 
 void CRouter::UnloadMeasDrivers()
 {
-    const cecore::CMutexGuard l_Lock(m_hMutex);
+    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     while (!m_mapDrivers.empty()) {
         m_mapDrivers.erase(m_mapDrivers.begin());
     }
@@ -256,7 +327,7 @@ void CRouter::UnloadMeasDrivers()
 
 CMeasDriver* CRouter::GetDriverFromID(uint32_t i_ulDriverID)
 {
-    const cecore::CMutexGuard l_Lock(m_hMutex);
+    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     Trace(INFO_GENERAL_LEVEL, L"CRouter::GetDriverFromID> driver ID: %ld Nb Drivers: %ld",
           i_ulDriverID, static_cast<uint32_t>(m_mapDrivers.size()));
     const auto l_It = m_mapDrivers.find(static_cast<int32_t>(i_ulDriverID));
@@ -268,7 +339,7 @@ CMeasDriver* CRouter::GetDriverFromLinkType(const char* i_pszLinkType)
     if (i_pszLinkType == nullptr) {
         return nullptr;
     }
-    const cecore::CMutexGuard l_Lock(m_hMutex);
+    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
         char l_aszLinkType[256];
         l_pDriver->GetLinkType(l_aszLinkType);
@@ -289,7 +360,7 @@ uint32_t CRouter::EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDri
     if (o_pDrivers == nullptr) {
         return 0;
     }
-    const cecore::CMutexGuard l_Lock(m_hMutex);
+    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
         if (*o_pulNbDrivers >= i_ulMaxDrivers) {
             break;
@@ -385,10 +456,17 @@ S_RESULT CRouter::CurrentGeneratorBurst(uint32_t i_ulBurst)
 
 S_RESULT CRouter::GetMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2, int32_t* o_plValue3)
 {
-    if (o_plValue1 == nullptr || o_plValue2 == nullptr || o_plValue3 == nullptr) {
+    bool l_bAll = true;
+    for (int32_t* l_plValue : {o_plValue1, o_plValue2, o_plValue3}) {
+        if (l_plValue != nullptr) {
+            *l_plValue = 0;
+        } else {
+            l_bAll = false;
+        }
+    }
+    if (!l_bAll) {
         return MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_NONE, 1);
     }
-    *o_plValue1 = *o_plValue2 = *o_plValue3 = 0;
     return Forward(GetDriverFromLinkType("MO"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
         return io_Driver.GetMicroOhmMeasure(o_plValue1, o_plValue2, o_plValue3);
     });

@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 
@@ -27,8 +28,26 @@ enum EDriverMode : uint32_t
 class CRouter
 {
 public:
-    /** The router of the process, built at the first call, destroyed when the library goes. */
-    static CRouter& Instance();
+    /**
+     * One call of an exported function: holds the router for its length.
+     *
+     * Refused once the drivers are on their way out: at the end of the process, while the library is
+     * unloaded, and in a forked child, whose links belong to its parent.
+     */
+    class CCall
+    {
+    public:
+        CCall();
+        CCall(const CCall&) = delete;
+        CCall& operator=(const CCall&) = delete;
+        ~CCall();
+
+        /** The router, built at the first call of the process; null if the call is refused. */
+        [[nodiscard]] CRouter* Get() const { return m_pRouter; }
+
+    private:
+        CRouter* m_pRouter = nullptr;
+    };
 
     CRouter(const CRouter&) = delete;
     CRouter& operator=(const CRouter&) = delete;
@@ -64,10 +83,15 @@ private:
 
     CRouter();
 
+    static CRouter& Instance();
+    /** Lets no call in any more and destroys the drivers, unless a call does not end. */
+    void Retire();
+
     /** Modes, probes to load and logger, from the configuration file. */
     void ReadConfiguration();
     /** @return the driver, its instance created where the kind has one; null if that fails. */
     std::unique_ptr<CMeasDriver> CreateDriver(uint32_t i_ulDriverType);
+    [[nodiscard]] std::unique_ptr<CMeasDriver> BuildDriver(uint32_t i_ulDriverType) const;
     /** Initialises a driver and gives it to the map; one that fails is destroyed. */
     S_RESULT InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver);
     uint32_t LoadIMBDriver(S_RESULT& io_Result);
@@ -81,7 +105,7 @@ private:
     CMeasDriver* GetDriverFromID(uint32_t i_ulDriverID);
     CMeasDriver* GetDriverFromLinkType(const char* i_pszLinkType);
 
-    cecore::Handle m_hMutex;
+    cecore::CUniqueHandle m_hMutex;
     std::map<int32_t, std::unique_ptr<CMeasDriver>> m_mapDrivers;
     uint32_t m_ulBTMode = MODE_NONE;
     uint32_t m_ulUSBMode = MODE_NONE;
@@ -89,6 +113,11 @@ private:
     /** Whether a load brings the probe up too: no bit of the mask asks for one. */
     bool m_bLoadBT = false;
     bool m_bLoadUSB = false;
+
+    /** Whether calls are let in, and how many are inside. */
+    static std::atomic<bool> s_bOpen;
+    static std::atomic<uint32_t> s_ulCalls;
+    static std::atomic<bool> s_bForked;
 };
 
 } // namespace tornval

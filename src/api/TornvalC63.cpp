@@ -2,6 +2,7 @@
 
 #include "TornvalC63.h"
 
+#include <type_traits>
 #include <utility>
 
 #include <cxxabi.h>
@@ -14,31 +15,32 @@ namespace {
 using tornval::CRouter;
 using tornval::Trace;
 
-/** What a call gives that something was thrown out of: a failure. */
+/** The failure of a stage, where no driver's record tells more. */
 template <typename T>
-struct S_ESCAPED;
-template <>
-struct S_ESCAPED<S_RESULT>
+T Failed(uint32_t i_ulStep)
 {
-    static S_RESULT Get() { return tornval::MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_NONE, 1); }
-};
-template <>
-struct S_ESCAPED<uint32_t>
-{
-    static uint32_t Get() { return 0; }
-};
+    if constexpr (std::is_same_v<T, S_RESULT>) {
+        return tornval::MakeResult(TORNVAL_DRIVER_NONE, i_ulStep, 1);
+    } else {
+        return 0;
+    }
+}
 
-/** Runs a call of the router; nothing is thrown out of it but the cancelling of the thread. */
+/**
+ * Runs a call of the router. Nothing is thrown out of it but the cancelling of the thread; a call
+ * that is refused, or that something escaped from, fails with its stage.
+ */
 template <typename F>
-auto Guarded(F&& i_fnCall)
+auto Guarded(uint32_t i_ulStep, F&& i_fnCall)
 {
     using Result = decltype(i_fnCall(std::declval<CRouter&>()));
     try {
-        return i_fnCall(CRouter::Instance());
+        const CRouter::CCall l_Call;
+        return l_Call.Get() == nullptr ? Failed<Result>(i_ulStep) : i_fnCall(*l_Call.Get());
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        return S_ESCAPED<Result>::Get();
+        return Failed<Result>(i_ulStep);
     }
 }
 
@@ -46,33 +48,36 @@ auto Guarded(F&& i_fnCall)
 
 S_RESULT LoadMeasDrivers(int32_t i_lMask)
 {
-    return Guarded([&](CRouter& io_Router) { return io_Router.LoadMeasDrivers(i_lMask); });
+    return Guarded(TORNVAL_STEP_LOAD,
+                   [&](CRouter& io_Router) { return io_Router.LoadMeasDrivers(i_lMask); });
 }
 
 uint32_t EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDrivers,
                          uint32_t* o_pulNbDrivers)
 {
-    return Guarded([&](CRouter& io_Router) {
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
         return io_Router.EnumMeasDrivers(o_pDrivers, i_ulMaxDrivers, o_pulNbDrivers);
     });
 }
 
 S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceInit)
 {
-    return Guarded(
-        [&](CRouter& io_Router) { return io_Router.InitDriver(i_ulDriverID, bForceInit); });
+    return Guarded(TORNVAL_STEP_INIT, [&](CRouter& io_Router) {
+        return io_Router.InitDriver(i_ulDriverID, bForceInit);
+    });
 }
 
 S_RESULT ResetMeasBoard(uint32_t i_ulDriverID)
 {
-    return Guarded([&](CRouter& io_Router) { return io_Router.ResetDriver(i_ulDriverID); });
+    return Guarded(TORNVAL_STEP_CLOSE,
+                   [&](CRouter& io_Router) { return io_Router.ResetDriver(i_ulDriverID); });
 }
 
 S_RESULT SendMeasBoardCmd(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
                           S_RECEIVE_STRUCT* o_pReceiveStruct, const void* i_pcData)
 {
     Trace(tornval::INFO_LEVEL, L"API::SendMeasBoardCmd> DriverID=%d", i_ulDriverID);
-    const S_RESULT l_Result = Guarded([&](CRouter& io_Router) {
+    const S_RESULT l_Result = Guarded(TORNVAL_STEP_SEND, [&](CRouter& io_Router) {
         return io_Router.SendCommand(i_ulDriverID, i_pCmde, o_pReceiveStruct, i_pcData);
     });
     if (l_Result.ulStatus == 1) {
@@ -86,7 +91,7 @@ S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte, ch
                             uint32_t i_ulTimeout)
 {
     Trace(tornval::INFO_LEVEL, L"API::GetMeasBoardResult> DriverID=%d", i_ulDriverID);
-    const S_RESULT l_Result = Guarded([&](CRouter& io_Router) {
+    const S_RESULT l_Result = Guarded(TORNVAL_STEP_RESULT, [&](CRouter& io_Router) {
         return io_Router.GetResult(i_ulDriverID, i_ulNbReturnByte, o_pcRawData,
                                    o_plProcessedDataSize, o_plProcessedData, i_ulTimeout, 1);
     });
@@ -98,25 +103,28 @@ S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte, ch
 
 S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst)
 {
-    return Guarded([&](CRouter& io_Router) { return io_Router.CurrentGeneratorBurst(i_ulBurst); });
+    return Guarded(TORNVAL_STEP_NONE,
+                   [&](CRouter& io_Router) { return io_Router.CurrentGeneratorBurst(i_ulBurst); });
 }
 
 S_RESULT GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie)
 {
-    return Guarded(
-        [&](CRouter& io_Router) { return io_Router.GetInstantMeasure(o_plValue, i_ulVoie, 1); });
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
+        return io_Router.GetInstantMeasure(o_plValue, i_ulVoie, 1);
+    });
 }
 
 S_RESULT GetInstantMeasureWithoutCompensation(int32_t* o_plValue, uint32_t i_ulVoie)
 {
-    return Guarded(
-        [&](CRouter& io_Router) { return io_Router.GetInstantMeasure(o_plValue, i_ulVoie, 0); });
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
+        return io_Router.GetInstantMeasure(o_plValue, i_ulVoie, 0);
+    });
 }
 
 S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue, uint32_t i_ulVoie,
                                    uint32_t i_ulMeasureParam)
 {
-    return Guarded([&](CRouter& io_Router) {
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
         return io_Router.GetInstantMeasureOnDevice(i_ulDriverID, o_plValue, i_ulVoie,
                                                    i_ulMeasureParam);
     });
@@ -124,34 +132,35 @@ S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue, ui
 
 S_RESULT GetAllMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2, int32_t* o_plValue3)
 {
-    return Guarded([&](CRouter& io_Router) {
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
         return io_Router.GetMicroOhmMeasure(o_plValue1, o_plValue2, o_plValue3);
     });
 }
 
 S_RESULT GetMicroOhmMeasure(int32_t* o_plValue)
 {
-    if (o_plValue == nullptr) {
-        return S_ESCAPED<S_RESULT>::Get();
-    }
     int32_t l_alValues[3] = {};
-    const S_RESULT l_Result = Guarded([&](CRouter& io_Router) {
-        return io_Router.GetMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]);
+    const S_RESULT l_Result = Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
+        return o_plValue == nullptr
+                   ? Failed<S_RESULT>(TORNVAL_STEP_NONE)
+                   : io_Router.GetMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]);
     });
-    *o_plValue = l_alValues[0];
+    if (o_plValue != nullptr) {
+        *o_plValue = l_alValues[0];
+    }
     return l_Result;
 }
 
 uint32_t GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff)
 {
-    return Guarded([&](CRouter& io_Router) {
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
         return io_Router.GetMBCalibrationCoeff(o_pdA, o_pdB, i_ulNbCoeff);
     });
 }
 
 S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB, uint32_t i_ulNbCoeff)
 {
-    return Guarded([&](CRouter& io_Router) {
+    return Guarded(TORNVAL_STEP_NONE, [&](CRouter& io_Router) {
         return io_Router.SetMBCalibration(i_pulIndex, i_pdA, i_pdB, i_ulNbCoeff);
     });
 }

@@ -157,6 +157,10 @@ protected:
     /** The keys that only one form of the configuration has. */
     virtual void ReadRegistryKeys(const CConfigFile& i_Config);
     virtual void ReadResetKey(const CConfigFile& i_Config);
+    virtual void UseFixedRegistryKeys();
+
+    /** What holds instead of the configuration where there is no memory to read it. */
+    void UseFixedValues();
 
     /** Fills bytes up to the end of the frame and writes its head; the CRC comes at the send. */
     static void FillFrame(uint8_t i_ucFill, uint16_t i_usIdField, uint8_t i_ucCanal,
@@ -224,6 +228,8 @@ private:
     /** The fetch proper, under the lock. */
     void FetchAnswer(const S_FETCH& i_Fetch, const uint16_t* i_pusCmdeID, S_RESULT& o_Result);
     bool ReadUnitNumber(uint32_t& o_ulUnit) const;
+    /** The keys of section IM; a file that cannot be read changes nothing. */
+    void ReadSection();
     void AllocateVoieData();
 };
 

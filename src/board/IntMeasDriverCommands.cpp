@@ -222,6 +222,9 @@ S_RESULT CIntMeasDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o
     }
     uint32_t l_ulReturned = 0;
     *o_pulStatus = 0;
+    // An earlier command whose fetch gave up may have been answered since: its signal is not this
+    // one's.
+    cecore::WaitForSingleObject(ReadLe32(l_pucFrame + RS_BLOCK_EVENT_OFFSET), 0);
     const bool l_bSent = DeviceIo(IOCTL_RS_SEND_COMMAND, l_pucFrame, RS_BLOCK_SIZE, o_pulStatus,
                                   sizeof(*o_pulStatus), &l_ulReturned);
     const uint32_t l_ulLastError = cecore::GetLastError();
@@ -394,7 +397,9 @@ S_RESULT CIntMeasDriver::InitIMB()
     const std::unique_ptr<char[]> l_pcRaw(new (std::nothrow) char[l_ulSize]);
     const std::unique_ptr<int32_t[]> l_plData(new (std::nothrow) int32_t[l_ulSize + 2]);
     if (l_pcRaw == nullptr || l_plData == nullptr) {
-        l_Texts.InitAllocation.Emit();
+        if (l_pcRaw == nullptr) {
+            l_Texts.InitAllocation.Emit();
+        }
         l_Result.ulStatus = 1;
         return l_Result;
     }

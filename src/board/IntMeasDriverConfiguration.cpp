@@ -30,6 +30,16 @@ void CIntMeasDriver::ReadConfiguration()
             return;
         }
     }
+    try {
+        ReadSection();
+    } catch (const std::bad_alloc&) {
+        UseFixedValues();
+    }
+    AllocateVoieData();
+}
+
+void CIntMeasDriver::ReadSection()
+{
     CConfigFile l_Config;
     if (LoadModuleConfiguration(l_Config)) {
         l_Config.GetString(k_pszSection, "DRIVER_NAME", nullptr, m_szDriverName,
@@ -47,7 +57,24 @@ void CIntMeasDriver::ReadConfiguration()
         m_ulLogCalibrationCoef = l_Config.GetInt(k_pszSection, "LOG_CALIBRATION_COEF", 0);
         ReadResetKey(l_Config);
     }
-    AllocateVoieData();
+}
+
+void CIntMeasDriver::UseFixedValues()
+{
+    static constexpr uint32_t s_aulVoies[] = {0, 1, 0};
+    m_ulTimeout = 10;
+    SetDriverName("VCI");
+    std::copy(std::begin(s_aulVoies), std::end(s_aulVoies), m_pulVoies);
+    m_ulNbChannel = static_cast<uint32_t>(std::size(s_aulVoies));
+    m_bDecompressData = 1;
+    m_ulAcquisitionPeriod = 1;
+    UseFixedRegistryKeys();
+}
+
+void CIntMeasDriver::UseFixedRegistryKeys()
+{
+    cecore::Widen(m_szRegistryKey, "system\\currentcontrolset\\control\\zcomusb2\\F00C\\000000");
+    cecore::Widen(m_szRegistryEntry, "unit");
 }
 
 void CIntMeasDriver::ReadRegistryKeys(const CConfigFile& i_Config)
@@ -81,6 +108,9 @@ bool CIntMeasDriver::ReadUnitNumber(uint32_t& o_ulUnit) const
         cecore::RegQueryValueExW(l_hKey.Get(), m_szRegistryEntry, l_aucUnit, &l_ulSize) ==
             cecore::ERROR_SUCCESS;
     o_ulUnit = l_bRead ? ReadLe32(l_aucUnit) : 0;
+    if (o_ulUnit == 0) {
+        ::SetLastError(cecore::ERROR_FILE_NOT_FOUND);
+    }
     return o_ulUnit != 0;
 }
 

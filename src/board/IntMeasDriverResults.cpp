@@ -23,6 +23,10 @@ constexpr uint32_t k_ulFirmwareNoError = 2006;
 /** Compressed bytes for which an answer block has room. */
 constexpr uint32_t k_ulMaxCompressed = RS_BLOCK_SIZE - k_ulAnswerDataOffset - 4;
 
+/** Bytes of an answer block that hold status, head and all values but samples. */
+constexpr uint32_t k_ulDecodedHead = 256;
+static_assert(k_ulAnswerDataOffset + 8 * k_ulNbVoies <= k_ulDecodedHead);
+
 /** From the converter's value to a measure, in this order of operations. */
 double Calibrate(double i_dValue, double i_dA, double i_dB)
 {
@@ -65,6 +69,8 @@ S_RESULT CIntMeasDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
     const cecore::Handle l_hEvent = ReadLe32(i_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET);
     if (l_hEvent == 0 ||
         cecore::WaitForSingleObject(l_hEvent, AnswerWait(i_ulTimeout)) != cecore::WAIT_OBJECT_0) {
+        // The echo of host-level commands is another thread's to write, under the lock.
+        const CDriverLock l_Lock(*this);
         l_Texts.FetchTimeout.Emit(*i_pusCmdeID);
         l_Result.ulStatus = 1;
         return l_Result;
@@ -90,6 +96,8 @@ void CIntMeasDriver::FetchAnswer(const S_FETCH& i_Fetch, const uint16_t* i_pusCm
     S_FETCH l_Fetch = i_Fetch;
     uint8_t* l_pucAnswer = i_Fetch.pAnswer->aucBytes;
 
+    // What the decoders read where an answer is too short: nothing of an earlier one.
+    std::memset(l_pucAnswer, 0, k_ulDecodedHead);
     const uint32_t l_ulBefore = cecore::GetTickCount();
     l_Texts.FetchBefore.Emit(l_ulBefore);
     uint8_t l_aucEcho[2];
@@ -286,26 +294,28 @@ void CIntMeasDriver::GetResult_ACQUISITION_UPLOAD(uint32_t i_ulNbReturnByte, S_R
     Trace(INFO_LEVEL, L"GetResult_ACQUISITION_UPLOAD> i_ulNbReturnByte=%d", i_ulNbReturnByte);
     // Failed until the last step is done.
     o_Result.ulStatus = 1;
-    if (o_plProcessedDataSize == nullptr || o_plProcessedData == nullptr) {
-        Trace(ERROR_LEVEL, L"GetResult_ACQUISITION_UPLOAD> ERROR no room for the samples");
-        return;
+    if (o_plProcessedDataSize != nullptr) {
+        *o_plProcessedDataSize = 0;
     }
-    *o_plProcessedDataSize = 0;
     if (i_pAnswer == nullptr) {
         return;
     }
     const uint8_t* l_pucData = i_pAnswer->aucBytes + k_ulAnswerDataOffset;
     const uint32_t l_ulCompressed = ReadLe32(l_pucData);
-    if (i_ulNbReturnByte < static_cast<uint64_t>(l_ulCompressed) + k_ulAnswerDataOffset) {
-        return;
-    }
     if (l_ulCompressed > k_ulMaxCompressed) {
         Trace(ERROR_LEVEL, L"GetResult_ACQUISITION_UPLOAD> ERROR compressed size: %u",
               l_ulCompressed);
         return;
     }
+    if (i_ulNbReturnByte < l_ulCompressed + k_ulAnswerDataOffset) {
+        return;
+    }
     if (!CheckReply(i_ulNbReturnByte, i_pAnswer) || m_bDecompressData != 1 ||
         m_ppVoieData == nullptr) {
+        return;
+    }
+    if (o_plProcessedDataSize == nullptr || o_plProcessedData == nullptr) {
+        Trace(ERROR_LEVEL, L"GetResult_ACQUISITION_UPLOAD> ERROR no room for the samples");
         return;
     }
     int32_t* l_aplStores[k_ulMaxChannels] = {};

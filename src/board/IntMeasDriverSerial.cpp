@@ -22,7 +22,12 @@ constexpr uint8_t k_ucCalibrationCommit = 214;
 
 CIntMeasDriverSerial::~CIntMeasDriverSerial()
 {
-    CIntMeasDriverSerial::Close();
+    try {
+        CIntMeasDriverSerial::Close();
+    } catch (...) {
+        // A link library threw. Its link is lost, and there is nobody to tell.
+        Trace(ERROR_LEVEL, L"CIntMeasDriverSerial::Close> ERROR exception");
+    }
     CSerialDriver::ReleaseSerialDriver();
 }
 

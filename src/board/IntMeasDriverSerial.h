@@ -43,6 +43,7 @@ protected:
     bool BuildFrame(const S_SEND_STRUCT& i_Cmde, uint8_t i_ucCanal, S_DATA* o_pFrame) override;
     [[nodiscard]] bool IsPlainCommand(uint16_t i_usCmdeID) const override;
     void ReadRegistryKeys(const CConfigFile&) override {}
+    void UseFixedRegistryKeys() override {}
     void ReadResetKey(const CConfigFile& i_Config) override;
 
     /**

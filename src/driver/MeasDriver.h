@@ -4,6 +4,8 @@
  */
 #pragma once
 
+#include <atomic>
+
 #include "driver/Records.h"
 #include "platform/Module.h"
 #include "platform/Sync.h"
@@ -140,7 +142,8 @@ protected:
     uint32_t m_ulDriverID = 0;
     char m_szLinkType[256] = {};
     char m_szDriverName[260] = {};
-    uint8_t m_bInitialised = 0;
+    /** Atomic: the router looks at it outside the driver's lock. */
+    std::atomic<uint8_t> m_bInitialised{0};
     uint32_t m_ulDriverType = 0;
     cecore::Handle m_hMutex;
     int32_t m_alCoefLowRange[10] = {};

@@ -235,6 +235,8 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
     const char* l_pcNumber = l_pcText.get();
     const char* const l_pcEnd = l_pcNumber + l_ulRead;
     uint32_t l_ulPosition = 0;
+    const size_t l_aulSizes[] = {io_vdColumn0.size(), io_vdChannel0.size(), io_vdChannel1.size(),
+                                 io_vdChannel2.size()};
     try {
         for (const char* l_pc = l_pcNumber; l_pc != l_pcEnd; ++l_ulPosition) {
             while (l_pc != l_pcEnd && IsNumberByte(*l_pc)) {
@@ -266,6 +268,11 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
             l_pcNumber = l_pc;
         }
     } catch (const std::bad_alloc&) {
+        // Half a file is none: the next upload tries again.
+        io_vdColumn0.resize(l_aulSizes[0]);
+        io_vdChannel0.resize(l_aulSizes[1]);
+        io_vdChannel1.resize(l_aulSizes[2]);
+        io_vdChannel2.resize(l_aulSizes[3]);
         Trace(ERROR_LEVEL, L"Error allocation: LastError=%ld", cecore::ERROR_NOT_ENOUGH_MEMORY);
         return 0;
     }

@@ -4,10 +4,14 @@
  */
 #pragma once
 
+#include <cfloat>
 #include <cstdint>
 #include <limits>
 
 namespace tornval {
+
+static_assert(FLT_EVAL_METHOD == 0, "wider intermediates would change truncated measures; on a "
+                                    "32-bit x86 build with -msse2 -mfpmath=sse");
 
 /** Truncates towards zero; saturates outside the range of 32 bits, and not-a-number gives 0. */
 inline int32_t TruncateToInt32(double i_dValue)

@@ -75,6 +75,12 @@ void SetTraceLog(std::unique_ptr<CTraceLog> i_pLog)
     Owner().pLog = std::move(i_pLog);
 }
 
+void AbandonTraceLog()
+{
+    detail::s_pTraceLog.store(nullptr, std::memory_order_release);
+    static_cast<void>(Owner().pLog.release());
+}
+
 void ResetTraceLog()
 {
     CTraceLog* l_pLog = detail::s_pTraceLog.load(std::memory_order_acquire);

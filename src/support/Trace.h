@@ -90,6 +90,12 @@ void TraceV(CTraceLog& io_Log, uint16_t i_usLevel, const wchar_t* i_pwszFormat,
 /** Installs the logger and owns it; one already installed is released. Null leaves none. */
 void SetTraceLog(std::unique_ptr<CTraceLog> i_pLog);
 
+/**
+ * Leaves the logger alone for good, without giving anything back: for a forked child, whose locks may
+ * be held by threads that it does not have.
+ */
+void AbandonTraceLog();
+
 /** Starts the output of the current logger afresh, if there is one. */
 void ResetTraceLog();
 
