@@ -85,7 +85,8 @@ void RunDrivers(CProgram& io_Program, const S_DRIVER_OPTIONS& i_Options)
     }
     // The links must be free for the second load.
     LoadMeasDrivers(0);
-    const bool l_bMissing = PrintReport(io_Program, ExamineLoad(io_Program.Options().lMask));
+    const bool l_bMissing = PrintReport(
+        io_Program, ExamineLoad(io_Program.Options().lMask, io_Program.Options().bProgress));
     if (l_Load.ulStatus != 0) {
         throw S_FAILURE{k_lExitNoDriver,
                         l_bMissing ? "not all drivers came up"

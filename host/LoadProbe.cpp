@@ -2,6 +2,7 @@
 
 #include "Child.h"
 #include "Configuration.h"
+#include "Progress.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -163,8 +164,12 @@ std::vector<std::string> ExamineLibrary(const std::string& i_strName,
     return l_vLines;
 }
 
-S_LOAD_REPORT ExamineLoad(int32_t i_lMask)
+namespace {
+
+S_LOAD_REPORT Examine(int32_t i_lMask)
 {
+    // An interrupt ends the second process; this one lives on to remove its folder.
+    CatchStopSignals();
     S_LOAD_REPORT l_Report;
     const std::filesystem::path l_Home = HomeFolder();
     l_Report.Configuration = l_Home / k_pszConfigName;
@@ -196,6 +201,15 @@ S_LOAD_REPORT ExamineLoad(int32_t i_lMask)
             }
         }
     }
+    return l_Report;
+}
+
+} // namespace
+
+S_LOAD_REPORT ExamineLoad(int32_t i_lMask, bool i_bProgress)
+{
+    S_LOAD_REPORT l_Report;
+    RunWithProgress(i_bProgress, "looking for the reason", [&] { l_Report = Examine(i_lMask); });
     return l_Report;
 }
 

@@ -35,9 +35,10 @@ struct S_LOAD_REPORT
 /**
  * Repeats the load and explains it. Takes as long as a load takes.
  *
- * @param i_lMask mask of the load.
+ * @param i_lMask     mask of the load.
+ * @param i_bProgress shows progress although standard error is no terminal.
  */
-S_LOAD_REPORT ExamineLoad(int32_t i_lMask);
+S_LOAD_REPORT ExamineLoad(int32_t i_lMask, bool i_bProgress);
 
 /**
  * Tries a link library the way the drivers do, and says what happens.

@@ -171,7 +171,7 @@ const S_DRIVER& CSession::ByLinkType(const std::string& i_strLinkType)
         // The links must be free for the second load.
         LoadMeasDrivers(0);
         m_vDrivers.clear();
-        const S_LOAD_REPORT l_Report = ExamineLoad(m_Options.lMask);
+        const S_LOAD_REPORT l_Report = ExamineLoad(m_Options.lMask, m_Options.bProgress);
         std::string l_strReason = l_Report.strGeneral;
         for (const S_DRIVER_LOAD& l_Load : l_Report.vDrivers) {
             if (l_Load.strLinkType == i_strLinkType && !l_Load.vReasons.empty()) {
