@@ -1,0 +1,49 @@
+#include "links/serial/SerialLink.h"
+
+#include "links/serial/Settings.h"
+
+#include <string>
+
+namespace links {
+
+namespace {
+
+constexpr const char* k_pszLibrary = "serial_link";
+
+} // namespace
+
+uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o_pPort)
+{
+    const std::string l_strFile = SettingsPath();
+    S_SERIAL_SETTINGS l_Settings;
+    std::string l_strError;
+    if (!ReadSettings(l_strFile, l_Settings, l_strError)) {
+        Complain(k_pszLibrary, l_strFile + ": " + l_strError);
+        return CECORE_ERROR_INVALID_DATA;
+    }
+    const CSerialPort::S_SETUP l_Setup{l_Settings.astrPorts[i_Open.ulPort - 1],
+                                       {i_Open.ulBaudRate, i_Open.ulDataBits},
+                                       l_Settings.AnswerTimeout,
+                                       l_Settings.Silence};
+    S_TTY_ERROR l_Error;
+    std::unique_ptr<CTty> l_pTty = CTty::Open(l_Setup.strPath, l_Setup.Settings, l_Error);
+    if (!l_pTty) {
+        Complain(k_pszLibrary, l_Error.strText);
+        return l_Error.ulError;
+    }
+    const auto l_pPort = std::make_shared<CSerialPort>(l_Setup, std::move(l_pTty));
+    const std::lock_guard l_Lock(m_CountersMutex);
+    m_aPorts[i_Open.ulPort - 1] = l_pPort;
+    o_pPort = l_pPort;
+    return 0;
+}
+
+S_PORT_COUNTERS CSerialLink::Counters(uint32_t i_ulPort) const
+{
+    const std::lock_guard l_Lock(m_CountersMutex);
+    const auto l_pPort =
+        i_ulPort == 0 || i_ulPort > m_aPorts.size() ? nullptr : m_aPorts[i_ulPort - 1].lock();
+    return l_pPort ? l_pPort->Counters() : S_PORT_COUNTERS{};
+}
+
+} // namespace links

@@ -1,0 +1,163 @@
+#include "links/serial/SerialPort.h"
+
+#include "TornvalLinks.h"
+
+#include <utility>
+
+namespace links {
+
+CSerialPort::CSerialPort(S_SETUP i_Setup, std::unique_ptr<CTty> i_pTty)
+    : m_Setup(std::move(i_Setup)),
+      m_Conversation(m_Book, m_Setup.AnswerTimeout, m_Setup.Silence, m_Setup.Settings.ulBaudRate),
+      m_LongestNoise(m_Setup.AnswerTimeout +
+                     LineTime(k_ulLongestFrame, m_Setup.Settings.ulBaudRate)),
+      m_pTty(std::move(i_pTty))
+{
+    m_Thread = std::thread([this] { Run(); });
+}
+
+CSerialPort::~CSerialPort()
+{
+    Stop();
+}
+
+uint32_t CSerialPort::Send(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID, uint32_t i_ulEvent,
+                           uint32_t& /*o_ulStatus*/)
+{
+    if (i_Frame.size() < RS_FRAME_DATA_OFFSET) {
+        return CECORE_ERROR_INVALID_PARAMETER;
+    }
+    // The lock keeps a hang-up of the line before from dropping this command.
+    const std::lock_guard l_Lock(m_TtyMutex);
+    if (!m_pTty) {
+        S_TTY_ERROR l_Error;
+        m_pTty = CTty::Open(m_Setup.strPath, m_Setup.Settings, l_Error);
+        if (!m_pTty) {
+            return CECORE_ERROR_NOT_READY;
+        }
+    }
+    if (!m_Book.Add(i_Frame, i_ucCmdeID, i_ulEvent)) {
+        return CECORE_ERROR_INVALID_HANDLE;
+    }
+    m_Bell.Ring();
+    return 0;
+}
+
+uint32_t CSerialPort::Fetch(uint16_t i_usCmdeID, std::span<uint8_t> o_Block, uint32_t& o_ulCount)
+{
+    const auto l_ovAnswer = m_Book.Fetch(i_usCmdeID);
+    if (!l_ovAnswer) {
+        return CECORE_ERROR_NOT_READY;
+    }
+    o_ulCount = FillBlock(0, *l_ovAnswer, o_Block);
+    return 0;
+}
+
+void CSerialPort::Run()
+{
+    while (!m_Book.IsClosed()) {
+        int l_lFd = -1;
+        {
+            const std::lock_guard l_Lock(m_TtyMutex);
+            l_lFd = m_pTty ? m_pTty->Fd() : -1;
+        }
+        if (l_lFd < 0) {
+            m_Bell.Wait();
+        } else if (!Talk(l_lFd)) {
+            const std::lock_guard l_Lock(m_TtyMutex);
+            m_pTty.reset();
+            ++m_ullHangUps;
+            m_Reader.Silence();
+            m_Conversation.Forget();
+            m_Book.DropUnanswered();
+        }
+    }
+}
+
+/** Talks until the port is stopped; false: until the line hung up. */
+bool CSerialPort::Talk(int i_lFd)
+{
+    CLineStream l_Stream(i_lFd, m_Bell, m_Reader, m_Setup.Silence);
+    m_oNoisySince.reset();
+    while (!m_Book.IsClosed()) {
+        TakeNext(l_Stream);
+        if (!l_Stream.Step(m_Conversation.Deadline(), [this](std::vector<uint8_t> i_vFrame) {
+                m_Conversation.Answer(std::move(i_vFrame));
+            })) {
+            return false;
+        }
+        m_Conversation.Expire(m_Reader.InFrame());
+    }
+    return true;
+}
+
+/** Puts the next command on the line, if the line is free and quiet. */
+void CSerialPort::TakeNext(CLineStream& io_Stream)
+{
+    if (m_Conversation.IsBusy() || io_Stream.IsWriting()) {
+        return;
+    }
+    if (!m_Reader.AtStart()) {
+        // Something that is no answer to the next command comes in: it shall not stand before it.
+        const S_CLOCK::time_point l_Now = S_CLOCK::now();
+        m_oNoisySince = m_oNoisySince.value_or(l_Now);
+        if (l_Now - *m_oNoisySince < m_LongestNoise) {
+            return;
+        }
+        m_Reader.Silence();
+    }
+    m_oNoisySince.reset();
+    if (const auto l_oCommand = m_Book.Take()) {
+        m_Conversation.Begin(*l_oCommand);
+        io_Stream.Write(l_oCommand->vFrame);
+    }
+}
+
+void CSerialPort::Stop()
+{
+    m_Book.Close();
+    m_Bell.Ring();
+    const std::lock_guard l_JoinLock(m_JoinMutex);
+    if (!m_Thread.joinable()) {
+        return;
+    }
+    m_Thread.join();
+    {
+        const std::lock_guard l_Lock(m_TtyMutex);
+        m_pTty.reset();
+    }
+    Report();
+}
+
+S_PORT_COUNTERS CSerialPort::Counters() const
+{
+    const std::lock_guard l_Lock(m_TtyMutex);
+    return {m_Conversation.Counters(), m_Reader.Counters(), m_ullHangUps};
+}
+
+void CSerialPort::Report() const
+{
+    const S_PORT_COUNTERS l_Counters = Counters();
+    const std::pair<uint64_t, const char*> l_aTold[] = {
+        {l_Counters.Conversation.ullUnanswered, "commands without an answer"},
+        {l_Counters.Conversation.ullLate, "late answers"},
+        {l_Counters.Conversation.ullStray, "frames that answer nothing"},
+        {l_Counters.Reader.ullBadCrc, "frames with a bad CRC"},
+        {l_Counters.Reader.ullBroken, "broken frames"},
+        {l_Counters.Reader.ullDropped, "bytes dropped"},
+        {l_Counters.ullHangUps, "hang-ups"}};
+    std::string l_strText;
+    for (const auto& [l_ullNumber, l_pszWhat] : l_aTold) {
+        if (l_ullNumber != 0) {
+            l_strText +=
+                (l_strText.empty() ? "" : ", ") + std::to_string(l_ullNumber) + " " + l_pszWhat;
+        }
+    }
+    if (!l_strText.empty()) {
+        Complain("serial_link", m_Setup.strPath + ": " +
+                                    std::to_string(l_Counters.Conversation.ullAnswered) +
+                                    " answers, " + l_strText);
+    }
+}
+
+} // namespace links

@@ -1,0 +1,40 @@
+/**
+ * @file Settings.h
+ * @brief Where the ports of the serial link are: section SERIAL_LINK of the configuration file.
+ */
+#ifndef LINKS_SERIAL_SETTINGS_H
+#define LINKS_SERIAL_SETTINGS_H
+
+#include <array>
+#include <chrono>
+#include <string>
+
+namespace links {
+
+/**
+ * The section, with its defaults. Keys: PORT_1, PORT_2 (a device, or a link to one), ANSWER_TIMEOUT
+ * (1 to 60000 milliseconds), SILENCE (1 to 1000 milliseconds).
+ */
+struct S_SERIAL_SETTINGS
+{
+    std::array<std::string, 2> astrPorts{"/dev/ttyS0", "/dev/ttyS1"};
+    std::chrono::milliseconds AnswerTimeout{2000}; /**< never less than Silence */
+    std::chrono::milliseconds Silence{100};
+};
+
+/** Path of the configuration file: TornvalC63.ini in TORNVAL_HOME or beside the host executable. */
+std::string SettingsPath();
+
+/**
+ * Reads the section. The first of equal keys counts; names are compared without case. A file or a
+ * key that is not there leaves the defaults.
+ *
+ * @param[out] o_strError what is wrong, if the result is false.
+ * @return false if a number is none or out of its range.
+ */
+bool ReadSettings(const std::string& i_strPath, S_SERIAL_SETTINGS& o_Settings,
+                  std::string& o_strError);
+
+} // namespace links
+
+#endif // LINKS_SERIAL_SETTINGS_H
