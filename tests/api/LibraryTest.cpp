@@ -1,9 +1,13 @@
 // The shared library as a host has it: loaded, used, unloaded, again and again.
 
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <thread>
 
 #include <dlfcn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -58,6 +62,26 @@ size_t ResidentBytes()
     return l_ulResident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
+std::string RealConfiguration()
+{
+    const std::string l_strLibrary = TORNVAL_LIBRARY;
+    return "[IM]\nDRIVER_NAME=" + l_strLibrary.substr(0, l_strLibrary.rfind("/lib/")) +
+           "/links/virtual_link.so\n[LOG]\nENABLE=1\nLEVEL=4369\n";
+}
+
+/** Runs a host in a process of its own, which ends by exit() with what the host gives. */
+template <typename F>
+int ExitCodeOf(F&& i_fnHost)
+{
+    const pid_t l_lPid = fork();
+    if (l_lPid == 0) {
+        std::exit(i_fnHost());
+    }
+    int l_lStatus = -1;
+    EXPECT_EQ(waitpid(l_lPid, &l_lStatus, 0), l_lPid);
+    return WIFEXITED(l_lStatus) ? WEXITSTATUS(l_lStatus) : 1000 + l_lStatus;
+}
+
 } // namespace
 
 TEST(Library, UnloadsWithEverythingItHeld)
@@ -88,10 +112,10 @@ TEST(Library, UnloadsInTheMiddleOfNothing)
 
 TEST(Library, GivesTheLinkLibraryBack)
 {
+    const CTestHome l_Home(RealConfiguration());
+    const std::string l_strLibrary = TORNVAL_LIBRARY;
     const std::string l_strLink =
-        std::string(TORNVAL_LIBRARY).substr(0, std::string(TORNVAL_LIBRARY).rfind("/lib/")) +
-        "/links/virtual_link.so";
-    const CTestHome l_Home("[IM]\nDRIVER_NAME=" + l_strLink + "\n");
+        l_strLibrary.substr(0, l_strLibrary.rfind("/lib/")) + "/links/virtual_link.so";
     {
         const CLibrary l_Library;
         EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11).ulStatus, 0U);
@@ -99,6 +123,74 @@ TEST(Library, GivesTheLinkLibraryBack)
     }
     EXPECT_FALSE(IsLoaded(l_strLink.c_str()));
     EXPECT_FALSE(IsLoaded());
+}
+
+TEST(Library, LetsAProcessEndWithDriversLoadedAndThreadsInside)
+{
+    const CTestHome l_Home(RealConfiguration());
+    EXPECT_EQ(ExitCodeOf([] {
+                  static const CLibrary s_Library;
+                  if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
+                      return 1;
+                  }
+                  for (int i = 0; i < 3; ++i) {
+                      std::thread([] {
+                          int32_t l_lValue = 0;
+                          while (ENTRY(s_Library, GetInstantMeasure)(&l_lValue, 1).ulStatus == 0) {
+                          }
+                          pause();
+                      }).detach();
+                  }
+                  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                  return 7;
+              }),
+              7);
+}
+
+TEST(Library, RefusesACallAfterItsEnd)
+{
+    const CTestHome l_Home(RealConfiguration());
+    EXPECT_EQ(ExitCodeOf([] {
+                  static const auto* s_pLibrary = new CLibrary();
+                  // Registered before the first call, so it runs when the drivers are gone.
+                  std::atexit([] {
+                      const S_RESULT l_Result = ENTRY(*s_pLibrary, LoadMeasDrivers)(0x11);
+                      _exit(l_Result == S_RESULT{0, 6, 0, 0, 1} ? 7 : 2);
+                  });
+                  return ENTRY(*s_pLibrary, LoadMeasDrivers)(0x11).ulStatus == 0 ? 0 : 1;
+              }),
+              7);
+}
+
+TEST(Library, LeavesTheDriversToTheParentOfAFork)
+{
+    const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
+    EXPECT_EQ(ExitCodeOf([] {
+                  static const CLibrary s_Library;
+                  static int32_t s_lValue = 0;
+                  if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
+                      return 1;
+                  }
+                  // A thread is inside, and may hold any lock, at the moment of each fork.
+                  std::thread([] {
+                      S_DRIVER_INFO l_Info{};
+                      uint32_t l_ulCount = 0;
+                      while (ENTRY(s_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount) == 1) {
+                      }
+                  }).detach();
+                  for (int i = 0; i < 20; ++i) {
+                      const int l_lChild = ExitCodeOf([] {
+                          return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 1
+                                     ? 7
+                                     : 2;
+                      });
+                      if (l_lChild != 7) {
+                          return 3;
+                      }
+                  }
+                  return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 0 ? 7 : 4;
+              }),
+              7);
 }
 
 TEST(Library, HoldsTheRecordingInLittleMemory)
