@@ -12,12 +12,21 @@
  *     the single measures, each of which runs such a pair and blocks until it is done.
  *  4. ResetMeasBoard() closes a link. Everything is released when the library is unloaded.
  *
+ * @section configuration Configuration
+ * The file TornvalC63.ini lies in the folder of the host executable, or in the folder named by the
+ * environment variable TORNVAL_HOME. It says whether hardware is simulated (SIMU), where the link
+ * libraries are (DRIVER_NAME), and whether a trace log is kept (section LOG). SIMU, LOAD and LOG are
+ * read once, at the first call of any function; the rest at each load. Without the file every load
+ * fails.
+ *
  * @section errors What an error looks like
  * A function never fails except through what it returns: S_RESULT.ulStatus is 1 (0 is success), or
  * the two functions that return a plain word give 0. The other words say which stage failed
- * (ulStep), why the system refused (ulLastError) and what the device reported (ulFwStatus). Nothing
- * is thrown and nothing stops the process. Each failure that a driver meets is also a line of the
- * trace log, where that is switched on.
+ * (ulStep), why the system refused (ulLastError: 2 file not found, 6 invalid handle, 126 library
+ * not found, 127 entry point not found, 193 no library; the others that a link may leave are in
+ * cecore.h) and what the device reported (ulFwStatus). Nothing is thrown and nothing stops the
+ * process. Most failures that a driver meets are also lines of the trace log, where that is switched
+ * on.
  *
  * @section owner Who owns what
  * The caller owns every buffer that it passes, before, during and after a call. The library keeps no
@@ -26,15 +35,26 @@
  * @section threads Which calls may run at the same time
  * Any thread may call any function, with these limits:
  *  - LoadMeasDrivers() runs alone: no other function of this header may run beside it.
+ *  - SetMBCalibration() and InitialiseMeasBoard() have the driver to themselves.
  *  - A SendMeasBoardCmd() and its GetMeasBoardResult() on one driver belong together; a second thread
  *    that sends to the same driver in between takes over the exchange. Keep each pair together.
  *  - On the board and the milliohm module the single measures carry buffers of their own: they may
- *    run in parallel with each other and with everything but LoadMeasDrivers(). On a probe
+ *    run in parallel with each other and with a pair. A link library that cannot tell two commands
+ *    of one kind apart may then exchange their answers; those of this project can. On a probe
  *    GetInstantMeasureOnDevice() is made of several pairs: one thread at a time for each probe.
  *  - On a simulated driver, one thread at a time for each driver.
+ *  - No call may run while the library is unloaded. At the end of the process calls are refused, and
+ *    so they are in a forked child, whose links belong to its parent.
+ *
+ * @section waits How long a call takes
+ * A command that the board or the module does not answer fails after 5000 milliseconds plus the key
+ * TIMEOUT (plus i_ulTimeout in GetMeasBoardResult(), which also waits that long when nothing was
+ * sent). LoadMeasDrivers() may wait twice as long; SetMBCalibration() also waits for the program that
+ * resets the board. A probe's library sets its own bounds.
  *
  * @section layout Records
- * The records are little-endian and may lie at any address. Words are 32 bits wide on every host.
+ * The records that are passed by address are little-endian and may lie at any address. Words are 32
+ * bits wide on every host.
  */
 #ifndef TORNVAL_C63_H
 #define TORNVAL_C63_H
@@ -52,13 +72,15 @@ extern "C" {
 #endif
 
 /** Bits of the mask of LoadMeasDrivers(). No other bit has a meaning. */
-enum {
+enum
+{
     TORNVAL_LOAD_MILLIOHM = 0x01, /**< the milliohm module */
     TORNVAL_LOAD_BOARD = 0x10     /**< the internal measurement board */
 };
 
 /** Values of S_RESULT.ulDriverType. */
-enum {
+enum
+{
     TORNVAL_DRIVER_NONE = 0,      /**< no driver: the record comes from the routing itself */
     TORNVAL_DRIVER_BT_PROBE = 1,  /**< Bluetooth probe (also a simulated USB probe) */
     TORNVAL_DRIVER_USB_PROBE = 2, /**< USB probe */
@@ -67,7 +89,8 @@ enum {
 };
 
 /** Values of S_RESULT.ulStep: the stage that produced the record. */
-enum {
+enum
+{
     TORNVAL_STEP_NONE = 0,    /**< no stage of its own */
     TORNVAL_STEP_LIBRARY = 1, /**< load of a link library */
     TORNVAL_STEP_SEND = 2,    /**< send of a command */
@@ -81,7 +104,8 @@ enum {
 /**
  * Status record of every operation: five words, 20 bytes, returned by value.
  */
-typedef struct S_RESULT {
+typedef struct S_RESULT
+{
     uint32_t ulDriverType; /**< kind of the driver, TORNVAL_DRIVER_... */
     uint32_t ulStep;       /**< stage that produced the record, TORNVAL_STEP_... */
     uint32_t ulLastError;  /**< the system's error code at the failing call; 0 if none was taken */
@@ -97,7 +121,8 @@ typedef struct S_RESULT {
 /**
  * Command record, 12 bytes: what a host sends. The payload is an argument of its own.
  */
-typedef struct S_SEND_STRUCT {
+typedef struct S_SEND_STRUCT
+{
     uint8_t ucReserved0; /**< 0 */
     uint8_t CmdeID;      /**< ID of the command; each driver has its own set */
     uint8_t ucCmdeParam; /**< one further byte of the command */
@@ -110,7 +135,8 @@ typedef struct S_SEND_STRUCT {
 /**
  * What a send fills, 8 bytes.
  */
-typedef struct S_RECEIVE_STRUCT {
+typedef struct S_RECEIVE_STRUCT
+{
     uint32_t ulAnswer;       /**< what the link answered to the send; 0 from simulated drivers */
     uint32_t ulNbReturnByte; /**< number of raw bytes that the following GetMeasBoardResult()
                                   delivers: allocate by it and pass it back */
@@ -119,10 +145,13 @@ typedef struct S_RECEIVE_STRUCT {
 /**
  * One loaded driver, 104 bytes.
  */
-typedef struct S_DRIVER_INFO {
-    char szDriverName[50]; /**< name of the driver, zero-terminated, cut to the field */
-    char szLinkType[50];   /**< link type word: "BT", "USB", "IM" or "MO" */
-    uint32_t ulDriverID;   /**< the number by which the other functions know the driver */
+typedef struct S_DRIVER_INFO
+{
+    char
+        szDriverName[50]; /**< file name of the driver's link library, cut to the field, or its link
+                                type word where it is simulated; zero-terminated */
+    char szLinkType[50];  /**< link type word: "BT", "USB", "IM" or "MO" */
+    uint32_t ulDriverID;  /**< the number by which the other functions know the driver */
 } S_DRIVER_INFO;
 
 #pragma pack(pop)
@@ -132,8 +161,8 @@ typedef struct S_DRIVER_INFO {
  * first. A probe joins them when the key LOAD of its section is set and the mask is not 0.
  *
  * @param i_lMask TORNVAL_LOAD_... values, or 0 to unload everything.
- * @return ulStep 6; ulStatus 1 if one of the drivers did not come up. The others stand all the
- *         same: EnumMeasDrivers() tells which.
+ * @return ulStep 6; ulStatus 1 if one of the drivers did not come up, with no further reason: that
+ *         is in the trace log. The others stand all the same: EnumMeasDrivers() tells which.
  * @note Threads: runs alone.
  */
 TORNVAL_API S_RESULT LoadMeasDrivers(int32_t i_lMask);
@@ -142,7 +171,8 @@ TORNVAL_API S_RESULT LoadMeasDrivers(int32_t i_lMask);
  * Lists the loaded drivers in ascending order of their IDs.
  *
  * @param[out] o_pDrivers     array of i_ulMaxDrivers records; may not be null.
- * @param      i_ulMaxDrivers room in the array; 0 is allowed.
+ * @param      i_ulMaxDrivers room in the array; 0 is allowed. There are four drivers at most, and
+ *                            those that find no room are left out.
  * @param[out] o_pulNbDrivers number of records written; may not be null.
  * @return 1 done; 0 if a pointer is null (the number is then 0).
  * @note Threads: beside everything but LoadMeasDrivers().
@@ -156,8 +186,10 @@ TORNVAL_API uint32_t EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMax
  * @param i_ulDriverID ID from EnumMeasDrivers().
  * @param bForceInit   1 also initialises a driver that is initialised; any other value leaves it
  *                     alone then, with success.
- * @return The driver's record; ulStep 3 and ulStatus 1 if there is no such driver.
- * @note Threads: beside everything but LoadMeasDrivers().
+ * @return The driver's record: ulStep 5 from a real board, all words 0 from the milliohm module and
+ *         from a board whose coefficients are read already. ulStep 3 with ulDriverType 0 if there was
+ *         nothing to do, and with ulStatus 1 if there is no such driver.
+ * @note Threads: nothing else on this driver meanwhile.
  */
 TORNVAL_API S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceInit);
 
@@ -165,6 +197,7 @@ TORNVAL_API S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceIn
  * Closes the link of a driver. The driver stays loaded. A probe opens its link again at the next
  * InitialiseMeasBoard(); board and milliohm module need a new LoadMeasDrivers().
  *
+ * @param i_ulDriverID ID from EnumMeasDrivers().
  * @return The driver's record, ulStep 4; ulStatus 1 if there is no such driver or the link did not
  *         close.
  * @note Threads: beside everything but LoadMeasDrivers().
@@ -176,7 +209,8 @@ TORNVAL_API S_RESULT ResetMeasBoard(uint32_t i_ulDriverID);
  *
  * @param         i_ulDriverID      ID from EnumMeasDrivers().
  * @param[in,out] i_pCmde           the command. A probe rewrites CmdeID 1 to 33 here. Null fails.
- * @param[out]    o_pReceiveStruct  8 bytes; filled also when the link refused the command.
+ * @param[out]    o_pReceiveStruct  8 bytes; board and milliohm module fill them also when the link
+ *                                  refused the command.
  * @param         i_pcData          payload, or null: ulSize bytes on a probe, ulSize - 4 on board and
  *                                  milliohm module.
  * @return ulStep 2, or 7 when the device refused the command (its word is in ulFwStatus).
@@ -190,14 +224,18 @@ TORNVAL_API S_RESULT SendMeasBoardCmd(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pC
  *
  * @param      i_ulDriverID         ID from EnumMeasDrivers().
  * @param      i_ulNbReturnByte     ulNbReturnByte of the send: the room in o_pcRawData, in bytes.
- * @param[out] o_pcRawData          raw bytes of the answer; may not be null, whatever the command.
- * @param[out] o_plProcessedDataSize number of words in o_plProcessedData, where the command has
- *                                  any; preset it to 0.
+ * @param[out] o_pcRawData          raw bytes of the answer; may not be null, whatever the command,
+ *                                  also where ulNbReturnByte is 0.
+ * @param[out] o_plProcessedDataSize a size, where the command has one; preset it to 0. An upload: all
+ *                                  words of o_plProcessedData, but without the counts from a
+ *                                  simulated board. A milliohm measure: 3, from a simulated module 1.
+ *                                  A read of a probe: all words, added to what is there once two
+ *                                  channels were read. A measure of the board leaves it alone.
  * @param[out] o_plProcessedData    decoded values. A measure: one word. A milliohm measure: four
- *                                  words. An upload of the board: a count for each of its three
- *                                  channels, then the samples channel by channel, up to
- *                                  3 + 3 * 65544 words. A read of a probe: two counts, then the
- *                                  samples, up to ulNbReturnByte + 2 words.
+ *                                  words, of which the last is 0. An upload of the board: a count for
+ *                                  each of its three channels, then the samples channel by channel,
+ *                                  up to 3 + 3 * 65544 words. A read of a probe: two counts, then
+ *                                  the samples, up to ulNbReturnByte + 2 words. Go by the counts.
  * @param      i_ulTimeout          milliseconds on top of the 5000 that board and module wait.
  * @return ulStep 5; ulStatus 1 on a time-out, on a refusal by the firmware (its number is in
  *         ulFwStatus) or on an answer that does not decode.
@@ -212,6 +250,8 @@ TORNVAL_API S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbRe
  * this command and refuse it.
  *
  * @param i_ulBurst the value; its low 8 bits count.
+ * @return ulStep 2 and ulStatus 1 from a board on a serial link; success with ulStep 0 from a
+ *         simulated one; ulStep 0 and ulStatus 1 without a board.
  * @note Threads: beside everything but LoadMeasDrivers().
  */
 TORNVAL_API S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst);
@@ -219,9 +259,11 @@ TORNVAL_API S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst);
 /**
  * Takes one measure on the board, with calibration. Blocks until it is in or failed.
  *
- * @param[out] o_plValue the measure; 0 after a failure of the decoding. May not be null.
+ * @param[out] o_plValue the measure. 0 when an answer did not decode, untouched when there was none.
+ *                       May not be null.
  * @param      i_ulVoie  measuring input, 0 to 12.
- * @return ulStep 5 from a real board, 0 from a simulated one or when no board is loaded.
+ * @return ulStep 5 from a real board, or the stage that failed (2 send, 7 refused by the device, 5);
+ *         0 from a simulated board or when no board is loaded.
  * @note Threads: beside everything but LoadMeasDrivers().
  */
 TORNVAL_API S_RESULT GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie);
@@ -236,6 +278,8 @@ TORNVAL_API S_RESULT GetInstantMeasureWithoutCompensation(int32_t* o_plValue, ui
  * @param[out] o_plValue        the measure; may not be null.
  * @param      i_ulVoie         board: measuring input, 0 to 12; probe: channel, 0 or 1.
  * @param      i_ulMeasureParam handed to a probe; a board ignores it.
+ * @return The record of the stage that ran last, as from GetInstantMeasure(); ulStep 0 and ulStatus 1
+ *         if there is no such driver.
  * @note Threads: see the head of this file.
  */
 TORNVAL_API S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue,
@@ -245,6 +289,9 @@ TORNVAL_API S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o
  * Takes one measure of the milliohm module and gives its three values, in the order of the answer.
  * All three are 0 after a failure. No pointer may be null.
  *
+ * @return ulStep 5 from a real module, or the stage that failed; 0 from a simulated one or when no
+ *         module is loaded. A measure that the module refused has its status byte in ulFwStatus,
+ *         with its sign extended to 32 bits.
  * @note Threads: beside everything but LoadMeasDrivers(). Blocks until the measure is in or failed.
  */
 TORNVAL_API S_RESULT GetAllMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2,
@@ -273,9 +320,9 @@ TORNVAL_API uint32_t GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_
  * @param i_pdA       their factors a, truncated to signed 32 bits.
  * @param i_pdB       their offsets b, likewise.
  * @param i_ulNbCoeff number of entries in each array.
- * @return The record of the last command that was run; a simulated board reports success and stores
- *         nothing.
- * @note Threads: beside everything but LoadMeasDrivers().
+ * @return The record of the last command that was run; ulStep 0 and ulStatus 1 for a null array or
+ *         no entry. A simulated board reports success, whatever it is given, and stores nothing.
+ * @note Threads: nothing else on the board meanwhile; it is restarted.
  */
 TORNVAL_API S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB,
                                       uint32_t i_ulNbCoeff);

@@ -26,19 +26,25 @@ extern "C" {
 #endif
 
 /** First argument of RS_DeviceIoControl and second of RS_Init: a constant of the interface. */
-enum { RS_LINK_CONSTANT = 5000 };
+enum
+{
+    RS_LINK_CONSTANT = 5000
+};
 
 /** Control codes of the serial link. */
-enum {
+enum
+{
     /** In: command block; out: 4-byte status word, 0 accepted. The event of the block is signalled
      *  when the answer is ready, which may be after the call has returned. */
     IOCTL_RS_SEND_COMMAND = 0x222402,
-    /** In: 2-byte CmdeID; out: answer block, the count being the bytes delivered. */
+    /** In: 2-byte CmdeID; out: answer block, the count being the bytes delivered. Nothing tells two
+     *  commands with one ID apart: give a thread the answer to its own send. */
     IOCTL_RS_GET_RESULT = 0x222406
 };
 
 /** Layout of the two blocks of the serial link, 65548 bytes each. */
-enum {
+enum
+{
     RS_BLOCK_SIZE = 65548,
     /** Command block: frame from offset 0 on, 8 + size bytes, the size standing at offset 4. */
     RS_FRAME_CRC_OFFSET = 0,
@@ -97,7 +103,8 @@ TORNVAL_LINK_API uint32_t RS_Close_Ex(uint32_t link_handle);
 
 /** Control codes of the probe links. In of a send: the 12-byte command record, its payload and one
  *  byte more; out: 8-byte acknowledgement. In of a fetch: the 32-bit number of bytes; out: reply. */
-enum {
+enum
+{
     IOCTL_PBT_SEND_COMMAND = 0x222010,
     IOCTL_PBT_GET_RESULT = 0x222014,
     IOCTL_PUSB_SEND_COMMAND = 0x22200C,
@@ -105,7 +112,10 @@ enum {
 };
 
 /** Second argument of the control calls of a probe: a constant of the interface. */
-enum { PROBE_LINK_CONSTANT = 1000 };
+enum
+{
+    PROBE_LINK_CONSTANT = 1000
+};
 
 typedef uint32_t (*PFN_PBT_INIT)(uint32_t port, const wchar_t* baud_rate, uint32_t timeout);
 typedef uint32_t (*PFN_PUSB_INIT)(uint32_t port);

@@ -21,7 +21,8 @@ extern "C" {
 #endif
 
 /** The reasons that a link library is likely to leave, with the system's own numbers. */
-enum {
+enum
+{
     CECORE_ERROR_FILE_NOT_FOUND = 2,
     CECORE_ERROR_ACCESS_DENIED = 5,
     CECORE_ERROR_INVALID_HANDLE = 6,
