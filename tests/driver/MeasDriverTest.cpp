@@ -1,0 +1,205 @@
+#include "driver/MeasDriver.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <tuple>
+
+#include <dlfcn.h>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+#include "TestRecord.h"
+#include "driver/ModuleFolder.h"
+
+using namespace tornval;
+
+namespace {
+
+/** The base with the least that makes it a driver, its inside open. */
+class CPlainDriver final : public CMeasDriver
+{
+public:
+    explicit CPlainDriver(uint32_t i_ulNbChannel = 0) { m_ulNbChannel = i_ulNbChannel; }
+
+    using CMeasDriver::m_hDriverDll;
+    using CMeasDriver::m_pulVoies;
+    using CMeasDriver::m_ulDriverType;
+    using CMeasDriver::SetDriverName;
+    using CMeasDriver::SetIdentity;
+
+    S_RESULT Init() override { return {}; }
+    S_RESULT Close() override { return {}; }
+    S_RESULT SendCommand(S_SEND_STRUCT*, S_RECEIVE_STRUCT*, const void*, uint8_t) override
+    {
+        return {};
+    }
+    S_RESULT GetResult(uint32_t, char*, int32_t*, int32_t*, uint32_t, uint8_t) override
+    {
+        return {};
+    }
+    S_RESULT GetInstantMeasure(int32_t*, uint32_t, uint8_t, uint32_t) override { return {}; }
+    /** Shows all that it is given. */
+    void ScaleSample(int32_t* o_plValue, uint32_t i_ulChannel, uint32_t i_ulHighRange,
+                     uint16_t i_usSample) override
+    {
+        *o_plValue = static_cast<int32_t>(1000000 * i_ulChannel + 100000 * i_ulHighRange) +
+                     static_cast<int16_t>(i_usSample);
+    }
+};
+
+} // namespace
+
+TEST(MeasDriver, AnswersByDefault)
+{
+    CPlainDriver l_Driver;
+    EXPECT_FALSE(l_Driver.IsInitialised());
+    l_Driver.m_ulDriverType = 2;
+    EXPECT_EQ(l_Driver.CreateDriverInstance(), (S_RESULT{0, 1, 0, 0, 1}));
+    EXPECT_EQ(l_Driver.CurrentGeneratorBurst(1), (S_RESULT{0, 0, 0, 0, 1}));
+    std::array<int32_t, 3> l_alValues{7, 8, 9};
+    EXPECT_EQ(l_Driver.GetMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]),
+              (S_RESULT{0, 0, 0, 0, 1}));
+    EXPECT_EQ(l_alValues, (std::array<int32_t, 3>{}));
+    EXPECT_EQ(l_Driver.GetMBCalibrationCoeff(nullptr, nullptr, 1), 0U);
+    EXPECT_EQ(l_Driver.SetMBCalibration(nullptr, nullptr, nullptr, 1), (S_RESULT{2, 0, 0, 0, 0}));
+}
+
+TEST(MeasDriver, TellsItsNames)
+{
+    CPlainDriver l_Driver;
+    char l_aszName[260] = "old";
+    char l_aszLink[256] = "old";
+    l_Driver.GetDriverName(l_aszName);
+    EXPECT_STREQ(l_aszName, "");
+    l_Driver.SetIdentity(3, 4000, "IM");
+    EXPECT_EQ(l_Driver.GetDriverID(), 4003U);
+    l_Driver.GetDriverName(l_aszName);
+    EXPECT_STREQ(l_aszName, "IM");
+    for (const size_t l_ulLength : {259U, 260U, 5000U}) {
+        l_Driver.SetDriverName(std::string(l_ulLength, 'n').c_str());
+        l_Driver.GetDriverName(l_aszName);
+        EXPECT_EQ(l_aszName, std::string(259, 'n')) << "a name that fits stays whole";
+    }
+    l_Driver.GetLinkType(l_aszLink);
+    EXPECT_STREQ(l_aszLink, "IM");
+    l_Driver.GetDriverName(nullptr);
+    l_Driver.GetLinkType(nullptr);
+}
+
+TEST(MeasDriver, HoldsTheFirstLibraryAndGivesAllBack)
+{
+    const CTestHome l_Home;
+    const std::string l_strLibrary = l_Home.Path("link.dll");
+    std::filesystem::copy_file(TEST_ANSWER, l_strLibrary);
+    l_Home.Write("text.dll", "no library");
+    const uint32_t l_ulHandles = cecore::GetOpenHandleCount();
+    {
+        CPlainDriver l_Driver;
+        ::SetLastError(99);
+        EXPECT_EQ(l_Driver.LoadDriver(nullptr), (S_RESULT{0, 1, 0, 0, 1}));
+        EXPECT_EQ(l_Driver.LoadDriver(L""), (S_RESULT{0, 1, 126, 0, 1}));
+        EXPECT_EQ(l_Driver.LoadDriver(L"text.dll"), (S_RESULT{0, 1, 193, 0, 1}));
+        EXPECT_EQ(l_Driver.m_hDriverDll, nullptr);
+        EXPECT_EQ(l_Driver.LoadDriver(L"link.dll"), (S_RESULT{0, 1, 0, 0, 0}));
+        cecore::ModuleHandle const l_hFirst = l_Driver.m_hDriverDll;
+        EXPECT_EQ(l_Driver.LoadDriver(L"none.dll"), (S_RESULT{0, 1, 0, 0, 0}));
+        EXPECT_EQ(l_Driver.LoadDriver(nullptr), (S_RESULT{0, 1, 0, 0, 1}));
+        EXPECT_EQ(l_Driver.m_hDriverDll, l_hFirst);
+        l_Driver.m_pulVoies = new uint32_t[3];
+        l_Driver.LockDriver(); // twice by one thread, and closed while held
+        l_Driver.LockDriver();
+        EXPECT_EQ(cecore::GetOpenHandleCount(), l_ulHandles + 1);
+    }
+    EXPECT_EQ(dlopen(l_strLibrary.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "freed";
+    EXPECT_EQ(cecore::GetOpenHandleCount(), l_ulHandles);
+}
+
+TEST(MeasDriver, DecodesChannelsThroughItsScale)
+{
+    CPlainDriver l_Driver(2);
+    uint8_t l_aucData[] = {0x01, 0x00, 0x2F, 0xFF, 0x81, 0xC1, 0x81, 0x81, 0x12};
+    uint16_t l_usValue = 9;
+    uint8_t l_ucRange = 9;
+    EXPECT_EQ(CMeasDriver::DecompressSample(nullptr, 1, 0, &l_usValue, &l_ucRange), 0U);
+    EXPECT_EQ(CMeasDriver::DecompressSample(l_aucData, 1, 0, nullptr, &l_ucRange), 0U);
+    EXPECT_EQ(CMeasDriver::DecompressSample(l_aucData, 1, 0, &l_usValue, nullptr), 0U);
+    EXPECT_TRUE(l_usValue == 9 && l_ucRange == 9) << "nothing touched";
+    EXPECT_EQ(CMeasDriver::DecompressSample(l_aucData + 2, 1, 0, &l_usValue, &l_ucRange), 2U);
+    EXPECT_TRUE(l_usValue == 0x0FFF && l_ucRange == 1);
+
+    using Channel = std::array<int32_t, 4>;
+    Channel l_alFirst{-1, -1, -1, -1};
+    Channel l_alSecond = l_alFirst;
+    int32_t* l_aplArrays[2] = {l_alFirst.data(), l_alSecond.data()};
+    int32_t l_alCounts[2] = {-1, -1};
+    const auto l_fnDecode = [&](uint32_t i_ulSize, uint32_t i_ulChannels, uint32_t i_ulMax) {
+        return l_Driver.DecompressSamplesMultiChannel(l_aucData, i_ulSize, l_aplArrays,
+                                                      i_ulChannels, l_alCounts, i_ulMax);
+    };
+    EXPECT_EQ(l_fnDecode(9, 3, 4), 0U);
+    EXPECT_EQ(l_fnDecode(9, ~0U, 4), 0U);
+    EXPECT_EQ(l_Driver.DecompressSamplesMultiChannel(l_aucData, 9, nullptr, 2, l_alCounts, 4), 0U);
+    EXPECT_EQ(l_Driver.DecompressSamplesMultiChannel(l_aucData, 9, l_aplArrays, 2, nullptr, 4), 0U);
+    EXPECT_TRUE(l_alCounts[0] == -1 && l_alCounts[1] == -1 && l_alFirst[0] == -1);
+
+    // The last byte is half a code: no sample.
+    EXPECT_EQ(l_fnDecode(9, 2, 4), 6U);
+    EXPECT_TRUE(l_alCounts[0] == 3 && l_alCounts[1] == 3);
+    EXPECT_EQ(l_alFirst, (Channel{256, 257, 258, -1}));
+    EXPECT_EQ(l_alSecond, (Channel{1104095, 1104094, 1104095, -1}));
+    EXPECT_EQ(l_fnDecode(9, 2, 1), 2U);
+    EXPECT_TRUE(l_alCounts[0] == 1 && l_alCounts[1] == 1);
+    EXPECT_EQ(l_fnDecode(0, 2, 0), 0U);
+    EXPECT_TRUE(l_alCounts[0] == 0 && l_alCounts[1] == 0) << "an empty stream";
+}
+
+TEST(ModuleFolder, EndsInOneBackslash)
+{
+    const CTestHome l_Home("[IM]\nK=1");
+    CConfigFile l_Config;
+    EXPECT_TRUE(LoadModuleConfiguration(l_Config));
+    EXPECT_EQ(l_Config.GetInt("IM", "K", 0), 1U);
+    const std::tuple<std::string, uint32_t, std::wstring> l_aCases[] = {
+        {"/opt/host", 260, L"\\opt\\host\\"},
+        {"/opt/host//", 260, L"\\opt\\host\\"},
+        {"/", 260, L"\\"},
+        {"caf\xE9", 260, L"caf\xE9\\"},
+        {std::string(20, 'x'), 8, L"\\hd01\\"}, // no backslash in what fits
+        {"no", 3, L"\\h"},
+        {"no", 1, L""}};
+    for (const auto& [l_strHome, l_ulSize, l_strExpected] : l_aCases) {
+        setenv("TORNVAL_HOME", l_strHome.c_str(), 1);
+        std::wstring l_strFolder(300, L'#');
+        GetModuleFolder(l_strFolder.data(), l_ulSize);
+        EXPECT_EQ(l_strFolder.c_str(), l_strExpected);
+        EXPECT_EQ(l_strFolder[l_ulSize], L'#');
+    }
+    GetModuleFolder(nullptr, 260);
+    for (const size_t l_ulLength : {244U, 245U, 260U, 5000U}) {
+        setenv("TORNVAL_HOME", ("/" + std::string(l_ulLength, 'y')).c_str(), 1);
+        EXPECT_FALSE(LoadModuleConfiguration(l_Config)) << "no file there, and no fault";
+    }
+    unsetenv("TORNVAL_HOME");
+    wchar_t l_awszOwn[260];
+    GetModuleFolder(l_awszOwn, 260);
+    std::string l_strOwn = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "";
+    std::replace(l_strOwn.begin(), l_strOwn.end(), '/', '\\');
+    EXPECT_EQ(l_awszOwn, std::wstring(l_strOwn.begin(), l_strOwn.end()));
+}
+
+TEST(Records, AreReadAndWrittenAtAnyAddress)
+{
+    alignas(8) uint8_t l_aucBlock[32] = {};
+    auto* l_pCmde = reinterpret_cast<S_SEND_STRUCT*>(l_aucBlock + 1);
+    *l_pCmde = MakeCommand(212, 0x11223344, 0xAABBCCDD);
+    auto* l_pReceive = reinterpret_cast<S_RECEIVE_STRUCT*>(l_aucBlock + 13);
+    FillReceive(l_pReceive, 1, 0x01020304);
+    const uint8_t l_aucExpected[] = {0,    212, 0, 0, 0x44, 0x33, 0x22, 0x11, 0xDD, 0xCC, 0xBB,
+                                     0xAA, 1,   0, 0, 0,    4,    3,    2,    1,    0};
+    EXPECT_EQ(memcmp(l_aucBlock + 1, l_aucExpected, sizeof(l_aucExpected)), 0);
+    EXPECT_EQ(GetTimeout(*l_pCmde), 0x11223344U);
+    EXPECT_EQ(GetSize(*l_pCmde), 0xAABBCCDDU);
+    EXPECT_EQ(GetNbReturnByte(*l_pReceive), 0x01020304U);
+}

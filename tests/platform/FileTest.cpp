@@ -1,0 +1,98 @@
+#include "platform/File.h"
+
+#include <climits>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+
+using namespace cecore;
+
+namespace {
+
+Handle OpenWide(const std::string& i_strPath)
+{
+    std::wstring l_strPath;
+    for (const unsigned char l_uc : i_strPath) {
+        l_strPath += static_cast<wchar_t>(l_uc);
+    }
+    return CreateFileW(l_strPath.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0);
+}
+
+} // namespace
+
+TEST(Files, AreFoundByTheTargetsPaths)
+{
+    const CTestHome l_Home;
+    mkdir(l_Home.Path("sub").c_str(), 0777);
+    const struct
+    {
+        std::string strTarget;
+        const char* pszFile; // below the home; null: leads nowhere
+    } l_aCases[] = {{"\\hd00\\log.txt", "log.txt"},
+                    {"/hd00/sub\\deep.txt", "sub/deep.txt"},
+                    {l_Home.Path("sub\\caf\xE9.txt"), "sub/caf\xE9.txt"},
+                    {"\\hd00x\\other.txt", nullptr},
+                    {"\\hd00\\missing\\folder.txt", nullptr},
+                    {"", nullptr},
+                    {"\\hd00\\" + std::string(PATH_MAX, 'x'), nullptr},
+                    {l_Home.Path(std::string(PATH_MAX, '/') + "far.txt"), nullptr}};
+    for (const auto& l_Case : l_aCases) {
+        EXPECT_EQ(AppendToFile(l_Case.strTarget.c_str(), "text", 4), l_Case.pszFile != nullptr);
+        const CUniqueHandle l_hFile(OpenWide(l_Case.strTarget));
+        if (l_Case.pszFile == nullptr) {
+            EXPECT_EQ(l_hFile.Get(), INVALID_HANDLE_VALUE);
+            EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+        } else {
+            EXPECT_EQ(l_Home.Read(l_Case.pszFile), "text");
+            EXPECT_EQ(GetFileSize(l_hFile.Get(), nullptr), 4U);
+        }
+    }
+    unsetenv("TORNVAL_HD00");
+    EXPECT_EQ(OpenForReading("\\hd00\\log.txt"), nullptr) << "the volume stands for itself";
+}
+
+TEST(Files, ThatCouldBlockOrNeverEndAreRefused)
+{
+    const CTestHome l_Home;
+    const std::string l_strPipe = l_Home.Path("pipe");
+    ASSERT_EQ(mkfifo(l_strPipe.c_str(), 0666), 0);
+    ASSERT_EQ(symlink(l_strPipe.c_str(), l_Home.Path("link").c_str()), 0);
+    for (const std::string& l_strPath :
+         {l_strPipe, l_Home.Path("link"), l_Home.Path(""), std::string("/dev/zero"),
+          std::string("/dev/full"), std::string("/dev/tty")}) {
+        const char* l_psz = l_strPath.c_str();
+        for (int l_lRoad = 0; l_lRoad < 4; ++l_lRoad) {
+            SetLastError(0);
+            EXPECT_FALSE(l_lRoad == 0   ? OpenForReading(l_psz) != nullptr
+                         : l_lRoad == 1 ? OpenWide(l_psz) != INVALID_HANDLE_VALUE
+                         : l_lRoad == 2 ? AppendToFile(l_psz, "x", 1)
+                                        : EmptyFile(l_psz))
+                << l_lRoad << " " << l_psz;
+            EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << l_lRoad << " " << l_psz;
+        }
+    }
+}
+
+TEST(Files, AreReadWrittenAndEmptied)
+{
+    const CTestHome l_Home;
+    EXPECT_TRUE(EmptyFile("\\hd00\\file")) << "made if need be";
+    EXPECT_TRUE(AppendToFile("\\hd00\\file", "12345", 5) && AppendToFile("\\hd00\\file", "678", 3));
+    const CUniqueHandle l_hFile(OpenWide("\\hd00\\file"));
+    for (const char* l_pszExpected : {"12345", "678", ""}) {
+        char l_aszText[5];
+        uint32_t l_ulRead = 9;
+        EXPECT_TRUE(ReadFile(l_hFile.Get(), l_aszText, 5, &l_ulRead));
+        EXPECT_EQ(std::string(l_aszText, l_ulRead), l_pszExpected);
+    }
+    EXPECT_TRUE(EmptyFile("\\hd00\\file"));
+    EXPECT_EQ(GetFileSize(l_hFile.Get(), nullptr), 0U);
+    uint32_t l_ulHigh = 0;
+    ASSERT_EQ(truncate(l_Home.Path("file").c_str(), (1LL << 32) + 5), 0);
+    EXPECT_EQ(GetFileSize(l_hFile.Get(), &l_ulHigh), 5U);
+    EXPECT_EQ(l_ulHigh, 1U);
+}

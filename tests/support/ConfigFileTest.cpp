@@ -1,0 +1,120 @@
+#include "support/ConfigFile.h"
+
+#include <chrono>
+#include <cstring>
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+
+using namespace tornval;
+
+namespace {
+
+CConfigFile Load(const CTestHome& i_Home, const std::string& i_strText)
+{
+    i_Home.Write("test.ini", i_strText);
+    CConfigFile l_Config;
+    EXPECT_TRUE(l_Config.Load("\\hd00\\test.ini"));
+    return l_Config;
+}
+
+/** A key as GetString gives it; "none" for no key. */
+std::string Ask(const CConfigFile& i_Config, const char* i_pszSection, const std::string& i_strKey)
+{
+    char l_aszValue[8192];
+    const int32_t l_lLength =
+        i_Config.GetString(i_pszSection, i_strKey.c_str(), "none", l_aszValue, 8192);
+    EXPECT_EQ(strlen(l_aszValue), static_cast<size_t>(l_lLength));
+    return l_aszValue;
+}
+
+} // namespace
+
+TEST(ConfigFile, FindsKeysByItsRules)
+{
+    const CTestHome l_Home;
+    EXPECT_EQ(Ask(Load(l_Home, ""), "IM", "K"), "none");
+    const CConfigFile l_Config = Load(
+        l_Home, "early = 1\n; a comment, then line ends of Windows, and blanks\n \t[IM]\t \r\r\n"
+                " \tPlain\t=\ta b \t\r\nplain = second\n;off = 1\n \t;off = 2\n\n"
+                "two = a=b=c ; d\nalone\nempty =\n= nameless\nquoted = 'a b'\ndouble = \" a \"\n"
+                "tab = '\ta'\nopen = 'a\nmixed = 'a\"\ntwice = ''a''\nquote = '\n[BT\n[BT]x\n"
+                "[ BT ]\nK = blanks\n[I\xC9]\nK\xE9 = \xFF\n[im]\nlate = 1\n[]\nK = last");
+    const char* const l_apszCases[][3] = {
+        {"IM", "early", "none"},    {"", "early", "none"},      {"im", "PLAIN", "a b"},
+        {"IM", "off", "none"},      {"IM", ";off", "none"},     {"IM", "two", "a=b=c ; d"},
+        {"IM", "alone", ""},        {"IM", "empty", ""},        {"IM", "", "nameless"},
+        {"IM", "quoted", "a b"},    {"IM", "double", "a"},      {"IM", "tab", "\ta"},
+        {"IM", "open", "'a"},       {"IM", "mixed", "'a\""},    {"IM", "twice", "'a'"},
+        {"IM", "quote", ""},        {"IM", "[BT", ""},          {"IM", "[bt]x", ""},
+        {"BT", "K", "none"},        {" bt ", "K", "blanks"},    {"I\xC9", "K\xE9", "\xFF"},
+        {"I\xE9", "K\xE9", "none"}, {"I\xC9", "K\xC9", "none"}, {"IM", "late", "none"},
+        {"", "K", "last"}};
+    for (const auto& l_apsz : l_apszCases) {
+        EXPECT_EQ(Ask(l_Config, l_apsz[0], l_apsz[1]), l_apsz[2]) << l_apsz[0] << " " << l_apsz[1];
+    }
+}
+
+TEST(ConfigFile, TakesLongLinesAndBinaryAsTheyCome)
+{
+    const CTestHome l_Home;
+    // A line of 5000 characters is two, the second starting at the 4096th.
+    for (const size_t l_ulLength : {4092U, 4093U, 4094U, 4998U}) {
+        const CConfigFile l_Config =
+            Load(l_Home, "[S]\nK=" + std::string(l_ulLength, 'v') + "\nL=1");
+        EXPECT_EQ(Ask(l_Config, "S", "K"), std::string(std::min<size_t>(l_ulLength, 4093), 'v'));
+        EXPECT_EQ(Ask(l_Config, "S", std::string(l_ulLength % 4093, 'v')),
+                  l_ulLength > 4093 ? "" : "none");
+        EXPECT_EQ(Ask(l_Config, "S", "L"), "1");
+    }
+    const CConfigFile l_Config = Load(l_Home, std::string("[S]\nK=a\0b\nL=2", 14));
+    EXPECT_EQ(Ask(l_Config, "S", "K"), "a");
+    EXPECT_EQ(Ask(l_Config, "S", "L"), "2");
+
+    std::string l_strMany;
+    for (uint32_t i = 0; l_strMany.size() < 50'000'000; ++i) {
+        l_strMany += static_cast<char>((i * 2654435761U) >> 24);
+        if (i % 4096 == 0) {
+            l_strMany += "[s]\n\n;\nkey = value\n" + std::string(5000, '=') + "\n";
+        }
+    }
+    const auto l_Start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Ask(Load(l_Home, l_strMany + "\n[last]\nK=found"), "LAST", "K"), "found");
+    EXPECT_LT(std::chrono::steady_clock::now() - l_Start, std::chrono::seconds(30));
+}
+
+TEST(ConfigFile, StoresWhatFitsAndDefaultsByTheSameRules)
+{
+    const CTestHome l_Home;
+    const CConfigFile l_Config = Load(l_Home, "[S]\nK=abcdef\nQ='  abcdef'\nE=");
+    const std::tuple<const char*, const char*, int32_t, const char*> l_aCases[] = {
+        {"K", "", 4, "abc"},    {"K", "", 7, "abcdef"}, {"K", "", 2, "a"}, {"K", "", 1, "#"},
+        {"K", "", -5, "#"},     {"Q", "", 4, "abc"},    {"E", "x", 9, ""}, {"N", " ", 9, ""},
+        {"N", "' d '", 9, "d"}, {"N", nullptr, 9, ""}};
+    for (const auto& [l_pszKey, l_pszDefault, l_lSize, l_pszStored] : l_aCases) {
+        char l_aszValue[10] = "#";
+        const int32_t l_lResult =
+            l_Config.GetString("S", l_pszKey, l_pszDefault, l_aszValue, l_lSize);
+        EXPECT_STREQ(l_aszValue, l_pszStored);
+        EXPECT_EQ(l_lResult, *l_aszValue == '#' ? 0 : static_cast<int32_t>(strlen(l_aszValue)));
+    }
+    EXPECT_EQ(l_Config.GetString("S", "K", "", nullptr, 9), 0);
+}
+
+TEST(ConfigFile, DropsTheOldFileAndRefusesWhatIsNone)
+{
+    const CTestHome l_Home("[S]\nK=1");
+    ASSERT_EQ(mkfifo(l_Home.Path("pipe").c_str(), 0666), 0);
+    l_Home.Write("headless.ini", "K=2");
+    for (const char* l_pszPath :
+         {"\\hd00\\headless.ini", "\\hd00\\none", "\\hd00\\", "\\hd00\\pipe", "\\dev\\zero", ""}) {
+        CConfigFile l_Config;
+        EXPECT_TRUE(l_Config.Load("\\hd00\\TornvalC63.ini"));
+        EXPECT_EQ(l_Config.GetInt("S", "K", 7), 1U);
+        EXPECT_EQ(l_Config.Load(l_pszPath), strstr(l_pszPath, "headless") != nullptr) << l_pszPath;
+        EXPECT_EQ(l_Config.GetInt("S", "K", 7), 7U);
+    }
+}

@@ -1,0 +1,147 @@
+#include "support/Trace.h"
+
+#include <algorithm>
+#include <cstring>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
+
+using namespace tornval;
+
+namespace {
+
+constexpr uint16_t k_usAll = 0x1111;
+
+void UseFile(uint16_t i_usLevel, const char* i_pszPath = "\\hd00\\log_tornval.txt")
+{
+    SetTraceLog(std::make_unique<CTraceLogFile>(i_pszPath, i_usLevel));
+}
+
+} // namespace
+
+TEST(Trace, PassesTheLevelsOfItsMask)
+{
+    const CTestHome l_Home;
+    const std::pair<uint16_t, std::string> l_aLevels[] = {
+        {FW_LEVEL, "F [FW_LEVEL]"},
+        {ERROR_LEVEL, "E [ERROR_LEVEL]"},
+        {INFO_GENERAL_LEVEL, "G [INFO_GENERAL_LEVEL]"},
+        {INFO_LEVEL, "I [INFO_LEVEL]"},
+        {0x8001, "? [...]"}};
+    const std::pair<uint16_t, const char*> l_aMasks[] = {
+        {0, ""},    {1, "F"},     {16, "E"},      {256, "G"},
+        {4096, ""}, {4352, "GI"}, {4369, "FEGI"}, {0xFFFF, "FEGI?"}};
+    for (const auto& [l_usMask, l_pszPassed] : l_aMasks) {
+        UseFile(l_usMask);
+        EXPECT_TRUE(IsTraceActive()) << "whatever the mask";
+        std::vector<std::string> l_vstrExpected;
+        for (const auto& [l_usLevel, l_strLine] : l_aLevels) {
+            Trace(l_usLevel, L"%S", l_strLine.substr(0, 1).c_str());
+            if (strchr(l_pszPassed, l_strLine[0]) != nullptr) {
+                l_vstrExpected.push_back(l_strLine);
+            }
+        }
+        EXPECT_EQ(l_Home.TraceLines(), l_vstrExpected) << l_usMask;
+    }
+    SetTraceLog(nullptr);
+    EXPECT_FALSE(IsTraceActive());
+    Trace(ERROR_LEVEL, L"to nobody");
+    EXPECT_EQ(l_Home.TraceLines().size(), 5U);
+}
+
+TEST(Trace, CutsALongTextBeforeItsLevel)
+{
+    const CTestHome l_Home;
+    UseFile(k_usAll);
+    const std::string l_strSuffix = " [INFO_GENERAL_LEVEL]";
+    for (const size_t l_ulLength : {2025U, 2026U, 2027U, 2048U, 9000U}) {
+        ResetTraceLog();
+        Trace(INFO_GENERAL_LEVEL, L"%S", std::string(l_ulLength, 'x').c_str());
+        const size_t l_ulKept = std::min<size_t>(l_ulLength, 2047 - l_strSuffix.size());
+        EXPECT_EQ(l_Home.TraceLines(), std::vector{std::string(l_ulKept, 'x') + l_strSuffix});
+    }
+}
+
+TEST(Trace, BeginsEachLineOfTheFileWithItsTimeAndThread)
+{
+    const CTestHome l_Home;
+    l_Home.Write("log_tornval.txt", "an old line\n");
+    UseFile(k_usAll);
+    EXPECT_EQ(l_Home.Read("log_tornval.txt"), "") << "emptied at the start";
+    // The hour of UTC plus one, which makes 24 of 23.
+    const auto l_fnStamp = [] {
+        const time_t l_lNow = time(nullptr);
+        const tm l_Utc = *gmtime(&l_lNow);
+        char l_aszStamp[64];
+        snprintf(l_aszStamp, sizeof(l_aszStamp), "%d/%d/%d AT %02d:%02d:%02d", l_Utc.tm_mon + 1,
+                 l_Utc.tm_mday, l_Utc.tm_year + 1900, l_Utc.tm_hour + 1, l_Utc.tm_min,
+                 l_Utc.tm_sec);
+        return std::string(l_aszStamp);
+    };
+    const std::string l_strBefore = l_fnStamp();
+    Trace(ERROR_LEVEL, L"100%% %s %S", L"w\xE9\x20AC", "n\xE9");
+    const std::string l_strAfter = l_fnStamp();
+    const std::string l_strText = l_Home.Read("log_tornval.txt");
+    EXPECT_TRUE(std::regex_match(l_strText, std::regex("(" + l_strBefore + "|" + l_strAfter +
+                                                       "): \\[-?\\d+\\] \\[th[0-9a-f]{8}\\] "
+                                                       "100% w\xE9\\? n\xE9 \\[ERROR_LEVEL\\]\n")))
+        << l_strText;
+    ResetTraceLog();
+    EXPECT_EQ(l_Home.Read("log_tornval.txt"), "");
+}
+
+TEST(Trace, NeverFailsItsCaller)
+{
+    const CTestHome l_Home;
+    for (const char* l_pszPath : {static_cast<const char*>(nullptr), "", "\\hd00\\none\\log.txt",
+                                  "\\hd00\\", "\\dev\\full"}) {
+        UseFile(k_usAll, l_pszPath);
+        ::SetLastError(77);
+        Trace(ERROR_LEVEL, L"lost");
+        EXPECT_EQ(cecore::GetLastError(), 77U) << "the reason is still to be read";
+        ResetTraceLog();
+    }
+    CTraceLogFile("\\hd00\\log_tornval.txt", k_usAll).WriteLine(nullptr);
+    EXPECT_EQ(l_Home.Read("log_tornval.txt"), "");
+}
+
+TEST(Trace, PutsTicksAndTextOnTheConsole)
+{
+    testing::internal::CaptureStdout();
+    SetTraceLog(std::make_unique<CTraceLogConsole>(k_usAll));
+    S_TRACE_TEXT<int>{}.Emit(1);
+    S_TRACE_TEXT<const char*>{FW_LEVEL, L"%S"}.Emit(std::string(5000, 'x').c_str());
+    ResetTraceLog();
+    Trace(FW_LEVEL, L"w\xE9\x20AC");
+    const std::string l_strText = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(std::regex_match(l_strText, std::regex("\\[-?\\d+\\]x{2036} \\[FW_LEVEL\\]\n"
+                                                       "\\[-?\\d+\\]w\xE9\\? \\[FW_LEVEL\\]\n")))
+        << l_strText;
+}
+
+TEST(Trace, NeverMixesTheLinesOfThreads)
+{
+    const CTestHome l_Home;
+    UseFile(k_usAll);
+    std::vector<std::thread> l_vThreads;
+    std::vector<std::string> l_vstrExpected;
+    for (int i = 0; i < 8; ++i) {
+        const std::string l_strText(static_cast<size_t>(i) * 250 + 1, static_cast<char>('a' + i));
+        l_vstrExpected.insert(l_vstrExpected.end(), 200, l_strText + " [FW_LEVEL]");
+        l_vThreads.emplace_back([l_strText] {
+            for (int l_lLine = 0; l_lLine < 200; ++l_lLine) {
+                Trace(FW_LEVEL, L"%S", l_strText.c_str());
+            }
+        });
+    }
+    for (std::thread& l_Thread : l_vThreads) {
+        l_Thread.join();
+    }
+    std::vector<std::string> l_vstrLines = l_Home.TraceLines();
+    std::sort(l_vstrLines.begin(), l_vstrLines.end());
+    EXPECT_TRUE(l_vstrLines == l_vstrExpected);
+}
