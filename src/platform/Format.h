@@ -73,6 +73,7 @@ S_FORMAT_ARG MakeArg(const T& i_Value)
         l_Arg.dDouble = static_cast<double>(i_Value);
     } else if constexpr (KindOfArg<T>() == EFormatKind::Integer) {
         // Through the signed type where there is one, so that a negative byte stays negative.
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse)
         l_Arg.ulInteger = static_cast<uint32_t>(i_Value);
     } else if constexpr (KindOfArg<T>() == EFormatKind::Narrow) {
         l_Arg.pszNarrow = i_Value;

@@ -16,8 +16,8 @@ namespace {
 Handle OpenWide(const std::string& i_strPath)
 {
     std::wstring l_strPath;
-    for (const unsigned char l_uc : i_strPath) {
-        l_strPath += static_cast<wchar_t>(l_uc);
+    for (const char l_c : i_strPath) {
+        l_strPath += static_cast<wchar_t>(static_cast<unsigned char>(l_c));
     }
     return CreateFileW(l_strPath.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0);
 }

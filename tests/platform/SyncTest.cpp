@@ -1,6 +1,7 @@
 #include "platform/Sync.h"
 
 #include <atomic>
+#include <csignal>
 #include <set>
 #include <thread>
 #include <vector>
@@ -35,9 +36,9 @@ TEST(Handles, AClosedOneReachesNoOther)
         ASSERT_TRUE(l_Closed.insert(l_hEvent).second) << "given out twice";
         ASSERT_TRUE(CloseHandle(l_hEvent) && !CloseHandle(l_hEvent));
     }
-    std::vector<CUniqueHandle> l_vOpen;
-    for (int i = 0; i < 600; ++i) {
-        l_vOpen.emplace_back(CreateEventW(false, false));
+    std::vector<CUniqueHandle> l_vOpen(600);
+    for (CUniqueHandle& l_hEvent : l_vOpen) {
+        l_hEvent.Reset(CreateEventW(false, false));
     }
     for (const Handle l_hLate : l_Closed) {
         SetLastError(0);
@@ -60,7 +61,7 @@ TEST(Handles, AClosedOneReachesNoOther)
 TEST(Waits, EndWhenTheObjectIsClosed)
 {
     S_PROCESS_INFORMATION l_Process{};
-    ASSERT_TRUE(CreateProcessW(L"\\bin\\sleep", L"20", &l_Process));
+    ASSERT_TRUE(CreateProcessW(L"\\bin\\sleep", L"300", &l_Process));
     const CUniqueHandle l_hThread(l_Process.hThread);
     for (const Handle l_hObject :
          {CreateEventW(false, false), CreateMutexW(true), l_Process.hProcess}) {
@@ -79,6 +80,7 @@ TEST(Waits, EndWhenTheObjectIsClosed)
         EXPECT_EQ(l_ulResult, WAIT_FAILED);
         EXPECT_EQ(l_ulError, ERROR_INVALID_HANDLE);
     }
+    kill(static_cast<pid_t>(l_Process.ulProcessId), SIGKILL);
 }
 
 TEST(Mutexes, AreHeldAsOftenAsTakenAndByOneThread)
@@ -102,10 +104,12 @@ TEST(Events, ServeOneWaiterOrAll)
     for (const bool l_bManual : {false, true}) {
         const CUniqueHandle l_hEvent(CreateEventW(l_bManual, false));
         std::atomic<int> l_lServed = 0;
-        std::vector<std::thread> l_vThreads;
-        for (int i = 0; i < 4; ++i) {
-            l_vThreads.emplace_back([&] {
-                l_lServed += WaitForSingleObject(l_hEvent.Get(), 400) == WAIT_OBJECT_0 ? 1 : 0;
+        std::vector<std::thread> l_vThreads(4);
+        for (std::thread& l_Thread : l_vThreads) {
+            l_Thread = std::thread([&] {
+                const uint32_t l_ulLimit = l_bManual ? INFINITE : 400;
+                l_lServed +=
+                    WaitForSingleObject(l_hEvent.Get(), l_ulLimit) == WAIT_OBJECT_0 ? 1 : 0;
             });
         }
         Sleep(50);

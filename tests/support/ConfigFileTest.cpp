@@ -70,7 +70,7 @@ TEST(ConfigFile, TakesLongLinesAndBinaryAsTheyCome)
                   l_ulLength > 4093 ? "" : "none");
         EXPECT_EQ(Ask(l_Config, "S", "L"), "1");
     }
-    const CConfigFile l_Config = Load(l_Home, std::string("[S]\nK=a\0b\nL=2", 14));
+    const CConfigFile l_Config = Load(l_Home, std::string("[S]\nK=a\0b\nL=2", 13));
     EXPECT_EQ(Ask(l_Config, "S", "K"), "a");
     EXPECT_EQ(Ask(l_Config, "S", "L"), "2");
 
