@@ -148,8 +148,7 @@ void UnregisterDevice(const wchar_t* i_pwszName)
 bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
                      void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
 {
-    const auto l_pDevice =
-        CObjectTable::Instance().FindAs<CDeviceObject>(i_hDevice, EObjectKind::Device);
+    const auto l_pDevice = FindObject<CDeviceObject>(i_hDevice, EObjectKind::Device);
     uint32_t l_ulReturned = 0;
     const bool l_bDone =
         l_pDevice != nullptr &&
@@ -185,7 +184,7 @@ Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uin
 
 uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
 {
-    const auto l_pFile = CObjectTable::Instance().FindAs<CFileObject>(i_hFile, EObjectKind::File);
+    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::File);
     struct stat l_Status = {};
     if (l_pFile == nullptr) {
         return INVALID_FILE_SIZE;
@@ -203,7 +202,7 @@ uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
 
 bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pulRead)
 {
-    const auto l_pFile = CObjectTable::Instance().FindAs<CFileObject>(i_hFile, EObjectKind::File);
+    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::File);
     uint32_t l_ulRead = 0;
     while (l_pFile != nullptr && l_ulRead < i_ulSize) {
         const ssize_t l_lRead =

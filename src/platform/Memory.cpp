@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include <unistd.h>
+
 namespace cecore {
 namespace {
 
@@ -48,7 +50,15 @@ void GlobalMemoryStatus(S_MEMORYSTATUS* io_pStatus)
             return;
         }
     }
-    ScaleMemoryStatus(ReadMemInfo("MemTotal:"), ReadMemInfo("MemAvailable:"), io_pStatus);
+    uint64_t l_ullTotal = ReadMemInfo("MemTotal:");
+    uint64_t l_ullAvailable = ReadMemInfo("MemAvailable:");
+    if (l_ullTotal == 0 || l_ullAvailable == 0) {
+        // No such table here: what the C library knows.
+        const auto l_ullPage = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+        l_ullTotal = static_cast<uint64_t>(std::max(sysconf(_SC_PHYS_PAGES), 0L)) * l_ullPage;
+        l_ullAvailable = static_cast<uint64_t>(std::max(sysconf(_SC_AVPHYS_PAGES), 0L)) * l_ullPage;
+    }
+    ScaleMemoryStatus(l_ullTotal, l_ullAvailable, io_pStatus);
 }
 
 void OverrideMemoryStatus(const S_MEMORYSTATUS* i_pStatus)

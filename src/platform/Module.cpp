@@ -4,7 +4,7 @@
 #include <string>
 
 #include <dlfcn.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include "Format.h"
 #include "Path.h"
@@ -19,9 +19,15 @@ ModuleHandle LoadLibraryW(const wchar_t* i_pwszName)
     }
     const std::string l_strName = ToSystemPath(i_pwszName);
     bool l_bExists = false;
-    const auto l_fnOpen = [&l_bExists](const std::string& i_strPath) {
-        l_bExists = l_bExists || access(i_strPath.c_str(), F_OK) == 0;
-        return dlopen(i_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    const auto l_fnOpen = [&l_bExists](const std::string& i_strPath) -> ModuleHandle {
+        struct stat l_Status = {};
+        if (stat(i_strPath.c_str(), &l_Status) != 0) {
+            return nullptr;
+        }
+        l_bExists = true;
+        // The loader would wait for a writer of a pipe.
+        return S_ISREG(l_Status.st_mode) ? dlopen(i_strPath.c_str(), RTLD_NOW | RTLD_LOCAL)
+                                         : nullptr;
     };
     ModuleHandle l_hModule = nullptr;
     if (l_strName.find('/') == std::string::npos) {

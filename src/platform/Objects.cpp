@@ -1,5 +1,7 @@
 #include "Objects.h"
 
+#include <atomic>
+
 #include "Sync.h"
 
 namespace {
@@ -14,6 +16,9 @@ constexpr uint32_t k_ulGenerationMask = (1U << k_ulGenerationBits) - 1;
 constexpr uint32_t k_ulMinResting = 256;
 
 thread_local uint32_t t_ulLastError = 0;
+
+/** Handles outlive the table at the end of a process: they are refused then like stale ones. */
+constinit std::atomic<bool> s_bTableGone{false};
 
 uint32_t SlotOf(cecore::Handle i_hObject)
 {
@@ -50,10 +55,25 @@ uint32_t CKernelObject::Wait(uint32_t)
     return WAIT_FAILED;
 }
 
-CObjectTable& CObjectTable::Instance()
+CObjectTable* CObjectTable::Instance()
 {
     static CObjectTable s_Table;
-    return s_Table;
+    return s_bTableGone ? nullptr : &s_Table;
+}
+
+CObjectTable::~CObjectTable()
+{
+    s_bTableGone = true;
+}
+
+Handle InsertObject(std::shared_ptr<CKernelObject> i_pObject)
+{
+    CObjectTable* l_pTable = CObjectTable::Instance();
+    if (l_pTable == nullptr) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
+        return 0;
+    }
+    return l_pTable->Insert(std::move(i_pObject));
 }
 
 Handle CObjectTable::Insert(std::shared_ptr<CKernelObject> i_pObject)
@@ -137,12 +157,18 @@ uint32_t CObjectTable::GetCount()
 
 bool CloseHandle(Handle i_hObject)
 {
-    return CObjectTable::Instance().Remove(i_hObject);
+    CObjectTable* l_pTable = CObjectTable::Instance();
+    if (l_pTable == nullptr) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    return l_pTable->Remove(i_hObject);
 }
 
 uint32_t GetOpenHandleCount()
 {
-    return CObjectTable::Instance().GetCount();
+    CObjectTable* l_pTable = CObjectTable::Instance();
+    return l_pTable == nullptr ? 0 : l_pTable->GetCount();
 }
 
 } // namespace cecore

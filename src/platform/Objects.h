@@ -48,7 +48,13 @@ private:
 class CObjectTable
 {
 public:
-    static CObjectTable& Instance();
+    /** Null once the process has ended so far that there are no objects any more. */
+    static CObjectTable* Instance();
+
+    CObjectTable() = default;
+    CObjectTable(const CObjectTable&) = delete;
+    CObjectTable& operator=(const CObjectTable&) = delete;
+    ~CObjectTable();
 
     /** @return the new handle; 0 with error 4 when the table is full. */
     Handle Insert(std::shared_ptr<CKernelObject> i_pObject);
@@ -90,12 +96,27 @@ private:
     uint32_t m_ulCount = 0;
 };
 
+/** As the table's Insert, also when there is no table any more. */
+Handle InsertObject(std::shared_ptr<CKernelObject> i_pObject);
+
+/** As the table's FindAs, also when there is no table any more. */
+template <typename T>
+std::shared_ptr<T> FindObject(Handle i_hObject, EObjectKind i_Kind)
+{
+    CObjectTable* l_pTable = CObjectTable::Instance();
+    if (l_pTable == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return l_pTable->FindAs<T>(i_hObject, i_Kind);
+}
+
 /** Makes an object and its handle. @return 0 with the last error set on failure. */
 template <typename T, typename... Args>
 Handle CreateObject(Args&&... i_Args)
 {
     try {
-        return CObjectTable::Instance().Insert(std::make_shared<T>(std::forward<Args>(i_Args)...));
+        return InsertObject(std::make_shared<T>(std::forward<Args>(i_Args)...));
     } catch (const std::bad_alloc&) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return 0;

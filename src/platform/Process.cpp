@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -25,10 +27,35 @@ namespace {
 class CProcessObject final : public CKernelObject
 {
 public:
-    explicit CProcessObject(pid_t i_lPid) : CKernelObject(EObjectKind::Process), m_lPid(i_lPid) {}
+    CProcessObject() : CKernelObject(EObjectKind::Process) {}
 
     /** Nobody waited for the end: a child that has ended is given back, another lives on. */
     ~CProcessObject() override { HasEnded(); }
+
+    /** Starts the program, once. @return false with the last error set. */
+    bool Start(std::string i_strApplication, const std::string& i_strArguments,
+               uint32_t& o_ulProcessId)
+    {
+        std::vector<std::string> l_vstrWords{std::move(i_strApplication)};
+        std::istringstream l_Line(i_strArguments);
+        for (std::string l_strWord; l_Line >> l_strWord;) {
+            l_vstrWords.push_back(l_strWord);
+        }
+        std::vector<char*> l_vpszArguments;
+        std::transform(l_vstrWords.begin(), l_vstrWords.end(), std::back_inserter(l_vpszArguments),
+                       [](std::string& io_strWord) { return io_strWord.data(); });
+        l_vpszArguments.push_back(nullptr);
+        const std::lock_guard l_Lock(m_Mutex);
+        const int l_lError = posix_spawn(&m_lPid, l_vpszArguments[0], nullptr, nullptr,
+                                         l_vpszArguments.data(), environ);
+        if (l_lError != 0) {
+            ::SetLastError(ErrorFromErrno(l_lError));
+            return false;
+        }
+        m_bEnded = false;
+        o_ulProcessId = static_cast<uint32_t>(m_lPid);
+        return true;
+    }
 
     uint32_t Wait(uint32_t i_ulMilliseconds) override
     {
@@ -70,8 +97,9 @@ private:
 
     std::mutex m_Mutex;
     std::condition_variable m_Closed;
-    pid_t m_lPid;
-    bool m_bEnded = false;
+    pid_t m_lPid = 0;
+    /** Until it is started there is nothing to wait for. */
+    bool m_bEnded = true;
     bool m_bClosed = false;
 };
 
@@ -90,31 +118,25 @@ bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszComma
         ::SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
-    std::vector<std::string> l_vstrWords{ToSystemPath(i_pwszApplication)};
-    std::istringstream l_Line(i_pwszCommandLine == nullptr ? std::string()
-                                                           : ToNarrow(i_pwszCommandLine));
-    for (std::string l_strWord; l_Line >> l_strWord;) {
-        l_vstrWords.push_back(l_strWord);
-    }
-    std::vector<char*> l_vpszArguments;
-    std::transform(l_vstrWords.begin(), l_vstrWords.end(), std::back_inserter(l_vpszArguments),
-                   [](std::string& io_strWord) { return io_strWord.data(); });
-    l_vpszArguments.push_back(nullptr);
-
-    pid_t l_lPid = 0;
-    const int l_lError =
-        posix_spawn(&l_lPid, l_vpszArguments[0], nullptr, nullptr, l_vpszArguments.data(), environ);
-    if (l_lError != 0) {
-        ::SetLastError(ErrorFromErrno(l_lError));
+    try {
+        // Both objects before the start: a program that runs always has its handle.
+        const auto l_pProcess = std::make_shared<CProcessObject>();
+        CUniqueHandle l_hProcess(InsertObject(l_pProcess));
+        CUniqueHandle l_hThread(CreateObject<CThreadObject>());
+        uint32_t l_ulProcessId = 0;
+        if (!l_hProcess || !l_hThread ||
+            !l_pProcess->Start(ToSystemPath(i_pwszApplication),
+                               i_pwszCommandLine == nullptr ? std::string()
+                                                            : ToNarrow(i_pwszCommandLine),
+                               l_ulProcessId)) {
+            return false;
+        }
+        *o_pInformation = {l_hProcess.Release(), l_hThread.Release(), l_ulProcessId};
+        return true;
+    } catch (const std::bad_alloc&) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return false;
     }
-    CUniqueHandle l_hProcess(CreateObject<CProcessObject>(l_lPid));
-    CUniqueHandle l_hThread(CreateObject<CThreadObject>());
-    if (!l_hProcess || !l_hThread) {
-        return false;
-    }
-    *o_pInformation = {l_hProcess.Release(), l_hThread.Release(), static_cast<uint32_t>(l_lPid)};
-    return true;
 }
 
 } // namespace cecore

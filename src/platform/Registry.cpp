@@ -93,8 +93,7 @@ uint32_t RegOpenKeyExW(Handle i_hRoot, const wchar_t* i_pwszKey, uint32_t, Handl
 uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pData,
                           uint32_t* io_pulSize)
 {
-    const auto l_pKey =
-        CObjectTable::Instance().FindAs<CRegistryKeyObject>(i_hKey, EObjectKind::RegistryKey);
+    const auto l_pKey = FindObject<CRegistryKeyObject>(i_hKey, EObjectKind::RegistryKey);
     if (l_pKey == nullptr) {
         return ERROR_INVALID_HANDLE;
     }

@@ -130,14 +130,18 @@ Handle CreateEventW(bool i_bManualReset, bool i_bInitialState)
 
 uint32_t WaitForSingleObject(Handle i_hObject, uint32_t i_ulMilliseconds)
 {
-    const std::shared_ptr<CKernelObject> l_pObject = CObjectTable::Instance().Find(i_hObject);
+    CObjectTable* l_pTable = CObjectTable::Instance();
+    if (l_pTable == nullptr) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
+    const std::shared_ptr<CKernelObject> l_pObject = l_pTable->Find(i_hObject);
     return l_pObject == nullptr ? WAIT_FAILED : l_pObject->Wait(i_ulMilliseconds);
 }
 
 bool ReleaseMutex(Handle i_hMutex)
 {
-    const auto l_pMutex =
-        CObjectTable::Instance().FindAs<CMutexObject>(i_hMutex, EObjectKind::Mutex);
+    const auto l_pMutex = FindObject<CMutexObject>(i_hMutex, EObjectKind::Mutex);
     return l_pMutex != nullptr && l_pMutex->Release();
 }
 
@@ -145,8 +149,8 @@ bool ReleaseMutex(Handle i_hMutex)
 
 int SetEvent(uint32_t handle)
 {
-    const auto l_pEvent = cecore::CObjectTable::Instance().FindAs<cecore::CEventObject>(
-        handle, cecore::EObjectKind::Event);
+    const auto l_pEvent =
+        cecore::FindObject<cecore::CEventObject>(handle, cecore::EObjectKind::Event);
     if (l_pEvent == nullptr) {
         return 0;
     }
