@@ -1,0 +1,77 @@
+#include "emulator/instrument/LineEnd.h"
+
+#include <utility>
+
+namespace emulator {
+
+CLineEnd::CLineEnd(CFirmware& io_Firmware, int i_lFd, const S_LINE& i_Line)
+    : m_Firmware(io_Firmware), m_lFd(i_lFd), m_Line(i_Line), m_Noise(i_Line.dNoise, i_Line.ulSeed)
+{
+    m_Thread = std::thread([this] { Run(); });
+}
+
+CLineEnd::~CLineEnd()
+{
+    m_bStop = true;
+    m_Bell.Ring();
+    m_Thread.join();
+}
+
+void CLineEnd::Run()
+{
+    links::CLineStream l_Stream(m_lFd, m_Bell, m_Reader, m_Line.Silence, m_Line.ulPace);
+    while (!m_bStop) {
+        std::optional<links::S_CLOCK::time_point> l_oDue;
+        if (!m_Answers.empty() && !l_Stream.IsWriting()) {
+            l_oDue = m_Answers.front().Due;
+        }
+        if (!l_Stream.Step(l_oDue, [&](const std::vector<uint8_t>& i_vFrame) {
+                Handle(i_vFrame);
+                AnswerDue(l_Stream);
+            })) {
+            const std::lock_guard l_Lock(m_Mutex);
+            m_bHungUp = true;
+            return;
+        }
+        AnswerDue(l_Stream);
+    }
+}
+
+void CLineEnd::Handle(const std::vector<uint8_t>& i_vCommand)
+{
+    const auto l_Now = links::S_CLOCK::now();
+    S_REPLY l_Reply = m_Firmware.Handle(i_vCommand);
+    if (l_Reply.bAnswered) {
+        // On a line with a pace the command has not come in all at once either.
+        const auto l_Delay =
+            std::chrono::milliseconds(l_Reply.ulDelayMs) +
+            (m_Line.ulPace == 0 ? std::chrono::nanoseconds(0)
+                                : links::LineTime(i_vCommand.size(), m_Line.ulPace));
+        m_Answers.push_back({l_Now + l_Delay, std::move(l_Reply.vFrame)});
+    }
+}
+
+/** Lets the next answer out when it is due and the line is free. */
+void CLineEnd::AnswerDue(links::CLineStream& io_Stream)
+{
+    while (!m_Answers.empty() && !io_Stream.IsWriting() &&
+           m_Answers.front().Due <= links::S_CLOCK::now()) {
+        std::vector<uint8_t> l_vFrame = std::move(m_Answers.front().vFrame);
+        m_Answers.pop_front();
+        {
+            // Before the bytes go: who has the answer finds it counted.
+            const std::lock_guard l_Lock(m_Mutex);
+            m_Noise.Damage(l_vFrame);
+            ++m_ullOut;
+        }
+        io_Stream.Write(l_vFrame);
+    }
+}
+
+S_LINE_COUNTERS CLineEnd::Counters() const
+{
+    const std::lock_guard l_Lock(m_Mutex);
+    return {m_Reader.Counters(), m_ullOut, m_Noise.Counters(), m_bHungUp};
+}
+
+} // namespace emulator

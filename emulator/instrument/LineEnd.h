@@ -1,0 +1,92 @@
+/**
+ * @file LineEnd.h
+ * @brief An emulated instrument at the far end of a serial line.
+ */
+#ifndef EMULATOR_LINE_END_H
+#define EMULATOR_LINE_END_H
+
+#include "emulator/Firmware.h"
+#include "emulator/instrument/LineNoise.h"
+#include "links/line/Descriptor.h"
+#include "links/line/FrameReader.h"
+#include "links/line/LineStream.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace emulator {
+
+/** How a line carries the frames. */
+struct S_LINE
+{
+    std::chrono::milliseconds Silence{
+        50};             /**< after which a command that is not whole is dropped */
+    uint32_t ulPace = 0; /**< baud rate that commands and answers take their time by; 0: none */
+    double dNoise = 0;   /**< share of the answers that the line damages, 0 to 1 */
+    uint32_t ulSeed = 1; /**< of the noise */
+};
+
+/** What has passed a line. */
+struct S_LINE_COUNTERS
+{
+    links::S_READER_COUNTERS In;
+    uint64_t ullOut = 0; /**< answers */
+    S_NOISE_COUNTERS Noise;
+    bool bHungUp = false;
+};
+
+/**
+ * Runs a firmware on a terminal, on a thread of its own. Answers go out in the order of their
+ * commands, one at a time.
+ */
+class CLineEnd
+{
+public:
+    /**
+     * Starts the thread.
+     *
+     * @param io_Firmware must live longer.
+     * @param i_lFd       terminal, raw and non-blocking; must stay open longer.
+     */
+    CLineEnd(CFirmware& io_Firmware, int i_lFd, const S_LINE& i_Line);
+    CLineEnd(const CLineEnd&) = delete;
+    CLineEnd& operator=(const CLineEnd&) = delete;
+    /** Ends the thread, in the middle of an answer if need be. */
+    ~CLineEnd();
+
+    [[nodiscard]] S_LINE_COUNTERS Counters() const;
+
+private:
+    struct S_ANSWER
+    {
+        links::S_CLOCK::time_point Due;
+        std::vector<uint8_t> vFrame;
+    };
+
+    void Run();
+    void Handle(const std::vector<uint8_t>& i_vCommand);
+    void AnswerDue(links::CLineStream& io_Stream);
+
+    CFirmware& m_Firmware;
+    const int m_lFd;
+    const S_LINE m_Line;
+    links::CBell m_Bell;
+    links::CFrameReader m_Reader; // of the thread, but for its counters
+    std::deque<S_ANSWER> m_Answers;
+    std::atomic<bool> m_bStop{false};
+    mutable std::mutex m_Mutex; // guards the noise and the counters
+    CLineNoise m_Noise;
+    uint64_t m_ullOut = 0;
+    bool m_bHungUp = false;
+    std::thread m_Thread;
+};
+
+} // namespace emulator
+
+#endif // EMULATOR_LINE_END_H
