@@ -26,9 +26,13 @@ bool LoadModuleConfiguration(CConfigFile& o_Config)
 {
     wchar_t l_awszFolder[k_ulMaxPath];
     char l_aszPath[k_ulMaxPath];
+    // A path that was cut to its buffer is another one, and may be there: it is not read.
+    const bool l_bWhole =
+        cecore::GetModuleFileNameW(nullptr, l_awszFolder, k_ulMaxPath) < k_ulMaxPath - 1;
     GetModuleFolder(l_awszFolder, k_ulMaxPath);
-    cecore::FormatNarrow(l_aszPath, sizeof(l_aszPath), "%S%s", l_awszFolder, "TornvalC63.ini");
-    return o_Config.Load(l_aszPath);
+    const size_t l_ulLength =
+        cecore::FormatNarrow(l_aszPath, sizeof(l_aszPath), "%S%s", l_awszFolder, "TornvalC63.ini");
+    return l_bWhole && l_ulLength < sizeof(l_aszPath) - 1 && o_Config.Load(l_aszPath);
 }
 
 } // namespace tornval

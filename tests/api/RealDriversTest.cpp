@@ -435,6 +435,31 @@ TEST(RealDrivers, MeasureFromThreeThreadsAtOnce)
     l_Third.join();
 }
 
+TEST(RealDrivers, WorkBesideProbesFromThreadsOfTheirOwn)
+{
+    const CInstrument l_Instrument(
+        std::string("[BT]\nLOAD=1\nDRIVER_NAME=" TORNVAL_LINKS "/zondebtc6.dll\n"
+                    "[USB]\nLOAD=1\nDRIVER_NAME=" TORNVAL_LINKS "/zondeusbc6.dll\n") +
+        k_pszLog);
+    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+    const auto l_fnRepeat = [](auto i_fnMeasure) {
+        return std::thread([i_fnMeasure] {
+            for (int i = 0; i < 50; ++i) {
+                int32_t l_lValue = 0;
+                ASSERT_EQ(i_fnMeasure(&l_lValue).ulStatus, 0U);
+            }
+        });
+    };
+    std::thread l_aThreads[] = {
+        l_fnRepeat([](int32_t* o_pl) { return GetInstantMeasureOnDevice(2000, o_pl, 0, 1); }),
+        l_fnRepeat([](int32_t* o_pl) { return GetInstantMeasureOnDevice(3000, o_pl, 1, 1); }),
+        l_fnRepeat([](int32_t* o_pl) { return GetInstantMeasure(o_pl, 3); }),
+        l_fnRepeat([](int32_t* o_pl) { return GetMicroOhmMeasure(o_pl); })};
+    for (std::thread& l_Thread : l_aThreads) {
+        l_Thread.join();
+    }
+}
+
 TEST(RealDrivers, SendWhileAnotherThreadWaits)
 {
     const CInstrument l_Instrument;
