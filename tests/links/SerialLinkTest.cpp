@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <deque>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <thread>
@@ -321,41 +322,74 @@ TEST(SerialLink, ReadsItsSection)
               std::filesystem::read_symlink("/proc/self/exe").parent_path() / "TornvalC63.ini");
 }
 
+TEST(SerialLink, WaitsForAQuietLineButNotForEver)
+{
+    const CTestHome l_Home;
+    S_FAR_ENDS l_Far;
+    l_Home.Write("TornvalC63.ini", l_Far.Section(50, 30));
+    CSerialLink l_Link;
+    ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
+    const auto l_fnBabble = [&] { ASSERT_EQ(write(l_Far.BoardPty.Fd(), "\x55\x55\x55", 3), 3); };
+    for (uint64_t i = 1; i <= 3; ++i) {
+        // What comes in before a command shall not stand in front of its answer.
+        l_fnBabble();
+        while (l_Link.Counters(1).Reader.ullBroken + 1 < i) {
+            std::this_thread::sleep_for(1ms);
+        }
+        std::this_thread::sleep_for(5ms);
+        S_LINK_EXCHANGE l_Exchange{l_Link};
+        ASSERT_EQ(l_Exchange.Send(Request(212, {2})), 0U);
+        EXPECT_EQ(l_Exchange.Value(), 3002U);
+    }
+    const uint64_t l_ullHeard = l_Far.BoardEnd.Counters().In.ullFrames;
+    const auto l_End = S_CLOCK::now() + 10s;
+    l_fnBabble();
+    S_LINK_EXCHANGE l_Exchange{l_Link};
+    ASSERT_EQ(l_Exchange.Send(Request(212, {2})), 0U);
+    while (l_Far.BoardEnd.Counters().In.ullFrames == l_ullHeard && S_CLOCK::now() < l_End) {
+        l_fnBabble();
+        std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_EQ(l_Far.BoardEnd.Counters().In.ullFrames, l_ullHeard + 1);
+}
+
 TEST(SerialLink, ComesBackWithALineThatHungUp)
 {
     const CTestHome l_Home;
     const std::filesystem::path l_Name = l_Home.Path("port");
-    auto l_oPty = emulator::CPty::Make();
-    std::filesystem::create_symlink(l_oPty->Name(), l_Name);
     l_Home.Write("TornvalC63.ini", "[SERIAL_LINK]\nPORT_1=" + l_Name.string() + "\n");
     emulator::CBoardFirmware l_Board;
     CSerialLink l_Link;
-    ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
-    for (int i = 0; i < 3; ++i) {
+    std::deque<S_LINK_EXCHANGE> l_Cut; // exchanges that a hang-up ended
+    for (uint64_t i = 0; i < 4; ++i) {
+        auto l_oPty = emulator::CPty::Make();
+        std::filesystem::create_symlink(l_oPty->Name(), l_Name);
+        if (i == 0) {
+            ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
+        }
         {
             const emulator::CLineEnd l_End(l_Board, l_oPty->Fd(), {});
             S_LINK_EXCHANGE l_Exchange{l_Link};
             ASSERT_EQ(l_Exchange.Send(Request(212, {2})), 0U);
             EXPECT_EQ(l_Exchange.Value(), 3002U);
         }
-        // In the middle of an answer, with more commands under way.
-        S_LINK_EXCHANGE l_First{l_Link}, l_Second{l_Link};
-        ASSERT_EQ(l_First.Send(Request(212, {2})), 0U);
-        ASSERT_EQ(l_Second.Send(Request(212, {3})), 0U);
+        // In the middle of an answer, with another command behind it.
+        for (int j = 0; j < 2; ++j) {
+            l_Cut.emplace_back(l_Link);
+            ASSERT_EQ(l_Cut.back().Send(Request(212, {2})), 0U);
+        }
         EXPECT_EQ(write(l_oPty->Fd(), Request(212, {2}).data(), 9), 9);
         std::filesystem::remove(l_Name);
         l_oPty.reset();
-        for (int j = 0; j < 2000 && l_Link.Counters(1).ullHangUps == static_cast<uint64_t>(i);
-             ++j) {
+        for (int j = 0; j < 2000 && l_Link.Counters(1).ullHangUps == i; ++j) {
             std::this_thread::sleep_for(1ms);
         }
-        EXPECT_EQ(l_Link.Counters(1).ullHangUps, static_cast<uint64_t>(i) + 1);
-        // Down: a send says so at once, and nobody is signalled.
+        EXPECT_EQ(l_Link.Counters(1).ullHangUps, i + 1);
+        // Down: a send says so at once.
         EXPECT_EQ(S_LINK_EXCHANGE{l_Link}.Send(Request(212, {2})), 21U);
-        EXPECT_FALSE(l_First.Wait(0ms));
-        EXPECT_FALSE(l_Second.Wait(0ms));
-        l_oPty = emulator::CPty::Make();
-        std::filesystem::create_symlink(l_oPty->Name(), l_Name);
+    }
+    for (const S_LINK_EXCHANGE& l_Exchange : l_Cut) {
+        EXPECT_FALSE(l_Exchange.Wait(0ms));
     }
 }
 
