@@ -28,6 +28,7 @@ TEST(Files, AreFoundByTheTargetsPaths)
 {
     const CTestHome l_Home;
     mkdir(l_Home.Path("sub").c_str(), 0777);
+    setenv("TORNVAL_HD00", l_Home.Path("").c_str(), 1);
     const struct
     {
         std::string strTarget;
@@ -35,11 +36,11 @@ TEST(Files, AreFoundByTheTargetsPaths)
     } l_aCases[] = {{"\\hd00\\log.txt", "log.txt"},
                     {"/hd00/sub\\deep.txt", "sub/deep.txt"},
                     {l_Home.Path("sub\\caf\xE9.txt"), "sub/caf\xE9.txt"},
-                    {"\\hd00x\\other.txt", nullptr},
+                    {"\\hd00sub\\other.txt", nullptr},
                     {"\\hd00\\missing\\folder.txt", nullptr},
                     {"", nullptr},
                     {"\\hd00\\" + std::string(PATH_MAX, 'x'), nullptr},
-                    {l_Home.Path(std::string(PATH_MAX, '/') + "far.txt"), nullptr}};
+                    {std::string(PATH_MAX, '\\'), nullptr}};
     for (const auto& l_Case : l_aCases) {
         EXPECT_EQ(AppendToFile(l_Case.strTarget.c_str(), "text", 4), l_Case.pszFile != nullptr);
         const CUniqueHandle l_hFile(OpenWide(l_Case.strTarget));

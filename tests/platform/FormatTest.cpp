@@ -47,7 +47,7 @@ TEST(Format, KnowsItsConversions)
     const char l_cNegative = static_cast<char>(-2);
     const wchar_t* l_pwszNull = nullptr;
     const std::pair<std::string, std::string> l_aCases[] = {
-        {Narrow("%d %d %7d|%-7d|%07d|%9.3d|%.0d", INT32_MIN, 0, -42, -42, -42, -42, 0),
+        {Narrow("%d %d %7d|%-7d|%07d|%09.3d|%.0d", INT32_MIN, 0, -42, -42, -42, -42, 0),
          "-2147483648 0     -42|-42    |-000042|     -042|"},
         {Narrow("%u %.2u %.2u %02X %04X %08X %08x", ~0U, 5U, 123U, 5U, 0xABU, 0xABU, 0xABU),
          "4294967295 05 123 05 00AB 000000AB 000000ab"},

@@ -1,3 +1,5 @@
+#include <array>
+
 #include <gtest/gtest.h>
 
 #include "platform/Device.h"
@@ -61,13 +63,11 @@ TEST(Devices, AreFoundByNameUsedAndClosed)
     const Handle l_hDevice = OpenDevice();
     UnregisterDevice(L"IMB1:");
     EXPECT_EQ(OpenDevice(), INVALID_HANDLE_VALUE);
-    for (const uint32_t l_ulCode : {77U, 78U}) {
-        uint32_t l_ulReturned = 0;
-        EXPECT_EQ(DeviceIoControl(l_hDevice, l_ulCode, nullptr, 0, nullptr, 0, &l_ulReturned),
-                  l_ulCode == 77);
-        EXPECT_EQ(l_ulReturned, l_ulCode);
-    }
-    EXPECT_TRUE(CloseHandle(l_hDevice));
+    uint32_t l_ulReturned = 0;
+    EXPECT_FALSE(DeviceIoControl(l_hDevice, 78, nullptr, 0, nullptr, 0, &l_ulReturned));
+    EXPECT_TRUE(DeviceIoControl(l_hDevice, 77, nullptr, 0, nullptr, 0, &l_ulReturned));
+    EXPECT_EQ(l_ulReturned, 77U);
+    CloseHandle(l_hDevice);
     EXPECT_FALSE(DeviceIoControl(l_hDevice, 77, nullptr, 0, nullptr, 0, nullptr));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
@@ -95,21 +95,17 @@ TEST(Registry, AnswersAsTheSystemDoes)
 
 TEST(Memory, IsReportedAtTheTargetsScale)
 {
-    const struct
-    {
-        uint64_t ullTotal, ullAvailable; // MiB
-        uint32_t ulTotal, ulAvailable, ulLoad;
-    } l_aCases[] = {{16384, 9000, 512, 256, 50},
-                    {16384, 128, 512, 128, 75},
-                    {16384, 0, 512, 0, 100},
-                    {256, 256, 256, 128, 50},
-                    {1 << 30, 1 << 30, 512, 256, 50}};
+    // In MiB: total and available, what is reported of them, and the load.
+    const std::array<uint32_t, 5> l_aulCases[] = {{16384, 9000, 512, 256, 50},
+                                                  {16384, 128, 512, 128, 75},
+                                                  {16384, 0, 512, 0, 100},
+                                                  {256, 256, 256, 128, 50}};
     S_MEMORYSTATUS l_Status{};
-    for (const auto& l_Case : l_aCases) {
-        ScaleMemoryStatus(l_Case.ullTotal << 20, l_Case.ullAvailable << 20, &l_Status);
-        EXPECT_EQ(l_Status.dwTotalPhys, l_Case.ulTotal << 20);
-        EXPECT_EQ(l_Status.dwAvailPhys, l_Case.ulAvailable << 20);
-        EXPECT_EQ(l_Status.dwMemoryLoad, l_Case.ulLoad);
+    for (const auto& l_aul : l_aulCases) {
+        ScaleMemoryStatus(uint64_t{l_aul[0]} << 20, uint64_t{l_aul[1]} << 20, &l_Status);
+        EXPECT_EQ(l_Status.dwTotalPhys, l_aul[2] << 20);
+        EXPECT_EQ(l_Status.dwAvailPhys, l_aul[3] << 20);
+        EXPECT_EQ(l_Status.dwMemoryLoad, l_aul[4]);
     }
     const S_MEMORYSTATUS l_Override{32, 91, 1000, 90};
     OverrideMemoryStatus(&l_Override);

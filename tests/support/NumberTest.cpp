@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 #include <locale>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -32,40 +33,19 @@ protected:
 TEST(Numbers, AreReadAsTheStandardDoes)
 {
     const std::string l_strZeros(400, '0');
-    const std::string l_astrTexts[] = {"",
-                                       " \t\r\n\v\f-12.5e1x",
-                                       "+.5",
-                                       "5.",
-                                       "1e+",
-                                       "1e+2",
-                                       "1E-2",
-                                       "+-1",
-                                       "++1",
-                                       "-+1",
-                                       "+",
-                                       "- 1",
-                                       "1,5",
-                                       "9007199254740993",
-                                       "9007199254740993.0000000000000000000000001",
-                                       "4.9e-324",
-                                       "1e-400",
-                                       "1e400",
-                                       "-1e400",
-                                       "1e+99999999999999999999999",
-                                       "1e-99999999999999999999999",
-                                       "0e99999999999999999999999",
-                                       "1" + l_strZeros,
-                                       "-1" + l_strZeros + ".0e-5",
-                                       "1" + l_strZeros + "e-400",
-                                       "0." + l_strZeros + "1e5",
-                                       "." + l_strZeros + "1e401"};
-    for (const std::string& l_strText : l_astrTexts) {
+    std::istringstream l_Texts(
+        "-12.5e1x +.5 5. 1e+ 1e+2 1E-2 +-1 ++1 -+1 + 1,5 9007199254740993 4.9e-324 1e-400 1e400 "
+        "9007199254740993.0000000000000000000000001 -1e400 1e+99999999999999999999999 "
+        "1e-99999999999999999999999 0e99999999999999999999999 1" +
+        l_strZeros + " -1" + l_strZeros + ".0e-5 1" + l_strZeros + "e-400 0." + l_strZeros +
+        "1e5 ." + l_strZeros + "1e401");
+    for (std::string l_strText; l_Texts >> l_strText;) {
         EXPECT_EQ(TextToDouble(l_strText), std::strtod(l_strText.c_str(), nullptr)) << l_strText;
     }
-    for (const char* l_pszOther : {"0x10", "inf", "-infinity", "nan", "nan(12)"}) {
-        EXPECT_EQ(TextToDouble(l_pszOther), 0.0) << l_pszOther;
+    for (const char* l_pszNone : {"", "- 1", "0x10", "inf", "-infinity", "nan(12)"}) {
+        EXPECT_EQ(TextToDouble(l_pszNone), 0.0) << l_pszNone;
     }
-    EXPECT_EQ(TextToDouble(std::string_view("123", 2)), 12) << "reads nothing behind the text";
+    EXPECT_EQ(TextToDouble({" \t\r\n\v\f123", 8}), 12) << "reads nothing behind the text";
 }
 
 TEST(Numbers, TruncateWithinTheirRange)
@@ -94,32 +74,24 @@ TEST(Numbers, HaveAPointInEveryLocale)
     char l_aszText[64];
     cecore::FormatNarrow(l_aszText, sizeof(l_aszText), "%f %d", 1234.5, 1234567);
     EXPECT_STREQ(l_aszText, "1234.500000 1234567");
-    // Both with a default of -7; 49 characters of a text count.
-    const char* const l_apszValues[] = {"",
-                                        "12abc",
-                                        "1.5",
-                                        "1,5",
-                                        "-5",
-                                        "+5",
-                                        "abc",
-                                        "0.0",
-                                        "007",
-                                        "'12'",
-                                        "0x1F",
-                                        "2147483648",
-                                        "inf",
-                                        "99999999999999999999",
-                                        "1.00000000000000000000000000000000000000000000000e5"};
-    const uint32_t l_aulInts[] = {0, 12, 1, 1, 0, 0, 0, 0, 7, 0, 0, INT32_MAX, 0, INT32_MAX, 1};
-    const double l_adDoubles[] = {-7, 12, 1.5,          1,  -5,   5, -7, -7, 7,
-                                  12, -7, 2147483648.0, -7, 1e20, 1};
+    // A value, and what it is as a whole and as a real number with a default of -7.
+    std::istringstream l_Table(
+        "12abc 12 12  1.5 1 1.5  1,5 1 1  -5 0 -5  +5 0 5  abc 0 -7  0.0 0 -7  007 7 7 '12' 0 12  "
+        "0x1F 0 -7  inf 0 -7  2147483648 2147483647 2147483648  99999999999999999999 2147483647 "
+        "1e20  1.00000000000000000000000000000000000000000000000e5 1 1");
+    l_Table.imbue(std::locale::classic());
     CConfigFile l_Config;
-    for (size_t i = 0; i < std::size(l_apszValues); ++i) {
-        l_Home.Write("n.ini", std::string("[S]\nK=") + l_apszValues[i]);
+    uint32_t l_ulWhole = 0;
+    double l_dReal = 0;
+    for (std::string l_strValue; l_Table >> l_strValue >> l_ulWhole >> l_dReal;) {
+        l_Home.Write("n.ini", "[S]\nE=\nK=" + l_strValue);
         ASSERT_TRUE(l_Config.Load("\\hd00\\n.ini"));
-        EXPECT_EQ(l_Config.GetInt("S", "K", -7), l_aulInts[i]) << l_apszValues[i];
-        EXPECT_EQ(l_Config.GetDouble("S", "K", -7), l_adDoubles[i]) << l_apszValues[i];
+        EXPECT_EQ(l_Config.GetInt("S", "K", -7), l_ulWhole) << l_strValue;
+        EXPECT_EQ(l_Config.GetDouble("S", "K", -7), l_dReal) << l_strValue;
     }
+    EXPECT_TRUE(l_Table.eof()) << "the whole table was asked";
+    EXPECT_EQ(l_Config.GetInt("S", "E", -7), 0U);
+    EXPECT_EQ(l_Config.GetDouble("S", "E", -7), -7.0);
     EXPECT_EQ(l_Config.GetInt("S", "none", -7), 0xFFFFFFF9U);
     EXPECT_EQ(l_Config.GetDouble("none", "K", 2.5), 2.5);
     if (!l_bGerman) {

@@ -1,6 +1,7 @@
 #include "support/Trace.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <thread>
@@ -74,7 +75,8 @@ TEST(Trace, BeginsEachLineOfTheFileWithItsTimeAndThread)
     EXPECT_EQ(l_Home.Read("log_tornval.txt"), "") << "emptied at the start";
     // The hour of UTC plus one, which makes 24 of 23.
     const auto l_fnStamp = [] {
-        const time_t l_lNow = time(nullptr);
+        // Not time(), which may lag behind by some milliseconds.
+        const auto l_lNow = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
         const tm l_Utc = *gmtime(&l_lNow);
         char l_aszStamp[64];
         snprintf(l_aszStamp, sizeof(l_aszStamp), "%d/%d/%d AT %02d:%02d:%02d", l_Utc.tm_mon + 1,
@@ -113,7 +115,7 @@ TEST(Trace, PutsTicksAndTextOnTheConsole)
 {
     testing::internal::CaptureStdout();
     SetTraceLog(std::make_unique<CTraceLogConsole>(k_usAll));
-    S_TRACE_TEXT<int>{}.Emit(1);
+    S_TRACE_TEXT<int>{}.Emit(1); // no line
     S_TRACE_TEXT<const char*>{FW_LEVEL, L"%S"}.Emit(std::string(5000, 'x').c_str());
     ResetTraceLog();
     Trace(FW_LEVEL, L"w\xE9\x20AC");
