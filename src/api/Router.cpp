@@ -1,8 +1,8 @@
 #include "api/Router.h"
 
-#include <cstdlib>
 #include <new>
 
+#include <cxxabi.h>
 #include <pthread.h>
 
 #include "driver/ModuleFolder.h"
@@ -16,6 +16,9 @@
 #include "simulation/USBProbeDriverSimu.h"
 #include "support/Text.h"
 #include "support/Trace.h"
+
+/** Stands for this library in the exit list, so that an unloading runs and removes its entries. */
+extern "C" __attribute__((visibility("hidden"))) void* __dso_handle; // NOLINT
 
 namespace tornval {
 namespace {
@@ -313,7 +316,8 @@ void CRouter::UnloadAtExit()
         m_ulIMMode == MODE_REAL || m_ulBTMode == MODE_REAL || m_ulUSBMode == MODE_REAL;
     const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     if (l_bReal && !m_mapDrivers.empty()) {
-        static_cast<void>(std::atexit([] { Instance().Retire(); }));
+        static_cast<void>(
+            abi::__cxa_atexit([](void*) { Instance().Retire(); }, nullptr, &__dso_handle));
     }
 }
 
