@@ -180,6 +180,10 @@ TEST(ModuleFolder, EndsInOneBackslash)
         EXPECT_EQ(l_strFolder[l_ulSize], L'#');
     }
     GetModuleFolder(nullptr, 260);
+    for (const size_t l_ulLength : {100U, 200U, 230U, 300U, 5000U}) {
+        setenv("TORNVAL_HOME", l_Home.Path(std::string(l_ulLength, 'y')).c_str(), 1);
+        EXPECT_FALSE(LoadModuleConfiguration(l_Config)) << "not that of the folder above";
+    }
     unsetenv("TORNVAL_HOME");
     wchar_t l_awszOwn[260];
     GetModuleFolder(l_awszOwn, 260);

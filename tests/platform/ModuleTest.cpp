@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -32,6 +33,7 @@ TEST(Modules, AreLoadedByNameBesideTheHostFirst)
         fs::copy_file(TEST_ANSWER, l_Home.Path(l_pszName));
     }
     l_Home.Write("text.dll", "no library");
+    ASSERT_EQ(mkfifo(l_Home.Path("pipe.dll").c_str(), 0666), 0);
     const struct
     {
         std::string strName;
@@ -40,6 +42,7 @@ TEST(Modules, AreLoadedByNameBesideTheHostFirst)
     } l_aCases[] = {{"", 126, false},
                     {"none.dll", 126, false},
                     {"text.dll", 193, false},
+                    {"pipe.dll", 193, false},
                     {l_Home.Path("none.dll"), 126, false},
                     {l_Home.Path("sub"), 193, false},
                     {"good.dll", 0, true},
