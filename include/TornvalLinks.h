@@ -4,8 +4,12 @@
  *
  * The measurement library loads its link libraries by name at run time: one for the internal board
  * and the milliohm module (six entry points RS_...), one for a Bluetooth probe (PBT_...) and one for
- * a USB probe (PUSB_...). A library that lacks one of its entry points is refused. Declare the entry
- * points with TORNVAL_LINK_API and this header checks their types.
+ * a USB probe (PUSB_...). A serial library that lacks one of its entry points is refused; of a probe's
+ * library only the operations that need the missing one fail. Declare the entry points with
+ * TORNVAL_LINK_API and this header checks their types.
+ *
+ * At the end of a process the measurement library closes its links before the libraries' own exit
+ * lists run.
  *
  * Plain C, self-contained. All numbers in the blocks are little-endian.
  */

@@ -120,6 +120,7 @@ CRouter::CRouter() : m_hMutex(cecore::CreateMutexW(false))
     } catch (const std::bad_alloc&) {
         // As without a file: the modes are 0, and nothing can be loaded.
         m_ulBTMode = m_ulUSBMode = m_ulIMMode = MODE_NONE;
+        m_bLoadBT = m_bLoadUSB = false;
     }
     static_cast<void>(pthread_atfork(nullptr, nullptr, [] {
         s_bForked = true;
@@ -186,7 +187,10 @@ std::unique_ptr<CMeasDriver> CRouter::CreateDriver(uint32_t i_ulDriverType)
     Trace(INFO_GENERAL_LEVEL, L"CRouter::CreateDriver> DriverType: %d", i_ulDriverType);
     try {
         return BuildDriver(i_ulDriverType);
-    } catch (const std::bad_alloc&) {
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        // No memory, or a link library that throws: the other drivers are still to come.
         return nullptr;
     }
 }
@@ -242,8 +246,10 @@ S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver
             Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR id=%d is taken",
                   l_ulDriverID);
         }
-    } catch (const std::bad_alloc&) {
-        Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR allocation");
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR exception");
     }
     l_Result.ulStatus = 1;
     io_pDriver.reset();

@@ -80,16 +80,18 @@ S_RESULT CProbeDriver::SendOnLink(const S_PROBE_LINK& i_Link,
         l_Result.ulStatus = 1;
         return l_Result;
     }
-    m_cLastCmdeID = static_cast<int8_t>(i_pCmde->CmdeID);
+    // Read once: what is sent is what was checked, whatever the host does to its record meanwhile.
+    S_SEND_STRUCT l_Cmde = *i_pCmde;
+    m_cLastCmdeID = static_cast<int8_t>(l_Cmde.CmdeID);
     if (!IsKnownCommand(m_cLastCmdeID)) {
         return l_fnFail(i_Link.SendBadCommand);
     }
     if (m_cLastCmdeID == PROBE_CMDE_READ_BOTH) {
         // From now on every reply is decoded as two channels, for the life of the driver.
         m_ulNbChannel = 2;
-        i_pCmde->CmdeID = PROBE_CMDE_READ;
+        l_Cmde.CmdeID = i_pCmde->CmdeID = PROBE_CMDE_READ;
     }
-    const uint32_t l_ulSize = GetSize(*i_pCmde);
+    const uint32_t l_ulSize = GetSize(l_Cmde);
     if (l_ulSize > std::numeric_limits<uint32_t>::max() - k_ulSendOverhead) {
         return l_fnFail(i_Link.SendBadSize, l_ulSize);
     }
@@ -101,9 +103,9 @@ S_RESULT CProbeDriver::SendOnLink(const S_PROBE_LINK& i_Link,
     if (TempSendStruc == nullptr) {
         return l_fnFail(i_Link.SendNoMemory);
     }
-    std::memcpy(TempSendStruc.get(), i_pCmde, sizeof(*i_pCmde));
+    std::memcpy(TempSendStruc.get(), &l_Cmde, sizeof(l_Cmde));
     if (i_pcData != nullptr && l_ulSize != 0) {
-        std::memcpy(TempSendStruc.get() + sizeof(*i_pCmde), i_pcData, l_ulSize);
+        std::memcpy(TempSendStruc.get() + sizeof(l_Cmde), i_pcData, l_ulSize);
     }
     if (o_pReceiveStruct == nullptr) {
         return l_fnFail(i_Link.SendNoReceiveStruct);

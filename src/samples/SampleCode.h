@@ -25,6 +25,22 @@ struct S_SAMPLE_STATE
     uint8_t ucRange = 0;  /**< 0 low, 1 high */
 };
 
+/** Decodes one code of which the first byte is read already; a second one stands at its place. */
+inline size_t DecodeSample(unsigned i_ulFirst, const uint8_t* i_pucSecond, S_SAMPLE_STATE& io_State)
+{
+    if ((i_ulFirst & 0x80U) != 0) {
+        const unsigned l_ulStep = i_ulFirst & 0x3FU;
+        const unsigned l_ulPrevious = io_State.usValue;
+        io_State.usValue = static_cast<uint16_t>(
+            (i_ulFirst & 0x40U) != 0 ? l_ulPrevious - l_ulStep : l_ulPrevious + l_ulStep);
+        return 1;
+    }
+    io_State.usValue = static_cast<uint16_t>(((i_ulFirst & 0x0FU) << 8) | *i_pucSecond |
+                                             ((i_ulFirst & 0x10U) != 0 ? 0xF000U : 0U));
+    io_State.ucRange = static_cast<uint8_t>((i_ulFirst >> 5) & 1U);
+    return 2;
+}
+
 /**
  * Decodes one code.
  *
@@ -34,18 +50,7 @@ struct S_SAMPLE_STATE
  */
 inline size_t DecodeSample(const uint8_t* i_pucCode, S_SAMPLE_STATE& io_State)
 {
-    const unsigned l_ulFirst = i_pucCode[0];
-    if ((l_ulFirst & 0x80U) != 0) {
-        const unsigned l_ulStep = l_ulFirst & 0x3FU;
-        const unsigned l_ulPrevious = io_State.usValue;
-        io_State.usValue = static_cast<uint16_t>(
-            (l_ulFirst & 0x40U) != 0 ? l_ulPrevious - l_ulStep : l_ulPrevious + l_ulStep);
-        return 1;
-    }
-    io_State.usValue = static_cast<uint16_t>(((l_ulFirst & 0x0FU) << 8) | i_pucCode[1] |
-                                             ((l_ulFirst & 0x10U) != 0 ? 0xF000U : 0U));
-    io_State.ucRange = static_cast<uint8_t>((l_ulFirst >> 5) & 1U);
-    return 2;
+    return DecodeSample(i_pucCode[0], i_pucCode + 1, io_State);
 }
 
 /**
@@ -59,10 +64,21 @@ inline int32_t ScaleSampleValue(uint16_t i_usValue, int32_t i_lCoef)
     return static_cast<int32_t>(static_cast<uint32_t>(l_lValue) * static_cast<uint32_t>(i_lCoef));
 }
 
-/** Whether a whole code stands at the head of that many bytes. */
-inline bool HoldsWholeCode(const uint8_t* i_pucCode, size_t i_ulSize)
+/**
+ * Decodes the code at the head of that many bytes. The first byte is read once: what was tested is
+ * what is decoded, whoever writes to the bytes meanwhile.
+ *
+ * @return its length; 0 if no whole code is left.
+ */
+inline size_t NextSample(const uint8_t* i_pucCode, size_t i_ulSize, S_SAMPLE_STATE& io_State)
 {
-    return i_ulSize >= 2 || (i_ulSize == 1 && (i_pucCode[0] & 0x80U) != 0);
+    if (i_ulSize == 0) {
+        return 0;
+    }
+    const unsigned l_ulFirst = *static_cast<const volatile uint8_t*>(i_pucCode);
+    return i_ulSize == 1 && (l_ulFirst & 0x80U) == 0
+               ? 0
+               : DecodeSample(l_ulFirst, i_pucCode + 1, io_State);
 }
 
 /**
@@ -91,12 +107,16 @@ size_t DecodeChannels(const uint8_t* i_pucData, size_t i_ulSize, S_SAMPLE_STATE*
     size_t l_ulUsed = 0;
     size_t l_ulTotal = 0;
     uint32_t l_ulChannel = 0;
-    while (HoldsWholeCode(i_pucData + l_ulUsed, i_ulSize - l_ulUsed)) {
+    for (;;) {
         const auto l_ulIndex = static_cast<uint32_t>(io_plCounts[l_ulChannel]);
-        if (l_ulIndex >= i_ulMaxSamples) {
+        const size_t l_ulLength =
+            l_ulIndex >= i_ulMaxSamples
+                ? 0
+                : NextSample(i_pucData + l_ulUsed, i_ulSize - l_ulUsed, io_pStates[l_ulChannel]);
+        if (l_ulLength == 0) {
             break;
         }
-        l_ulUsed += DecodeSample(i_pucData + l_ulUsed, io_pStates[l_ulChannel]);
+        l_ulUsed += l_ulLength;
         i_fnStore(l_ulChannel, l_ulIndex, io_pStates[l_ulChannel]);
         ++io_plCounts[l_ulChannel];
         ++l_ulTotal;
