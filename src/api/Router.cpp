@@ -142,10 +142,15 @@ void CRouter::Retire()
         cecore::Sleep(1);
     }
     if (s_ulCalls != 0 || s_bForked) {
-        // Somebody is still inside, or these drivers are a copy of the parent's: left alone.
+        // Somebody is still inside, or these drivers are a copy of the parent's: left alone, in a
+        // place that nobody destroys.
         static_cast<void>(m_hMutex.Release());
-        for (auto& l_Entry : m_mapDrivers) {
-            static_cast<void>(l_Entry.second.release());
+        static decltype(m_mapDrivers)* s_pAbandoned = nullptr;
+        if (s_pAbandoned == nullptr) {
+            s_pAbandoned = new (std::nothrow) decltype(m_mapDrivers)();
+        }
+        if (s_pAbandoned != nullptr) {
+            s_pAbandoned->merge(m_mapDrivers);
         }
         return;
     }

@@ -78,7 +78,9 @@ void SetTraceLog(std::unique_ptr<CTraceLog> i_pLog)
 void AbandonTraceLog()
 {
     detail::s_pTraceLog.store(nullptr, std::memory_order_release);
-    static_cast<void>(Owner().pLog.release());
+    static CTraceLog* s_pAbandoned = nullptr;
+    s_pAbandoned = Owner().pLog.release();
+    static_cast<void>(s_pAbandoned);
 }
 
 void ResetTraceLog()

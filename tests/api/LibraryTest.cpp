@@ -166,7 +166,8 @@ TEST(Library, LeavesTheDriversToTheParentOfAFork)
 {
     const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
     EXPECT_EQ(ExitCodeOf([] {
-                  static const CLibrary s_Library;
+                  // Not closed: what a child leaves alone must stay within reach.
+                  static const CLibrary& s_Library = *new CLibrary();
                   static int32_t s_lValue = 0;
                   if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
                       return 1;
