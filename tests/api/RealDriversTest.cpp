@@ -490,7 +490,7 @@ TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)
     const auto l_lThreads = l_fnThreads();
     const uint32_t l_ulHandles = cecore::GetOpenHandleCount();
     // They answer when everyone has given up: each late signal meets a closed event.
-    l_Instrument.Dial("board", "late=5200*100");
+    l_Instrument.Dial("board", "late=6500*100");
     std::vector<std::thread> l_vThreads;
     for (int i = 0; i < 100; ++i) {
         l_vThreads.emplace_back([] {
@@ -502,7 +502,7 @@ TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)
     for (std::thread& l_Thread : l_vThreads) {
         l_Thread.join();
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
     EXPECT_EQ(cecore::GetOpenHandleCount(), l_ulHandles);
     EXPECT_EQ(l_fnThreads(), l_lThreads);
     int32_t l_lValue = 0;
