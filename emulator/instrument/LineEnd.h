@@ -25,11 +25,13 @@ namespace emulator {
 /** How a line carries the frames. */
 struct S_LINE
 {
-    std::chrono::milliseconds Silence{
-        50};             /**< after which a command that is not whole is dropped */
-    uint32_t ulPace = 0; /**< baud rate that commands and answers take their time by; 0: none */
-    double dNoise = 0;   /**< share of the answers that the line damages, 0 to 1 */
-    uint32_t ulSeed = 1; /**< of the noise */
+    /** Without a byte for that long, a command that is not whole is dropped. */
+    std::chrono::milliseconds Silence{400};
+    /** Baud rate that commands and answers take their time by; 0: none. */
+    uint32_t ulPace = 0;
+    /** Share of the answers that the line damages, 0 to 1, and the seed of the damage. */
+    double dNoise = 0;
+    uint32_t ulSeed = 1;
 };
 
 /** What has passed a line. */

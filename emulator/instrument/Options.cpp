@@ -17,10 +17,9 @@ std::optional<int> ReadOptions(int i_lArguments, char** i_ppszArguments, S_OPTIO
         .add_option("--milliohm", o_Options.strMilliOhm,
                     "Serial device of the milliohm module (115200 baud)")
         ->type_name("DEV");
-    auto* l_pPty = l_App.add_flag(
-        "--pty", o_Options.bPty,
-        "Make pseudo terminals for board and module, and print the name of each as a line "
-        "\"board: NAME\", \"milliohm: NAME\" on the standard output");
+    auto* l_pPty =
+        l_App.add_flag("--pty", o_Options.bPty,
+                       "Make a pseudo terminal for each of the two that was given no device");
     l_App
         .add_option("--names", o_Options.strNames,
                     "Folder that gets links board and milliohm to the pseudo terminals: names that "
@@ -61,8 +60,11 @@ std::optional<int> ReadOptions(int i_lArguments, char** i_ppszArguments, S_OPTIO
         ->type_name("MS")
         ->check(CLI::Range(1L, 1000L))
         ->capture_default_str();
-    l_App.footer("Ends on SIGINT or SIGTERM. SIGHUP switches the instruments off and on: what they "
-                 "do not store is forgotten.");
+    l_App.footer(
+        "Prints \"board: NAME\" and \"milliohm: NAME\" on the standard output as soon as a "
+        "port is ready. Ends on SIGINT or SIGTERM. SIGHUP switches the instruments off and on: "
+        "what they "
+        "do not store is forgotten.");
     try {
         l_App.parse(i_lArguments, i_ppszArguments);
         if (o_Options.strBoard.empty() && o_Options.strMilliOhm.empty() && !o_Options.bPty) {

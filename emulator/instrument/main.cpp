@@ -172,14 +172,17 @@ void Run(const S_OPTIONS& i_Options)
     }
     OpenPort(l_aInstruments[0], i_Options.strBoard, i_Options);
     OpenPort(l_aInstruments[1], i_Options.strMilliOhm, i_Options);
-    for (S_INSTRUMENT& l_Instrument : l_aInstruments) {
+    const std::array<std::string, 2> l_astrDevices{i_Options.strBoard, i_Options.strMilliOhm};
+    for (size_t i = 0; i < l_aInstruments.size(); ++i) {
+        S_INSTRUMENT& l_Instrument = l_aInstruments[i];
         if (l_Instrument.pTty || l_Instrument.oPty) {
             const int l_lFd = l_Instrument.pTty ? l_Instrument.pTty->Fd() : l_Instrument.oPty->Fd();
             l_Instrument.pLine =
                 std::make_unique<CLineEnd>(l_Instrument.Firmware, l_lFd, i_Options.Line);
-        }
-        if (l_Instrument.oPty) {
-            std::cout << l_Instrument.pszName << ": " << l_Instrument.oPty->Name() << std::endl;
+            // Whoever started us reads here that the port is ready, and its name.
+            std::cout << l_Instrument.pszName << ": "
+                      << (l_Instrument.oPty ? l_Instrument.oPty->Name() : l_astrDevices[i])
+                      << std::endl;
         }
     }
     Serve(l_aInstruments, l_Signals);

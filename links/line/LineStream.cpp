@@ -81,8 +81,8 @@ bool CLineStream::Step(std::optional<S_CLOCK::time_point> i_oUntil,
         if (!Read(l_bHungUp, i_fnFrame)) {
             return false;
         }
-    } else if (!m_Reader.AtStart() && S_CLOCK::now() >= l_SilentAt) {
-        // Nothing was there to be read: the silence was the line's and not ours.
+    } else if (!m_Reader.AtStart() && l_Start >= l_SilentAt) {
+        // The time was over and yet nothing was there: the silence was the line's and not ours.
         m_Reader.Silence();
     }
     return !IsWriting() || WriteSome();

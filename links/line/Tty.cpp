@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 
@@ -131,6 +132,12 @@ uint32_t CTty::Claim(const S_PORT_SETTINGS& i_Settings)
     }
     (void)tcflush(m_Fd.Get(), TCIOFLUSH);
     return 0;
+}
+
+bool CTty::HasHungUp() const
+{
+    pollfd l_Polled{m_Fd.Get(), 0, 0};
+    return poll(&l_Polled, 1, 0) > 0;
 }
 
 CTty::~CTty()

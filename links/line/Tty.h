@@ -59,6 +59,9 @@ public:
     /** Non-blocking, for reading and writing. */
     [[nodiscard]] int Fd() const { return m_Fd.Get(); }
 
+    /** Whether the other side, or the port itself, is gone by now. */
+    [[nodiscard]] bool HasHungUp() const;
+
 private:
     explicit CTty(int i_lFd) : m_Fd(i_lFd) {}
     uint32_t Claim(const S_PORT_SETTINGS& i_Settings);

@@ -6,6 +6,13 @@
 
 namespace links {
 
+namespace {
+
+/** How long a send waits until the thread has seen what the send sees: that the line hung up. */
+constexpr std::chrono::seconds k_MostNotice{1};
+
+} // namespace
+
 CSerialPort::CSerialPort(S_SETUP i_Setup, std::unique_ptr<CTty> i_pTty)
     : m_Setup(std::move(i_Setup)),
       m_Conversation(m_Book, m_Setup.AnswerTimeout, m_Setup.Silence, m_Setup.Settings.ulBaudRate),
@@ -28,7 +35,11 @@ uint32_t CSerialPort::Send(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID,
         return CECORE_ERROR_INVALID_PARAMETER;
     }
     // The lock keeps a hang-up of the line before from dropping this command.
-    const std::lock_guard l_Lock(m_TtyMutex);
+    std::unique_lock l_Lock(m_TtyMutex);
+    if (m_pTty && m_pTty->HasHungUp()) {
+        // The thread will know in a moment. A command that was taken before that would be lost.
+        m_Down.wait_for(l_Lock, k_MostNotice, [this] { return !m_pTty; });
+    }
     if (!m_pTty) {
         S_TTY_ERROR l_Error;
         m_pTty = CTty::Open(m_Setup.strPath, m_Setup.Settings, l_Error);
@@ -70,6 +81,7 @@ void CSerialPort::Run()
             m_Reader.Silence();
             m_Conversation.Forget();
             m_Book.DropUnanswered();
+            m_Down.notify_all();
         }
     }
 }
@@ -108,8 +120,8 @@ void CSerialPort::TakeNext(CLineStream& io_Stream)
     }
     m_oNoisySince.reset();
     if (const auto l_oCommand = m_Book.Take()) {
-        m_Conversation.Begin(*l_oCommand);
         io_Stream.Write(l_oCommand->vFrame);
+        m_Conversation.Begin(*l_oCommand);
     }
 }
 

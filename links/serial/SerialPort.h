@@ -13,6 +13,7 @@
 #include "links/serial/Conversation.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -80,6 +81,7 @@ private:
     mutable std::mutex m_TtyMutex; // guards what follows
     std::unique_ptr<CTty> m_pTty; // null: the line is down. Used by the thread alone while it is up
     uint64_t m_ullHangUps = 0;
+    std::condition_variable m_Down; // the thread has seen that the line hung up
 
     std::mutex m_JoinMutex;
     std::thread m_Thread;

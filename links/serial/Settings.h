@@ -19,7 +19,7 @@ struct S_SERIAL_SETTINGS
 {
     std::array<std::string, 2> astrPorts{"/dev/ttyS0", "/dev/ttyS1"};
     std::chrono::milliseconds AnswerTimeout{2000}; /**< never less than Silence */
-    std::chrono::milliseconds Silence{100};
+    std::chrono::milliseconds Silence{500};
 };
 
 /** Path of the configuration file: TornvalC63.ini in TORNVAL_HOME or beside the host executable. */

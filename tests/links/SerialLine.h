@@ -42,7 +42,7 @@ struct S_FAR_ENDS
     emulator::CLineEnd ModuleEnd{Module, ModulePty.Fd(), Line};
 
     /** The section that points a link at them. */
-    [[nodiscard]] std::string Section(int i_lAnswerTimeout = 2000, int i_lSilence = 100) const
+    [[nodiscard]] std::string Section(int i_lAnswerTimeout = 2000, int i_lSilence = 500) const
     {
         return "[SERIAL_LINK]\nPORT_1=" + BoardPty.Name() + "\nPORT_2=" + ModulePty.Name() +
                "\nANSWER_TIMEOUT=" + std::to_string(i_lAnswerTimeout) +
