@@ -22,8 +22,10 @@ public:
         if (i_ulMilliseconds == INFINITE) {
             m_Changed.wait(l_Lock, l_fnDone);
         } else if (!l_fnDone() &&
-                   !m_Changed.wait_for(l_Lock, std::chrono::milliseconds(i_ulMilliseconds),
-                                       l_fnDone)) {
+                   // A wait of nothing only looks: the system's timer would cost a thousand looks.
+                   (i_ulMilliseconds == 0 ||
+                    !m_Changed.wait_for(l_Lock, std::chrono::milliseconds(i_ulMilliseconds),
+                                        l_fnDone))) {
             return WAIT_TIMEOUT;
         }
         if (m_bClosed) {
