@@ -1,6 +1,8 @@
 #include "File.h"
 
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <map>
 #include <mutex>
 #include <string>
@@ -129,6 +131,36 @@ bool WriteAll(int i_lDescriptor, const char* i_pcText, size_t i_ulLength)
     return true;
 }
 
+/** Keeps a write to a pipe without a reader from ending the process by SIGPIPE. */
+class CPipeGuard
+{
+public:
+    CPipeGuard()
+    {
+        sigset_t l_Pending{};
+        static_cast<void>(sigpending(&l_Pending));
+        m_bWasPending = sigismember(&l_Pending, SIGPIPE) == 1;
+        sigemptyset(&m_Pipe);
+        sigaddset(&m_Pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_Pipe, &m_Before);
+    }
+    CPipeGuard(const CPipeGuard&) = delete;
+    CPipeGuard& operator=(const CPipeGuard&) = delete;
+    ~CPipeGuard()
+    {
+        // The signal of a write goes to its own thread: what is there now and was not before is ours.
+        constexpr timespec k_Now{};
+        while (!m_bWasPending && sigtimedwait(&m_Pipe, nullptr, &k_Now) < 0 && errno == EINTR) {
+        }
+        pthread_sigmask(SIG_SETMASK, &m_Before, nullptr);
+    }
+
+private:
+    sigset_t m_Pipe{};
+    sigset_t m_Before{};
+    bool m_bWasPending = false;
+};
+
 } // namespace
 
 void RegisterDevice(const wchar_t* i_pwszName, std::shared_ptr<IDevice> i_pDevice)
@@ -240,6 +272,14 @@ bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength
     const CDescriptor l_File =
         OpenRegular(CSystemPath(i_pszPath).Get(), O_WRONLY | O_CREAT | O_APPEND);
     return l_File.Get() >= 0 && WriteAll(l_File.Get(), i_pcText, i_ulLength);
+}
+
+bool WriteToConsole(const char* i_pcText, size_t i_ulLength)
+{
+    const CPipeGuard l_Guard;
+    // Past the stream: a host that prints wide characters has a stream that takes no others.
+    static_cast<void>(std::fflush(stdout));
+    return WriteAll(fileno(stdout), i_pcText, i_ulLength);
 }
 
 bool EmptyFile(const char* i_pszPath)

@@ -48,6 +48,14 @@ CECORE_API CStream OpenForReading(const char* i_pszPath);
 /** Appends text to a file, which is created if need be. @return false if that fails. */
 CECORE_API bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength);
 
+/**
+ * Writes text to the standard output, behind whatever the process has printed so far. A reader that
+ * has gone does not end the process.
+ *
+ * @return false with the last error set if that fails.
+ */
+CECORE_API bool WriteToConsole(const char* i_pcText, size_t i_ulLength);
+
 /** Leaves a file that is there and empty. @return false if that fails. */
 CECORE_API bool EmptyFile(const char* i_pszPath);
 

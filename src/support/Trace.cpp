@@ -1,6 +1,5 @@
 #include "support/Trace.h"
 
-#include <cstdio>
 #include <cstring>
 #include <cwchar>
 
@@ -153,8 +152,7 @@ void CTraceLogConsole::WriteLine(const wchar_t* i_pwszText)
     char l_aszLine[k_ulPrefixSize + k_ulTextSize];
     const size_t l_ulLength = cecore::FormatNarrow(l_aszLine, sizeof(l_aszLine), "[%.ld]%S\n",
                                                    cecore::GetTickCount(), i_pwszText);
-    std::fwrite(l_aszLine, 1, l_ulLength, stdout);
-    std::fflush(stdout);
+    cecore::WriteToConsole(l_aszLine, l_ulLength);
 }
 
 } // namespace tornval

@@ -2,10 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <regex>
 #include <thread>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -123,6 +128,34 @@ TEST(Trace, PutsTicksAndTextOnTheConsole)
     EXPECT_TRUE(std::regex_match(l_strText, std::regex("\\[-?\\d+\\]x{2036} \\[FW_LEVEL\\]\n"
                                                        "\\[-?\\d+\\]w\xE9\\? \\[FW_LEVEL\\]\n")))
         << l_strText;
+}
+
+TEST(Trace, ReachesTheConsoleOfAnyHostAndOutlivesItsReader)
+{
+    const auto l_fnHost = [] {
+        int l_alPipe[2];
+        // Opened anew: this program has printed narrow characters before.
+        if (pipe2(l_alPipe, O_NONBLOCK) != 0 || std::freopen("/dev/null", "w", stdout) == nullptr ||
+            dup2(l_alPipe[1], fileno(stdout)) < 0) {
+            return 1;
+        }
+        close(l_alPipe[1]);
+        std::wprintf(L"host, ");
+        CTraceLogConsole l_Console(k_usAll);
+        l_Console.WriteLine(L"read");
+        char l_acRead[100] = {};
+        if (read(l_alPipe[0], l_acRead, 6) != 6 || std::string(l_acRead) != "host, " ||
+            read(l_alPipe[0], l_acRead, sizeof(l_acRead) - 1) <= 0 ||
+            std::string(l_acRead).find("]read\n") == std::string::npos) {
+            return 2;
+        }
+        close(l_alPipe[0]);
+        l_Console.WriteLine(L"not read");
+        sigset_t l_Pending{};
+        sigpending(&l_Pending);
+        return sigismember(&l_Pending, SIGPIPE) == 0 ? 0 : 3;
+    };
+    EXPECT_EXIT(_exit(l_fnHost()), testing::ExitedWithCode(0), "");
 }
 
 TEST(Trace, NeverMixesTheLinesOfThreads)
