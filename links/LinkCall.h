@@ -10,6 +10,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
+
+#include <unistd.h>
 
 namespace links {
 
@@ -48,6 +51,35 @@ uint32_t Guarded(T_OPERATION i_Operation)
         return Fail(CECORE_ERROR_NOT_ENOUGH_MEMORY);
     }
 }
+
+/**
+ * The link of a library: goes with the library, and its threads with it. Not in a forked child, which
+ * has none of the threads and perhaps their locks: there it is left alone.
+ */
+template <typename T_LINK>
+class COfOneProcess
+{
+public:
+    template <typename... T_ARGUMENTS>
+    explicit COfOneProcess(T_ARGUMENTS&&... i_Arguments)
+        : m_pLink(new T_LINK(std::forward<T_ARGUMENTS>(i_Arguments)...))
+    {
+    }
+    COfOneProcess(const COfOneProcess&) = delete;
+    COfOneProcess& operator=(const COfOneProcess&) = delete;
+    ~COfOneProcess()
+    {
+        if (getpid() == m_lOwner) {
+            delete m_pLink;
+        }
+    }
+
+    T_LINK& operator*() const { return *m_pLink; }
+
+private:
+    const pid_t m_lOwner = getpid();
+    T_LINK* const m_pLink;
+};
 
 } // namespace links
 

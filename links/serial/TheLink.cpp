@@ -4,8 +4,8 @@ namespace links {
 
 CRsLink& TheLink()
 {
-    static CSerialLink s_Link;
-    return s_Link;
+    static const COfOneProcess<CSerialLink> s_Link;
+    return *s_Link;
 }
 
 } // namespace links

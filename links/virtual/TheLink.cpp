@@ -4,8 +4,8 @@ namespace links {
 
 CRsLink& TheLink()
 {
-    static CVirtualLink s_Link;
-    return s_Link;
+    static const COfOneProcess<CVirtualLink> s_Link;
+    return *s_Link;
 }
 
 } // namespace links

@@ -171,35 +171,40 @@ TEST(Library, RefusesACallAfterItsEnd)
 
 TEST(Library, LeavesTheDriversToTheParentOfAFork)
 {
-    const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
-    EXPECT_EQ(ExitCodeOf([] {
-                  // Not closed: what a child leaves alone must stay within reach.
-                  static const CLibrary& s_Library = *new CLibrary();
-                  static int32_t s_lValue = 0;
-                  if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
-                      return 1;
-                  }
-                  // A thread is inside, and may hold any lock, at the moment of each fork.
-                  std::thread([] {
-                      S_DRIVER_INFO l_Info{};
-                      uint32_t l_ulCount = 0;
-                      while (ENTRY(s_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount) == 1) {
+    // The links of the real drivers have threads, which a child has not.
+    for (const std::string& l_strConfiguration :
+         {std::string("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n"), RealConfiguration()}) {
+        const CTestHome l_Home(l_strConfiguration);
+        EXPECT_EQ(ExitCodeOf([] {
+                      // Not closed: what a child leaves alone must stay within reach.
+                      static const CLibrary& s_Library = *new CLibrary();
+                      static int32_t s_lValue = 0;
+                      if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
+                          return 1;
                       }
-                  }).detach();
-                  for (int i = 0; i < 20; ++i) {
-                      const int l_lChild = ExitCodeOf([] {
-                          s_bLeakCheckOff = true;
-                          return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 1
-                                     ? 7
-                                     : 2;
-                      });
-                      if (l_lChild != 7) {
-                          return 3;
+                      // A thread is inside, and may hold any lock, at the moment of each fork.
+                      std::thread([] {
+                          S_DRIVER_INFO l_Info{};
+                          uint32_t l_ulCount = 0;
+                          while (ENTRY(s_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount) == 1) {
+                          }
+                      }).detach();
+                      for (int i = 0; i < 20; ++i) {
+                          const int l_lChild = ExitCodeOf([] {
+                              s_bLeakCheckOff = true;
+                              return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 1
+                                         ? 7
+                                         : 2;
+                          });
+                          if (l_lChild != 7) {
+                              return 3;
+                          }
                       }
-                  }
-                  return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 0 ? 7 : 4;
-              }),
-              7);
+                      return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 0 ? 7
+                                                                                             : 4;
+                  }),
+                  7);
+    }
 }
 
 TEST(Library, HoldsTheRecordingInLittleMemory)
