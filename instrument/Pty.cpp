@@ -1,4 +1,4 @@
-#include "emulator/instrument/Pty.h"
+#include "instrument/Pty.h"
 
 #include "links/line/Tty.h"
 

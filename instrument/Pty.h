@@ -2,8 +2,8 @@
  * @file Pty.h
  * @brief A pseudo terminal whose far side plays the serial port of an instrument.
  */
-#ifndef EMULATOR_PTY_H
-#define EMULATOR_PTY_H
+#ifndef INSTRUMENT_PTY_H
+#define INSTRUMENT_PTY_H
 
 #include "links/line/Descriptor.h"
 
@@ -35,4 +35,4 @@ private:
 
 } // namespace emulator
 
-#endif // EMULATOR_PTY_H
+#endif // INSTRUMENT_PTY_H

@@ -2,8 +2,8 @@
  * @file LineNoise.h
  * @brief A line that loses, adds and flips bytes.
  */
-#ifndef EMULATOR_LINE_NOISE_H
-#define EMULATOR_LINE_NOISE_H
+#ifndef INSTRUMENT_LINE_NOISE_H
+#define INSTRUMENT_LINE_NOISE_H
 
 #include <cstdint>
 #include <random>
@@ -43,4 +43,4 @@ private:
 
 } // namespace emulator
 
-#endif // EMULATOR_LINE_NOISE_H
+#endif // INSTRUMENT_LINE_NOISE_H

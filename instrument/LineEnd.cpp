@@ -1,4 +1,4 @@
-#include "emulator/instrument/LineEnd.h"
+#include "instrument/LineEnd.h"
 
 #include <utility>
 

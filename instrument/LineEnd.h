@@ -2,11 +2,11 @@
  * @file LineEnd.h
  * @brief An emulated instrument at the far end of a serial line.
  */
-#ifndef EMULATOR_LINE_END_H
-#define EMULATOR_LINE_END_H
+#ifndef INSTRUMENT_LINE_END_H
+#define INSTRUMENT_LINE_END_H
 
 #include "emulator/Firmware.h"
-#include "emulator/instrument/LineNoise.h"
+#include "instrument/LineNoise.h"
 #include "links/line/Descriptor.h"
 #include "links/line/FrameReader.h"
 #include "links/line/LineStream.h"
@@ -91,4 +91,4 @@ private:
 
 } // namespace emulator
 
-#endif // EMULATOR_LINE_END_H
+#endif // INSTRUMENT_LINE_END_H

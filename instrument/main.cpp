@@ -4,10 +4,10 @@
  */
 #include "emulator/BoardFirmware.h"
 #include "emulator/MilliOhmFirmware.h"
-#include "emulator/instrument/LineEnd.h"
-#include "emulator/instrument/Options.h"
-#include "emulator/instrument/Pty.h"
-#include "emulator/instrument/Status.h"
+#include "instrument/LineEnd.h"
+#include "instrument/Options.h"
+#include "instrument/Pty.h"
+#include "instrument/Status.h"
 #include "links/line/Tty.h"
 
 #include <array>
@@ -35,7 +35,7 @@ class CStableName
 {
 public:
     CStableName(std::filesystem::path i_Name, const std::string& i_strTarget)
-        : m_Name(std::move(i_Name))
+        : m_Name(std::move(i_Name)), m_strTarget(i_strTarget)
     {
         // Over an old one in one step: who opens the name finds the old terminal or the new one.
         const std::filesystem::path l_New = m_Name.string() + "." + std::to_string(getpid());
@@ -46,12 +46,16 @@ public:
     CStableName& operator=(const CStableName&) = delete;
     ~CStableName()
     {
+        // Not that of a successor.
         std::error_code l_Error;
-        std::filesystem::remove(m_Name, l_Error);
+        if (std::filesystem::read_symlink(m_Name, l_Error) == m_strTarget) {
+            std::filesystem::remove(m_Name, l_Error);
+        }
     }
 
 private:
     const std::filesystem::path m_Name;
+    const std::string m_strTarget;
 };
 
 /** One instrument with its port and its line; the line ends first. */

@@ -2,10 +2,10 @@
  * @file Status.h
  * @brief The status line of tornval-instrument.
  */
-#ifndef EMULATOR_STATUS_H
-#define EMULATOR_STATUS_H
+#ifndef INSTRUMENT_STATUS_H
+#define INSTRUMENT_STATUS_H
 
-#include "emulator/instrument/LineEnd.h"
+#include "instrument/LineEnd.h"
 
 #include <string>
 #include <utility>
@@ -33,4 +33,4 @@ private:
 
 } // namespace emulator
 
-#endif // EMULATOR_STATUS_H
+#endif // INSTRUMENT_STATUS_H

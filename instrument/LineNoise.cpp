@@ -1,4 +1,4 @@
-#include "emulator/instrument/LineNoise.h"
+#include "instrument/LineNoise.h"
 
 #include "emulator/Firmware.h"
 

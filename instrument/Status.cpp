@@ -1,4 +1,4 @@
-#include "emulator/instrument/Status.h"
+#include "instrument/Status.h"
 
 #include <iostream>
 

@@ -1,4 +1,4 @@
-#include "emulator/instrument/Options.h"
+#include "instrument/Options.h"
 
 #include <CLI/CLI.hpp>
 

@@ -2,10 +2,10 @@
  * @file Options.h
  * @brief The command line of tornval-instrument.
  */
-#ifndef EMULATOR_OPTIONS_H
-#define EMULATOR_OPTIONS_H
+#ifndef INSTRUMENT_OPTIONS_H
+#define INSTRUMENT_OPTIONS_H
 
-#include "emulator/instrument/LineEnd.h"
+#include "instrument/LineEnd.h"
 
 #include <optional>
 #include <string>
@@ -30,4 +30,4 @@ std::optional<int> ReadOptions(int i_lArguments, char** i_ppszArguments, S_OPTIO
 
 } // namespace emulator
 
-#endif // EMULATOR_OPTIONS_H
+#endif // INSTRUMENT_OPTIONS_H
