@@ -14,11 +14,10 @@ constexpr const char* k_pszLibrary = "serial_link";
 
 uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o_pPort)
 {
-    const std::string l_strFile = SettingsPath();
     S_SERIAL_SETTINGS l_Settings;
     std::string l_strError;
-    if (!ReadSettings(l_strFile, l_Settings, l_strError)) {
-        Complain(k_pszLibrary, l_strFile + ": " + l_strError);
+    if (!ReadSettings(l_Settings, l_strError)) {
+        Complain(k_pszLibrary, "TornvalC63.ini: " + l_strError);
         return CECORE_ERROR_INVALID_DATA;
     }
     const CSerialPort::S_SETUP l_Setup{l_Settings.astrPorts[i_Open.ulPort - 1],

@@ -22,18 +22,14 @@ struct S_SERIAL_SETTINGS
     std::chrono::milliseconds Silence{500};
 };
 
-/** Path of the configuration file: TornvalC63.ini in TORNVAL_HOME or beside the host executable. */
-std::string SettingsPath();
-
 /**
- * Reads the section. The first of equal keys counts; names are compared without case. A file or a
- * key that is not there leaves the defaults.
+ * Reads the section from the configuration file of the host. A file or a key that is not there
+ * leaves the defaults.
  *
  * @param[out] o_strError what is wrong, if the result is false.
  * @return false if a number is none or out of its range.
  */
-bool ReadSettings(const std::string& i_strPath, S_SERIAL_SETTINGS& o_Settings,
-                  std::string& o_strError);
+bool ReadSettings(S_SERIAL_SETTINGS& o_Settings, std::string& o_strError);
 
 } // namespace links
 
