@@ -13,18 +13,14 @@ bool CExchangeBook::Add(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID, ui
     if (m_bClosed) {
         return false;
     }
-    const std::thread::id l_Sender = std::this_thread::get_id();
     std::erase_if(m_Exchanges, [&](const S_EXCHANGE& i_Old) {
-        const bool l_bSameEvent = i_ulEvent != 0 && i_Old.ulEvent == i_ulEvent;
-        const bool l_bLeft = i_Old.eState == E_STATE::Ready && i_Old.Sender == l_Sender &&
-                             i_Old.ucCmdeID == i_ucCmdeID;
-        return l_bSameEvent || l_bLeft;
+        return i_ulEvent != 0 && i_Old.ulEvent == i_ulEvent;
     });
     if (m_Exchanges.size() >= k_ulMaxExchanges) {
         m_Exchanges.pop_front();
     }
     m_Exchanges.push_back({m_ullNextNumber++,
-                           l_Sender,
+                           std::this_thread::get_id(),
                            i_ulEvent,
                            i_ucCmdeID,
                            E_STATE::Sent,
@@ -41,14 +37,20 @@ CExchangeBook::S_ITERATOR CExchangeBook::FindSent()
 
 CExchangeBook::S_ITERATOR CExchangeBook::FindReady(uint16_t i_usCmdeID)
 {
-    const auto l_Find = [&](bool i_bAnySender) {
-        return std::find_if(m_Exchanges.begin(), m_Exchanges.end(), [&](const S_EXCHANGE& i_Each) {
-            return i_Each.eState == E_STATE::Ready && i_Each.ucCmdeID == i_usCmdeID &&
-                   (i_bAnySender || i_Each.Sender == std::this_thread::get_id());
-        });
-    };
-    const S_ITERATOR l_itOwn = l_Find(false);
-    return l_itOwn != m_Exchanges.end() ? l_itOwn : l_Find(true);
+    S_ITERATOR l_itOldest = m_Exchanges.end(), l_itOwn = m_Exchanges.end();
+    bool l_bHasOwn = false;
+    for (auto l_it = m_Exchanges.begin(); l_it != m_Exchanges.end(); ++l_it) {
+        if (l_it->ucCmdeID != i_usCmdeID) {
+            continue;
+        }
+        const bool l_bOwn = l_it->Sender == std::this_thread::get_id();
+        l_bHasOwn |= l_bOwn;
+        if (l_it->eState == E_STATE::Ready) {
+            l_itOwn = l_bOwn ? l_it : l_itOwn;
+            l_itOldest = l_itOldest == m_Exchanges.end() ? l_it : l_itOldest;
+        }
+    }
+    return l_bHasOwn ? l_itOwn : l_itOldest;
 }
 
 CExchangeBook::S_ITERATOR CExchangeBook::FindNumber(uint64_t i_ullNumber)

@@ -22,11 +22,11 @@ namespace links {
  *
  * Several commands may be under way at once. Three rules keep an answer from reaching the wrong
  * command, since a fetch names no more than the CmdeID:
- *  - a fetch takes the oldest ready answer with its CmdeID that answers a send of the same thread;
- *    if there is none, the oldest with its CmdeID;
+ *  - a fetch takes the newest answer with its CmdeID to a send of the same thread, so that a measure
+ *    between a send and its fetch leaves them alone; a thread that has sent no such command takes
+ *    the oldest of any;
  *  - an answer whose event is gone is dropped: whoever sent the command has given up;
- *  - a send drops the earlier exchange that has its event, and an answer to the same CmdeID that
- *    the same thread has left unfetched.
+ *  - a send drops the earlier exchange that has its event.
  *
  * All operations may be called from any thread.
  */

@@ -26,9 +26,11 @@ uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t baud_rate, uint32
 }
 
 uint32_t RS_DeviceIoControl(uint32_t constant, uint32_t code, const void* in, uint32_t in_size,
-                            void* out, uint32_t out_size, uint32_t* count, uint32_t zero)
+                            void* out, uint32_t out_size, uint32_t* count, uint32_t /*zero*/)
 {
-    return RS_DeviceIoControl_Ex(constant, code, in, in_size, out, out_size, count, zero, 0);
+    return Guarded([&] {
+        return TheLink().Control({constant, code, in, in_size, out, out_size, count}, 0);
+    });
 }
 
 uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in, uint32_t in_size,
@@ -36,7 +38,11 @@ uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in,
                                uint32_t link_handle)
 {
     return Guarded([&] {
-        return TheLink().Control({constant, code, in, in_size, out, out_size, count}, link_handle);
+        // 0 is what the caller has whose open failed. It must not reach the link of RS_Init().
+        return link_handle == 0
+                   ? links::Fail(CECORE_ERROR_INVALID_HANDLE)
+                   : TheLink().Control({constant, code, in, in_size, out, out_size, count},
+                                       link_handle);
     });
 }
 
