@@ -69,7 +69,7 @@ constexpr std::array k_aSystemErrors = {
     S_WORDS{126, "library not found"},
     S_WORDS{127, "entry point not found"},
     S_WORDS{161, "bad path name"},
-    S_WORDS{170, "busy: an earlier command is still under way"},
+    S_WORDS{170, "busy: in use by another program, or an earlier command is still under way"},
     S_WORDS{183, "it exists already"},
     S_WORDS{193, "not a loadable library of this machine's kind"},
     S_WORDS{206, "name too long"},

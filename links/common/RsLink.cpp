@@ -4,6 +4,8 @@
 #include "emulator/Bytes.h"
 
 #include <algorithm>
+#include <csignal>
+#include <utility>
 
 namespace links {
 
@@ -17,6 +19,21 @@ uint32_t CRsPort::FillBlock(uint32_t i_ulStatus, std::span<const uint8_t> i_Fram
     PutNumber(o_Block, 0, 4, i_ulStatus);
     std::copy_n(i_Frame.begin(), l_ulLength, o_Block.begin() + RS_ANSWER_FRAME_OFFSET);
     return static_cast<uint32_t>(RS_ANSWER_FRAME_OFFSET + l_ulLength);
+}
+
+std::thread CRsPort::StartThread(std::function<void()> i_fnRun)
+{
+    sigset_t l_All{}, l_Before{};
+    sigfillset(&l_All);
+    pthread_sigmask(SIG_SETMASK, &l_All, &l_Before);
+    try {
+        std::thread l_Thread(std::move(i_fnRun));
+        pthread_sigmask(SIG_SETMASK, &l_Before, nullptr);
+        return l_Thread;
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &l_Before, nullptr);
+        throw;
+    }
 }
 
 CRsLink::~CRsLink()

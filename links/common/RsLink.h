@@ -8,9 +8,11 @@
 #include "links/LinkCall.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
+#include <thread>
 #include <vector>
 
 namespace links {
@@ -53,11 +55,14 @@ protected:
     /** Writes status word and answer frame; gives the bytes written. */
     static uint32_t FillBlock(uint32_t i_ulStatus, std::span<const uint8_t> i_Frame,
                               std::span<uint8_t> o_Block);
+
+    /** Starts the thread of a port. It takes no signal: those are the host's. */
+    static std::thread StartThread(std::function<void()> i_fnRun);
 };
 
 /**
- * The six operations of a serial link library. All may be called from any thread; those on
- * different ports do not wait for each other. They give 0 on a failure and leave the reason as the
+ * The six operations of a serial link library. All may be called from any thread. Sends and
+ * fetches on different ports do not wait for each other. They give 0 on a failure and leave the reason as the
  * last error, among them: 2 no such port, 6 no such link, 87 a bad argument, 170 the port is open
  * already.
  */

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace links {
@@ -25,6 +26,13 @@ void CLineStream::Write(std::span<const uint8_t> i_Bytes)
     m_vOut.insert(m_vOut.end(), i_Bytes.begin(), i_Bytes.end());
     // What goes at once need not wait for the next step; a line that has hung up shows itself there.
     (void)WriteSome();
+}
+
+void CLineStream::Abandon()
+{
+    m_vOut.clear();
+    m_ulWritten = 0;
+    (void)tcflush(m_lFd, TCOFLUSH);
 }
 
 /** Bytes that may go out by now. */

@@ -44,6 +44,9 @@ public:
     /** Queues bytes to go out. */
     void Write(std::span<const uint8_t> i_Bytes);
 
+    /** Throws away what did not go out yet. */
+    void Abandon();
+
     /** Whether bytes wait to go out. */
     [[nodiscard]] bool IsWriting() const { return m_ulWritten < m_vOut.size(); }
 

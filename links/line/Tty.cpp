@@ -12,6 +12,8 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace links {
 
@@ -50,6 +52,16 @@ uint32_t ErrorNumber(int i_lErrno)
     default:
         return CECORE_ERROR_GEN_FAILURE;
     }
+}
+
+/** A terminal whose far end keeps it open: the exclusive mode would outlive an owner that was killed,
+ *  and shut the next one out. The lock goes with its owner. */
+bool IsPseudoTerminal(int i_lFd)
+{
+    constexpr unsigned k_ulFirstMajor = 136, k_ulLastMajor = 143; // of /dev/pts
+    struct stat l_Status = {};
+    return fstat(i_lFd, &l_Status) == 0 && major(l_Status.st_rdev) >= k_ulFirstMajor &&
+           major(l_Status.st_rdev) <= k_ulLastMajor;
 }
 
 void SetRaw(termios& io_Settings)
@@ -104,7 +116,7 @@ uint32_t CTty::Claim(const S_PORT_SETTINGS& i_Settings)
     // The lock keeps out whoever locks too, whatever his rights; the exclusive mode keeps out
     // everyone but root. The lock comes first: it tells whether there is someone to disturb.
     if (tcgetattr(m_Fd.Get(), &l_Before) != 0 || flock(m_Fd.Get(), LOCK_EX | LOCK_NB) != 0 ||
-        ioctl(m_Fd.Get(), TIOCEXCL) != 0) {
+        (!IsPseudoTerminal(m_Fd.Get()) && ioctl(m_Fd.Get(), TIOCEXCL) != 0)) {
         return ErrorNumber(errno);
     }
     m_oBefore = l_Before;

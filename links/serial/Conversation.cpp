@@ -33,11 +33,15 @@ void CConversation::Begin(const CExchangeBook::S_COMMAND& i_Command)
     const std::chrono::milliseconds l_Granted(
         100 * emulator::GetNumber(i_Command.vFrame, RS_FRAME_TIMEOUT_OFFSET, 2));
     const auto l_Time = std::max(m_AnswerTimeout, std::min(l_Granted, k_MostTime));
-    const auto l_Deadline =
-        S_CLOCK::now() + l_Time + LineTime(i_Command.vFrame.size(), m_ulBaudRate);
-    m_oCurrent = {i_Command.ullNumber, KeyOf(i_Command.vFrame), l_Deadline,
-                  l_Deadline + m_AnswerTimeout + LineTime(k_ulLongestFrame, m_ulBaudRate),
-                  std::nullopt};
+    m_oCurrent = {i_Command.ullNumber, KeyOf(i_Command.vFrame), {}, {}, std::nullopt};
+    SetDeadline(S_CLOCK::now() + l_Time + LineTime(i_Command.vFrame.size(), m_ulBaudRate));
+}
+
+void CConversation::SetDeadline(S_CLOCK::time_point i_Deadline)
+{
+    m_oCurrent->Deadline = i_Deadline;
+    m_oCurrent->LastDeadline =
+        i_Deadline + m_AnswerTimeout + LineTime(k_ulLongestFrame, m_ulBaudRate);
 }
 
 void CConversation::Answer(std::vector<uint8_t> i_vFrame)
@@ -64,7 +68,7 @@ void CConversation::Answer(std::vector<uint8_t> i_vFrame)
     }
     if (l_bMayBeCurrent) {
         m_oCurrent->ovHeld = std::move(i_vFrame);
-        m_oCurrent->Deadline = m_oCurrent->LastDeadline = S_CLOCK::now() + m_AnswerTimeout;
+        SetDeadline(S_CLOCK::now() + m_AnswerTimeout);
     } else {
         ++m_ullLate;
     }

@@ -43,7 +43,7 @@ public:
     using S_CLOCK = std::chrono::steady_clock;
 
     /** Most time that a frame can give its instrument. */
-    static constexpr std::chrono::milliseconds k_MostTime{5000};
+    static constexpr std::chrono::milliseconds k_MostTime{60'000};
 
     /**
      * @param io_Book         where the commands come from.
@@ -89,6 +89,7 @@ private:
     };
 
     static S_KEY KeyOf(const std::vector<uint8_t>& i_vFrame);
+    void SetDeadline(S_CLOCK::time_point i_Deadline);
     void Deliver(std::vector<uint8_t> i_vFrame);
 
     CExchangeBook& m_Book;

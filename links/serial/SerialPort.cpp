@@ -2,6 +2,7 @@
 
 #include "TornvalLinks.h"
 
+#include <new>
 #include <utility>
 
 namespace links {
@@ -10,6 +11,8 @@ namespace {
 
 /** How long a send waits until the thread has seen what the send sees: that the line hung up. */
 constexpr std::chrono::seconds k_MostNotice{1};
+
+constexpr const char* k_pszLibrary = "serial_link";
 
 } // namespace
 
@@ -20,7 +23,7 @@ CSerialPort::CSerialPort(S_SETUP i_Setup, std::unique_ptr<CTty> i_pTty)
                      LineTime(k_ulLongestFrame, m_Setup.Settings.ulBaudRate)),
       m_pTty(std::move(i_pTty))
 {
-    m_Thread = std::thread([this] { Run(); });
+    m_Thread = StartThread([this] { Run(); });
 }
 
 CSerialPort::~CSerialPort()
@@ -40,18 +43,29 @@ uint32_t CSerialPort::Send(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID,
         // The thread will know in a moment. A command that was taken before that would be lost.
         m_Down.wait_for(l_Lock, k_MostNotice, [this] { return !m_pTty; });
     }
-    if (!m_pTty) {
-        S_TTY_ERROR l_Error;
-        m_pTty = CTty::Open(m_Setup.strPath, m_Setup.Settings, l_Error);
-        if (!m_pTty) {
-            return CECORE_ERROR_NOT_READY;
-        }
+    if (m_Book.IsClosed()) {
+        return CECORE_ERROR_INVALID_HANDLE;
+    }
+    if (!m_pTty && !OpenAgain()) {
+        return CECORE_ERROR_NOT_READY;
     }
     if (!m_Book.Add(i_Frame, i_ucCmdeID, i_ulEvent)) {
         return CECORE_ERROR_INVALID_HANDLE;
     }
     m_Bell.Ring();
     return 0;
+}
+
+/** The port by its name once more. Why it does not open is told once for each time it goes down. */
+bool CSerialPort::OpenAgain()
+{
+    S_TTY_ERROR l_Error;
+    m_pTty = CTty::Open(m_Setup.strPath, m_Setup.Settings, l_Error);
+    if (!m_pTty && !m_bComplained) {
+        Complain(k_pszLibrary, l_Error.strText);
+    }
+    m_bComplained = !m_pTty;
+    return m_pTty != nullptr;
 }
 
 uint32_t CSerialPort::Fetch(uint16_t i_usCmdeID, std::span<uint8_t> o_Block, uint32_t& o_ulCount)
@@ -86,9 +100,10 @@ void CSerialPort::Run()
     }
 }
 
-/** Talks until the port is stopped; false: until the line hung up. */
+/** Talks until the port is stopped; false: until the line hung up. A line that there is no memory
+ *  for counts as hung up: nothing may be thrown out of a thread. */
 bool CSerialPort::Talk(int i_lFd)
-{
+try {
     CLineStream l_Stream(i_lFd, m_Bell, m_Reader, m_Setup.Silence);
     m_oNoisySince.reset();
     while (!m_Book.IsClosed()) {
@@ -101,13 +116,19 @@ bool CSerialPort::Talk(int i_lFd)
         m_Conversation.Expire(m_Reader.InFrame());
     }
     return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 /** Puts the next command on the line, if the line is free and quiet. */
 void CSerialPort::TakeNext(CLineStream& io_Stream)
 {
-    if (m_Conversation.IsBusy() || io_Stream.IsWriting()) {
+    if (m_Conversation.IsBusy()) {
         return;
+    }
+    if (io_Stream.IsWriting()) {
+        // The time of the command before is over, and the line has not even taken all of it.
+        io_Stream.Abandon();
     }
     if (!m_Reader.AtStart()) {
         // Something that is no answer to the next command comes in: it shall not stand before it.
@@ -166,9 +187,9 @@ void CSerialPort::Report() const
         }
     }
     if (!l_strText.empty()) {
-        Complain("serial_link", m_Setup.strPath + ": " +
-                                    std::to_string(l_Counters.Conversation.ullAnswered) +
-                                    " answers, " + l_strText);
+        Complain(k_pszLibrary, m_Setup.strPath + ": " +
+                                   std::to_string(l_Counters.Conversation.ullAnswered) +
+                                   " answers, " + l_strText);
     }
 }
 

@@ -65,6 +65,7 @@ public:
     [[nodiscard]] S_PORT_COUNTERS Counters() const;
 
 private:
+    bool OpenAgain();
     void Run();
     bool Talk(int i_lFd);
     void TakeNext(CLineStream& io_Stream);
@@ -80,6 +81,7 @@ private:
 
     mutable std::mutex m_TtyMutex; // guards what follows
     std::unique_ptr<CTty> m_pTty; // null: the line is down. Used by the thread alone while it is up
+    bool m_bComplained = false;
     uint64_t m_ullHangUps = 0;
     std::condition_variable m_Down; // the thread has seen that the line hung up
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -13,7 +14,7 @@ using emulator::E_FAULT;
 CVirtualPort::CVirtualPort(emulator::CFirmware& i_Firmware, emulator::CEnvironment& i_Environment)
     : m_Firmware(i_Firmware), m_Environment(i_Environment)
 {
-    m_Thread = std::thread([this] { Run(); });
+    m_Thread = StartThread([this] { Run(); });
 }
 
 CVirtualPort::~CVirtualPort()
@@ -71,22 +72,33 @@ uint32_t CVirtualPort::AllowClose()
 void CVirtualPort::Run()
 {
     while (!m_Book.IsClosed()) {
-        std::optional<CExchangeBook::S_CLOCK::time_point> l_oNext;
-        for (const S_LATE& l_Late : m_vLate) {
-            l_oNext = std::min(l_oNext.value_or(l_Late.Due), l_Late.Due);
+        try {
+            Step();
+        } catch (const std::bad_alloc&) {
+            // The host goes on without these answers.
+            m_Book.DropUnanswered();
         }
-        if (const auto l_oCommand = m_Book.WaitAndTake(l_oNext)) {
-            emulator::S_REPLY l_Reply = m_Firmware.Handle(l_oCommand->vFrame);
-            if (l_Reply.bAnswered) {
-                m_vLate.push_back(
-                    {CExchangeBook::S_CLOCK::now() + std::chrono::milliseconds(l_Reply.ulDelayMs),
-                     l_oCommand->ullNumber, std::move(l_Reply.vFrame)});
-            } else {
-                m_Book.Drop(l_oCommand->ullNumber);
-            }
-        }
-        DeliverDue();
     }
+}
+
+/** Takes a command, or waits until an answer is due. */
+void CVirtualPort::Step()
+{
+    std::optional<CExchangeBook::S_CLOCK::time_point> l_oNext;
+    for (const S_LATE& l_Late : m_vLate) {
+        l_oNext = std::min(l_oNext.value_or(l_Late.Due), l_Late.Due);
+    }
+    if (const auto l_oCommand = m_Book.WaitAndTake(l_oNext)) {
+        emulator::S_REPLY l_Reply = m_Firmware.Handle(l_oCommand->vFrame);
+        if (l_Reply.bAnswered) {
+            m_vLate.push_back(
+                {CExchangeBook::S_CLOCK::now() + std::chrono::milliseconds(l_Reply.ulDelayMs),
+                 l_oCommand->ullNumber, std::move(l_Reply.vFrame)});
+        } else {
+            m_Book.Drop(l_oCommand->ullNumber);
+        }
+    }
+    DeliverDue();
 }
 
 void CVirtualPort::DeliverDue()

@@ -46,6 +46,7 @@ private:
     };
 
     void Run();
+    void Step();
     void DeliverDue();
     void ReadControl();
 

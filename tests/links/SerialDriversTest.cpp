@@ -149,7 +149,7 @@ TEST(SerialDrivers, MissNothingInTenThousandExchanges)
     const S_FAR_ENDS l_Far;
     CHost l_Host(l_Far.Section());
     const auto l_fnBoard = [](uint32_t i_ulVoie) {
-        for (int i = 0; i < 3500; ++i) {
+        for (int i = 0; i < 5000; ++i) {
             int32_t l_lValue = 0;
             ASSERT_EQ(GetInstantMeasure(&l_lValue, i_ulVoie), k_Good);
             // Each thread gets its own input's value, never the other's.
@@ -165,7 +165,7 @@ TEST(SerialDrivers, MissNothingInTenThousandExchanges)
     l_First.join();
     l_Second.join();
     for (const auto& [l_pEnd, l_ullFrames] :
-         {std::pair(&l_Far.BoardEnd, 7002U), std::pair(&l_Far.ModuleEnd, 3000U)}) {
+         {std::pair(&l_Far.BoardEnd, 10'002U), std::pair(&l_Far.ModuleEnd, 3000U)}) {
         EXPECT_EQ(l_pEnd->Counters().In.ullFrames, l_ullFrames);
         EXPECT_EQ(l_pEnd->Counters().ullOut, l_ullFrames);
         EXPECT_EQ(l_pEnd->Counters().In.ullDropped, 0U);
@@ -277,6 +277,68 @@ TEST(SerialDrivers, WorkAgainWhenAKilledInstrumentIsBack)
     EXPECT_EQ(l_Host.Exchange(211), (S_RESULT{3, 5, 0, 1005, 1}));
     EXPECT_EQ(l_oProgram->End(SIGTERM), 0);
     EXPECT_NE(l_oProgram->ErrorLine().find("milliohm: in 1, out 1, bad CRC 0"), std::string::npos);
+}
+
+TEST(SerialDrivers, GoOnWhenAnInstrumentRestartsBehindAPortThatStays)
+{
+    S_FAR_ENDS l_Far;
+    emulator::CPty l_Pty = emulator::CPty::Make().value();
+    const emulator::S_LINE l_Line{400ms, 460800};
+    std::optional<emulator::CLineEnd> l_oEnd(std::in_place, l_Far.Board, l_Pty.Fd(), l_Line);
+    l_Far.Board.SetRows(21'000);
+    CHost l_Host("[SERIAL_LINK]\nPORT_1=" + l_Pty.Name() + "\nPORT_2=" + l_Far.ModulePty.Name() +
+                 "\n");
+    ASSERT_EQ(l_Host.Exchange(211), k_Good);
+    const int32_t l_lRows = l_Host.m_vlData[0];
+    std::thread l_Upload([&] { EXPECT_EQ(l_Host.Exchange(211), k_TimedOut); });
+    std::this_thread::sleep_for(150ms);
+    l_oEnd.reset(); // in the middle of the answer
+    l_Far.Board.Restart();
+    l_oEnd.emplace(l_Far.Board, l_Pty.Fd(), l_Line);
+    int32_t l_lValue = 0;
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), k_Good);
+    EXPECT_EQ(l_lValue, Converter(2));
+    l_Upload.join();
+    EXPECT_EQ(l_Host.Exchange(208), k_Good);
+    EXPECT_EQ(l_Host.Exchange(211), k_Good);
+    EXPECT_EQ(l_Host.m_vlData[0], l_lRows);
+}
+
+TEST(SerialDrivers, NeverTakeTheAnswerOfAnother)
+{
+    S_FAR_ENDS l_Far;
+    int32_t l_lValue = 0;
+    {
+        CHost l_Host(l_Far.Section());
+        // A measure between a send and its fetch, before the answer to the first has come in and
+        // after it.
+        for (const bool l_bAfter : {false, true}) {
+            std::string l_strError;
+            ASSERT_TRUE(l_Far.Board.Configure("late=100@212*1", l_strError)) << l_strError;
+            S_SEND_STRUCT l_Cmde = tornval::MakeCommand(212, 0, 8);
+            S_RECEIVE_STRUCT l_Receive{};
+            const uint32_t l_ulVoie = 2;
+            ASSERT_EQ(SendMeasBoardCmd(l_Host.m_ulBoard, &l_Cmde, &l_Receive, &l_ulVoie).ulStatus,
+                      0U);
+            std::this_thread::sleep_for(l_bAfter ? 300ms : 0ms);
+            EXPECT_EQ(GetInstantMeasure(&l_lValue, 9), k_Good);
+            EXPECT_EQ(l_lValue, Converter(9));
+            EXPECT_EQ(GetMeasBoardResult(l_Host.m_ulBoard, l_Receive.ulNbReturnByte,
+                                         l_Host.m_vRaw.data(), &l_Host.m_lSize,
+                                         l_Host.m_vlData.data(), 0),
+                      k_Good);
+            EXPECT_EQ(l_Host.m_vlData[0], Converter(l_ulVoie));
+        }
+    }
+    // A module whose port does not open has no way to the board's.
+    const CTestHome l_Home(k_strDrivers + "[SERIAL_LINK]\nPORT_1=" + l_Far.BoardPty.Name() +
+                           "\nPORT_2=/dev/no-such-port\n");
+    LoadMeasDrivers(0x11);
+    const uint64_t l_ullBefore = l_Far.BoardEnd.Counters().In.ullFrames;
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 2, 6, 0, 1}));
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), k_Good);
+    EXPECT_EQ(l_Far.BoardEnd.Counters().In.ullFrames, l_ullBefore + 1);
+    LoadMeasDrivers(0);
 }
 
 TEST(SerialDrivers, UnloadWithAnswersInFlight)

@@ -171,10 +171,10 @@ TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
         ASSERT_EQ(l_Second.Send(Request(l_Case.ucSecond, {9})), 0U);
         // The second one gets its own answer...
         ASSERT_TRUE(l_Second.Wait());
+        const Bytes l_vAnswer = l_Second.Fetch();
         if (l_bInTime) {
             EXPECT_EQ(l_First.Value(), 2001U);
         }
-        const Bytes l_vAnswer = l_Second.Fetch();
         EXPECT_EQ(l_vAnswer.empty() ? 0 : l_vAnswer[RS_FRAME_CMDE_OFFSET], l_Case.ucSecond);
         if (l_Case.ucSecond == 212) {
             EXPECT_EQ(At(l_vAnswer, 22), 10009U);
@@ -187,8 +187,27 @@ TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
         EXPECT_EQ(l_After.ullUnanswered - l_Before.ullUnanswered, l_bInTime ? 0U : 1U);
         EXPECT_EQ(l_After.ullStray, 0U);
     }
-    // An event that is gone: the answer goes nowhere, and nothing is left to be fetched.
+    // The right answer is still coming in when the time of the held one is over.
     std::string l_strError;
+    {
+        const CTestHome l_Slow;
+        S_FAR_ENDS l_SlowFar(emulator::S_LINE{400ms, 460800});
+        l_Slow.Write("TornvalC63.ini", l_SlowFar.Section(700));
+        CSerialLink l_SlowLink;
+        ASSERT_EQ(l_SlowLink.Open(k_OpenBoard), 1U);
+        l_SlowFar.Board.SetRows(21'000);
+        S_LINK_EXCHANGE l_First{l_SlowLink}, l_Second{l_SlowLink};
+        ASSERT_TRUE(l_SlowFar.Board.Configure("late=900*1", l_strError));
+        ASSERT_EQ(l_First.Send(Request(211)), 0U);
+        ASSERT_EQ(l_Second.Send(Request(211)), 0U);
+        ASSERT_TRUE(l_Second.Wait(9s));
+        EXPECT_FALSE(l_First.Wait(0ms));
+        emulator::CBoardFirmware l_Reference;
+        l_Reference.SetRows(21'000);
+        (void)l_Reference.Handle(Request(211));
+        EXPECT_EQ(l_Second.Fetch(), l_Reference.Handle(Request(211)).vFrame);
+    }
+    // An event that is gone: the answer goes nowhere, and nothing is left to be fetched.
     ASSERT_TRUE(l_Far.Board.Configure("late=200*1", l_strError));
     S_LINK_EXCHANGE l_Gone{l_Link};
     ASSERT_EQ(l_Gone.Send(Request(212, {4})), 0U);
@@ -298,28 +317,26 @@ TEST(SerialLink, SaysWhyAPortDoesNotOpen)
 TEST(SerialLink, ReadsItsSection)
 {
     const CTestHome l_Home;
-    EXPECT_EQ(SettingsPath(), l_Home.Path("TornvalC63.ini"));
     S_SERIAL_SETTINGS l_Settings;
     std::string l_strError;
-    EXPECT_TRUE(ReadSettings(SettingsPath(), l_Settings, l_strError));
+    EXPECT_TRUE(ReadSettings(l_Settings, l_strError));
     EXPECT_EQ(l_Settings.astrPorts[0], "/dev/ttyS0");
     EXPECT_EQ(l_Settings.astrPorts[1], "/dev/ttyS1");
     EXPECT_EQ(l_Settings.AnswerTimeout, 2000ms);
     EXPECT_EQ(l_Settings.Silence, 500ms);
-    // As the measurement library reads the same file: indented keys, quotes, no case, first counts.
+    // As the measurement library reads the same file: indented keys, quotes, no case, the first key
+    // and the first section count, and a semicolon belongs to the value.
     l_Home.Write("TornvalC63.ini", "PORT_1=/dev/a\r\n[IM]\r\nPORT_1=/dev/b\r\nCHANNEL_1=1\r\n"
                                    "no equals sign\r\n[Serial_Link]\r\n; PORT_1=/dev/c\r\n"
-                                   "  port_1 = \"/dev/by-path/pci-0:14.0:1\" \r\n"
+                                   "  port_1 = \"/dev/by-path/pci ;0:14.0:1\" \r\n"
                                    "\tPORT_1=/dev/d\r\nSILENCE=30\r\nANSWER_TIMEOUT=20\r\n"
-                                   "[LOG]\r\nPORT_2=/dev/e\r\n");
-    EXPECT_TRUE(ReadSettings(SettingsPath(), l_Settings, l_strError)) << l_strError;
-    EXPECT_EQ(l_Settings.astrPorts[0], "/dev/by-path/pci-0:14.0:1");
+                                   "[LOG]\r\nPORT_2=/dev/e\r\n"
+                                   "[SERIAL_LINK]\r\nPORT_2=/dev/f\r\n");
+    EXPECT_TRUE(ReadSettings(l_Settings, l_strError)) << l_strError;
+    EXPECT_EQ(l_Settings.astrPorts[0], "/dev/by-path/pci ;0:14.0:1");
     EXPECT_EQ(l_Settings.astrPorts[1], "/dev/ttyS1");
     EXPECT_EQ(l_Settings.Silence, 30ms);
     EXPECT_EQ(l_Settings.AnswerTimeout, 30ms); // never below the silence
-    unsetenv("TORNVAL_HOME");
-    EXPECT_EQ(SettingsPath(),
-              std::filesystem::read_symlink("/proc/self/exe").parent_path() / "TornvalC63.ini");
 }
 
 TEST(SerialLink, WaitsForAQuietLineButNotForEver)
@@ -390,6 +407,41 @@ TEST(SerialLink, ComesBackWithALineThatHungUp)
     }
 }
 
+/** A command longer than a terminal takes while nobody reads it. */
+static Bytes LongCommand()
+{
+    Bytes l_vLong(60'000);
+    emulator::PutNumber(l_vLong, RS_FRAME_SIZE_OFFSET, 2, 59'992);
+    return l_vLong;
+}
+
+TEST(SerialLink, GivesUpACommandThatTheLineDoesNotTake)
+{
+    const CTestHome l_Home;
+    const auto l_oPty = emulator::CPty::Make();
+    l_Home.Write("TornvalC63.ini",
+                 "[SERIAL_LINK]\nPORT_1=" + l_oPty->Name() + "\nANSWER_TIMEOUT=50\nSILENCE=50\n");
+    CSerialLink l_Link;
+    ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
+    S_LINK_EXCHANGE l_Long{l_Link}, l_Next{l_Link};
+    const Bytes l_vNext = Request(212, {2});
+    ASSERT_EQ(l_Long.Send(LongCommand()), 0U);
+    ASSERT_EQ(l_Next.Send(l_vNext), 0U);
+    const auto l_End = S_CLOCK::now() + 10s;
+    while (l_Link.Counters(1).Conversation.ullUnanswered == 0 && S_CLOCK::now() < l_End) {
+        std::this_thread::sleep_for(1ms);
+    }
+    std::string l_strRead;
+    while (!l_strRead.ends_with(std::string(l_vNext.begin(), l_vNext.end())) &&
+           S_CLOCK::now() < l_End) {
+        char l_acPiece[4096];
+        const ssize_t l_lCount = read(l_oPty->Fd(), l_acPiece, sizeof(l_acPiece));
+        l_strRead.append(l_acPiece, static_cast<size_t>(std::max<ssize_t>(l_lCount, 0)));
+    }
+    EXPECT_LT(S_CLOCK::now(), l_End);
+    EXPECT_LT(l_strRead.size(), 60'000U);
+}
+
 TEST(SerialLink, ClosesInBoundedTime)
 {
     const CTestHome l_Home;
@@ -399,12 +451,7 @@ TEST(SerialLink, ClosesInBoundedTime)
     for (const bool l_bHalfAnswer : {false, true}) {
         ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
         S_LINK_EXCHANGE l_Exchange{l_Link};
-        // A command longer than the terminal takes, and nobody reads it.
-        ASSERT_EQ(l_Exchange.Send(l_bHalfAnswer ? Request(212, {1}) : [] {
-            Bytes l_vLong(60'000);
-            emulator::PutNumber(l_vLong, RS_FRAME_SIZE_OFFSET, 2, 59'992);
-            return l_vLong;
-        }()), 0U);
+        ASSERT_EQ(l_Exchange.Send(l_bHalfAnswer ? Request(212, {1}) : LongCommand()), 0U);
         std::thread l_Fetcher([&] { EXPECT_TRUE(l_Exchange.Fetch().empty()); });
         std::this_thread::sleep_for(20ms);
         if (l_bHalfAnswer) {
