@@ -226,7 +226,7 @@ private:
     void SendCommand210();
     void TraceFrame(const S_DATA& i_Frame) const;
     /** The fetch proper, under the lock. */
-    void FetchAnswer(const S_FETCH& i_Fetch, const uint16_t* i_pusCmdeID, S_RESULT& o_Result);
+    void FetchAnswer(S_FETCH io_Fetch, S_RESULT& o_Result);
     bool ReadUnitNumber(uint32_t& o_ulUnit) const;
     /** The keys of section IM; a file that cannot be read changes nothing. */
     void ReadSection();

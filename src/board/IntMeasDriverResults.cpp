@@ -84,30 +84,28 @@ S_RESULT CIntMeasDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
     }
     FetchAnswer({*i_pusCmdeID, 0, i_ulNbReturnByte, o_pcRawData, o_plProcessedDataSize,
                  o_plProcessedData, o_pAnswer, i_bCompensation},
-                i_pusCmdeID, l_Result);
+                l_Result);
     return l_Result;
 }
 
-void CIntMeasDriver::FetchAnswer(const S_FETCH& i_Fetch, const uint16_t* i_pusCmdeID,
-                                 S_RESULT& o_Result)
+void CIntMeasDriver::FetchAnswer(S_FETCH io_Fetch, S_RESULT& o_Result)
 {
     const S_EXCHANGE_TEXTS& l_Texts = Texts();
-    const uint32_t l_ulCmdeID = i_Fetch.usCmdeID;
-    S_FETCH l_Fetch = i_Fetch;
-    uint8_t* l_pucAnswer = i_Fetch.pAnswer->aucBytes;
+    const uint32_t l_ulCmdeID = io_Fetch.usCmdeID;
+    uint8_t* l_pucAnswer = io_Fetch.pAnswer->aucBytes;
 
     // What the decoders read where an answer is too short: nothing of an earlier one.
     std::memset(l_pucAnswer, 0, k_ulDecodedHead);
     const uint32_t l_ulBefore = cecore::GetTickCount();
     l_Texts.FetchBefore.Emit(l_ulBefore);
     uint8_t l_aucEcho[2];
-    WriteLe16(l_aucEcho, *i_pusCmdeID);
+    WriteLe16(l_aucEcho, io_Fetch.usCmdeID);
     const bool l_bFetched = DeviceIo(IOCTL_RS_GET_RESULT, l_aucEcho, sizeof(l_aucEcho), l_pucAnswer,
-                                     RS_BLOCK_SIZE, &l_Fetch.ulReturned);
+                                     RS_BLOCK_SIZE, &io_Fetch.ulReturned);
     const uint32_t l_ulLastError = cecore::GetLastError();
     const uint32_t l_ulAfter = cecore::GetTickCount();
     l_Texts.FetchAfter.Emit(l_ulAfter, l_ulAfter - l_ulBefore);
-    l_Texts.FetchCount.Emit(l_Fetch.ulReturned);
+    l_Texts.FetchCount.Emit(io_Fetch.ulReturned);
 
     const uint32_t l_ulLinkStatus = ReadLe32(l_pucAnswer);
     if (!l_bFetched) {
@@ -121,9 +119,9 @@ void CIntMeasDriver::FetchAnswer(const S_FETCH& i_Fetch, const uint16_t* i_pusCm
         l_Texts.FetchStatusCmde.Emit(l_ulLinkStatus, l_ulCmdeID);
         o_Result.ulFwStatus = 5;
         o_Result.ulStatus = 1;
-    } else if (l_Fetch.ulReturned < k_ulFrameHeadSize) {
-        l_Texts.FetchHead.Emit(l_Fetch.ulReturned, k_ulFrameHeadSize);
-        l_Texts.FetchHeadCmde.Emit(l_Fetch.ulReturned, k_ulFrameHeadSize, l_ulCmdeID);
+    } else if (io_Fetch.ulReturned < k_ulFrameHeadSize) {
+        l_Texts.FetchHead.Emit(io_Fetch.ulReturned, k_ulFrameHeadSize);
+        l_Texts.FetchHeadCmde.Emit(io_Fetch.ulReturned, k_ulFrameHeadSize, l_ulCmdeID);
         o_Result.ulStatus = 1;
     } else {
         CheckFirmwareError(o_Result, l_pucAnswer + RS_ANSWER_FRAME_OFFSET);
@@ -133,7 +131,7 @@ void CIntMeasDriver::FetchAnswer(const S_FETCH& i_Fetch, const uint16_t* i_pusCm
         return;
     }
     l_Texts.FetchCmde.Emit(l_ulCmdeID);
-    DecodeAnswer(l_Fetch, o_Result);
+    DecodeAnswer(io_Fetch, o_Result);
 }
 
 bool CIntMeasDriver::IsPlainCommand(uint16_t i_usCmdeID) const
