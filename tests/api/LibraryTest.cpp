@@ -189,7 +189,7 @@ TEST(Library, LeavesTheDriversToTheParentOfAFork)
                           while (ENTRY(s_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount) == 1) {
                           }
                       }).detach();
-                      for (int i = 0; i < 20; ++i) {
+                      for (int i = 0; i < 8; ++i) {
                           const int l_lChild = ExitCodeOf([] {
                               s_bLeakCheckOff = true;
                               return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 1
