@@ -195,15 +195,19 @@ TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
         l_Slow.Write("TornvalC63.ini", l_SlowFar.Section(700));
         CSerialLink l_SlowLink;
         ASSERT_EQ(l_SlowLink.Open(k_OpenBoard), 1U);
-        l_SlowFar.Board.SetRows(21'000);
+        // No divisor of the recording: each block is another.
+        emulator::CBoardFirmware l_Reference;
+        for (emulator::CBoardFirmware* l_pBoard : {&l_SlowFar.Board, &l_Reference}) {
+            l_pBoard->SetRecording(emulator::CRecording::Load(RECORDING, l_strError));
+            l_pBoard->SetRows(20'500);
+            (void)l_pBoard->Handle(Request(208, {1, 3, 0, 1, 2}));
+        }
         S_LINK_EXCHANGE l_First{l_SlowLink}, l_Second{l_SlowLink};
         ASSERT_TRUE(l_SlowFar.Board.Configure("late=900*1", l_strError));
         ASSERT_EQ(l_First.Send(Request(211)), 0U);
         ASSERT_EQ(l_Second.Send(Request(211)), 0U);
         ASSERT_TRUE(l_Second.Wait(9s));
         EXPECT_FALSE(l_First.Wait(0ms));
-        emulator::CBoardFirmware l_Reference;
-        l_Reference.SetRows(21'000);
         (void)l_Reference.Handle(Request(211));
         EXPECT_EQ(l_Second.Fetch(), l_Reference.Handle(Request(211)).vFrame);
     }
