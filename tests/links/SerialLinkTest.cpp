@@ -203,7 +203,7 @@ TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
             (void)l_pBoard->Handle(Request(208, {1, 3, 0, 1, 2}));
         }
         S_LINK_EXCHANGE l_First{l_SlowLink}, l_Second{l_SlowLink};
-        ASSERT_TRUE(l_SlowFar.Board.Configure("late=900*1", l_strError));
+        ASSERT_TRUE(l_SlowFar.Board.Configure("late=1200*1", l_strError));
         ASSERT_EQ(l_First.Send(Request(211)), 0U);
         ASSERT_EQ(l_Second.Send(Request(211)), 0U);
         ASSERT_TRUE(l_Second.Wait(9s));
