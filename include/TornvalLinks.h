@@ -95,7 +95,7 @@ TORNVAL_LINK_API uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t 
 TORNVAL_LINK_API uint32_t RS_DeviceIoControl(uint32_t constant, uint32_t code, const void* in,
                                              uint32_t in_size, void* out, uint32_t out_size,
                                              uint32_t* count, uint32_t zero);
-/** One exchange on the link of the handle. */
+/** One exchange on the link of the handle. Handle 0, which a caller has whose open failed, is none. */
 TORNVAL_LINK_API uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in,
                                                 uint32_t in_size, void* out, uint32_t out_size,
                                                 uint32_t* count, uint32_t zero,

@@ -6,11 +6,11 @@
 #define LINKS_LINK_CALL_H
 
 #include "cecore.h"
+#include "platform/File.h"
 
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <utility>
 
 #include <unistd.h>
 
@@ -38,7 +38,8 @@ inline uint32_t Fail(uint32_t i_ulError)
 /** Tells what is wrong with the settings of an instrument: a link has no other way to say it. */
 inline void Complain(const char* i_pszLibrary, const std::string& i_strError)
 {
-    (void)std::fprintf(stderr, "%s: %s\n", i_pszLibrary, i_strError.c_str());
+    const std::string l_strLine = i_pszLibrary + (": " + i_strError + "\n");
+    (void)cecore::WriteToConsole(stderr, l_strLine.data(), l_strLine.size());
 }
 
 /** Runs the operation behind an entry point; nothing is thrown into the caller. */
@@ -60,11 +61,7 @@ template <typename T_LINK>
 class COfOneProcess
 {
 public:
-    template <typename... T_ARGUMENTS>
-    explicit COfOneProcess(T_ARGUMENTS&&... i_Arguments)
-        : m_pLink(new T_LINK(std::forward<T_ARGUMENTS>(i_Arguments)...))
-    {
-    }
+    COfOneProcess() : m_pLink(new T_LINK) {}
     COfOneProcess(const COfOneProcess&) = delete;
     COfOneProcess& operator=(const COfOneProcess&) = delete;
     ~COfOneProcess()

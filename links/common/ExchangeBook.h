@@ -23,8 +23,8 @@ namespace links {
  * Several commands may be under way at once. Three rules keep an answer from reaching the wrong
  * command, since a fetch names no more than the CmdeID:
  *  - a fetch takes the newest answer with its CmdeID to a send of the same thread, so that a measure
- *    between a send and its fetch leaves them alone; a thread that has sent no such command takes
- *    the oldest of any;
+ *    between a send and its fetch leaves them alone; a thread that has no such exchange takes the
+ *    oldest of any;
  *  - an answer whose event is gone is dropped: whoever sent the command has given up;
  *  - a send drops the earlier exchange that has its event.
  *

@@ -25,6 +25,10 @@ std::thread CRsPort::StartThread(std::function<void()> i_fnRun)
 {
     sigset_t l_All{}, l_Before{};
     sigfillset(&l_All);
+    // What the thread itself does wrong is not to be blocked: the host may want to hear of it.
+    for (const int l_lFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+        sigdelset(&l_All, l_lFault);
+    }
     pthread_sigmask(SIG_SETMASK, &l_All, &l_Before);
     try {
         std::thread l_Thread(std::move(i_fnRun));

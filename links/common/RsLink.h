@@ -61,10 +61,10 @@ protected:
 };
 
 /**
- * The six operations of a serial link library. All may be called from any thread. Sends and
- * fetches on different ports do not wait for each other. They give 0 on a failure and leave the reason as the
- * last error, among them: 2 no such port, 6 no such link, 87 a bad argument, 170 the port is open
- * already.
+ * The six operations of a serial link library. All may be called from any thread. Sends and fetches
+ * on different ports do not wait for each other. They give 0 on a failure and leave the reason as
+ * the last error, among them: 2 no such port, 6 no such link, 87 a bad argument, 170 the port is
+ * open already.
  */
 class CRsLink
 {

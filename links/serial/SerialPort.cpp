@@ -37,35 +37,43 @@ uint32_t CSerialPort::Send(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID,
     if (i_Frame.size() < RS_FRAME_DATA_OFFSET) {
         return CECORE_ERROR_INVALID_PARAMETER;
     }
-    // The lock keeps a hang-up of the line before from dropping this command.
-    std::unique_lock l_Lock(m_TtyMutex);
+    std::string l_strTrouble;
+    uint32_t l_ulError = 0;
+    {
+        // The lock keeps a hang-up of the line before from dropping this command.
+        std::unique_lock l_Lock(m_TtyMutex);
+        l_ulError = RaiseLine(l_Lock, l_strTrouble);
+        if (l_ulError == 0 && !m_Book.Add(i_Frame, i_ucCmdeID, i_ulEvent)) {
+            l_ulError = CECORE_ERROR_INVALID_HANDLE;
+        }
+    }
+    if (!l_strTrouble.empty()) {
+        Complain(k_pszLibrary, l_strTrouble);
+    }
+    m_Bell.Ring();
+    return l_ulError;
+}
+
+/** Sees to it that the port is open: once more by its name, if it hung up. 0, or an error, with its
+ *  reason once for each time that the line goes down. */
+uint32_t CSerialPort::RaiseLine(std::unique_lock<std::mutex>& io_Lock, std::string& o_strTrouble)
+{
     if (m_pTty && m_pTty->HasHungUp()) {
         // The thread will know in a moment. A command that was taken before that would be lost.
-        m_Down.wait_for(l_Lock, k_MostNotice, [this] { return !m_pTty; });
+        m_Down.wait_for(io_Lock, k_MostNotice, [this] { return !m_pTty; });
     }
     if (m_Book.IsClosed()) {
         return CECORE_ERROR_INVALID_HANDLE;
     }
-    if (!m_pTty && !OpenAgain()) {
-        return CECORE_ERROR_NOT_READY;
+    if (!m_pTty) {
+        S_TTY_ERROR l_Error;
+        m_pTty = CTty::Open(m_Setup.strPath, m_Setup.Settings, l_Error);
+        if (!m_pTty && !m_bComplained) {
+            o_strTrouble = l_Error.strText;
+        }
+        m_bComplained = !m_pTty;
     }
-    if (!m_Book.Add(i_Frame, i_ucCmdeID, i_ulEvent)) {
-        return CECORE_ERROR_INVALID_HANDLE;
-    }
-    m_Bell.Ring();
-    return 0;
-}
-
-/** The port by its name once more. Why it does not open is told once for each time it goes down. */
-bool CSerialPort::OpenAgain()
-{
-    S_TTY_ERROR l_Error;
-    m_pTty = CTty::Open(m_Setup.strPath, m_Setup.Settings, l_Error);
-    if (!m_pTty && !m_bComplained) {
-        Complain(k_pszLibrary, l_Error.strText);
-    }
-    m_bComplained = !m_pTty;
-    return m_pTty != nullptr;
+    return m_pTty ? 0 : CECORE_ERROR_NOT_READY;
 }
 
 uint32_t CSerialPort::Fetch(uint16_t i_usCmdeID, std::span<uint8_t> o_Block, uint32_t& o_ulCount)
@@ -106,9 +114,11 @@ bool CSerialPort::Talk(int i_lFd)
 try {
     CLineStream l_Stream(i_lFd, m_Bell, m_Reader, m_Setup.Silence);
     m_oNoisySince.reset();
+    m_oNotBefore.reset();
     while (!m_Book.IsClosed()) {
         TakeNext(l_Stream);
-        if (!l_Stream.Step(m_Conversation.Deadline(), [this](std::vector<uint8_t> i_vFrame) {
+        const auto l_oUntil = m_oNotBefore ? m_oNotBefore : m_Conversation.Deadline();
+        if (!l_Stream.Step(l_oUntil, [this](std::vector<uint8_t> i_vFrame) {
                 m_Conversation.Answer(std::move(i_vFrame));
             })) {
             return false;
@@ -126,13 +136,19 @@ void CSerialPort::TakeNext(CLineStream& io_Stream)
     if (m_Conversation.IsBusy()) {
         return;
     }
+    const S_CLOCK::time_point l_Now = S_CLOCK::now();
     if (io_Stream.IsWriting()) {
-        // The time of the command before is over, and the line has not even taken all of it.
+        // The command before is done with, and the line has not even taken all of it. The far end
+        // needs a silence to see that the rest does not come.
         io_Stream.Abandon();
+        m_oNotBefore = l_Now + m_Setup.Silence;
     }
+    if (m_oNotBefore && l_Now < *m_oNotBefore) {
+        return;
+    }
+    m_oNotBefore.reset();
     if (!m_Reader.AtStart()) {
         // Something that is no answer to the next command comes in: it shall not stand before it.
-        const S_CLOCK::time_point l_Now = S_CLOCK::now();
         m_oNoisySince = m_oNoisySince.value_or(l_Now);
         if (l_Now - *m_oNoisySince < m_LongestNoise) {
             return;

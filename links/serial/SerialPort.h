@@ -65,7 +65,7 @@ public:
     [[nodiscard]] S_PORT_COUNTERS Counters() const;
 
 private:
-    bool OpenAgain();
+    uint32_t RaiseLine(std::unique_lock<std::mutex>& io_Lock, std::string& o_strTrouble);
     void Run();
     bool Talk(int i_lFd);
     void TakeNext(CLineStream& io_Stream);
@@ -78,6 +78,8 @@ private:
     CConversation m_Conversation; // likewise
     const S_CLOCK::duration m_LongestNoise;
     std::optional<S_CLOCK::time_point> m_oNoisySince; // of the thread
+    std::optional<S_CLOCK::time_point>
+        m_oNotBefore; // of the thread: no command goes out until then
 
     mutable std::mutex m_TtyMutex; // guards what follows
     std::unique_ptr<CTty> m_pTty; // null: the line is down. Used by the thread alone while it is up

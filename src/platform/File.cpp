@@ -8,6 +8,7 @@
 #include <string>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,12 +132,14 @@ bool WriteAll(int i_lDescriptor, const char* i_pcText, size_t i_ulLength)
     return true;
 }
 
-/** Keeps a write to a pipe without a reader from ending the process by SIGPIPE. */
+/** Keeps a write to a pipe without a reader from ending the process by SIGPIPE. A thread is not
+ *  cancelled meanwhile. */
 class CPipeGuard
 {
 public:
     CPipeGuard()
     {
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_lCancelState);
         sigset_t l_Pending{};
         static_cast<void>(sigpending(&l_Pending));
         m_bWasPending = sigismember(&l_Pending, SIGPIPE) == 1;
@@ -153,12 +156,14 @@ public:
         while (!m_bWasPending && sigtimedwait(&m_Pipe, nullptr, &k_Now) < 0 && errno == EINTR) {
         }
         pthread_sigmask(SIG_SETMASK, &m_Before, nullptr);
+        pthread_setcancelstate(m_lCancelState, nullptr);
     }
 
 private:
     sigset_t m_Pipe{};
     sigset_t m_Before{};
     bool m_bWasPending = false;
+    int m_lCancelState = PTHREAD_CANCEL_ENABLE;
 };
 
 } // namespace
@@ -274,12 +279,12 @@ bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength
     return l_File.Get() >= 0 && WriteAll(l_File.Get(), i_pcText, i_ulLength);
 }
 
-bool WriteToConsole(const char* i_pcText, size_t i_ulLength)
+bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLength)
 {
     const CPipeGuard l_Guard;
     // Past the stream: a host that prints wide characters has a stream that takes no others.
-    static_cast<void>(std::fflush(stdout));
-    return WriteAll(fileno(stdout), i_pcText, i_ulLength);
+    static_cast<void>(std::fflush(i_pStream));
+    return WriteAll(fileno(i_pStream), i_pcText, i_ulLength);
 }
 
 bool EmptyFile(const char* i_pszPath)

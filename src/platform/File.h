@@ -49,12 +49,13 @@ CECORE_API CStream OpenForReading(const char* i_pszPath);
 CECORE_API bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength);
 
 /**
- * Writes text to the standard output, behind whatever the process has printed so far. A reader that
- * has gone does not end the process.
+ * Writes text to the standard output or the standard error output, behind whatever the process has
+ * printed there so far. A reader that has gone does not end the process.
  *
+ * @param i_pStream stdout or stderr.
  * @return false with the last error set if that fails.
  */
-CECORE_API bool WriteToConsole(const char* i_pcText, size_t i_ulLength);
+CECORE_API bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLength);
 
 /** Leaves a file that is there and empty. @return false if that fails. */
 CECORE_API bool EmptyFile(const char* i_pszPath);

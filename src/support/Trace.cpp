@@ -152,7 +152,7 @@ void CTraceLogConsole::WriteLine(const wchar_t* i_pwszText)
     char l_aszLine[k_ulPrefixSize + k_ulTextSize];
     const size_t l_ulLength = cecore::FormatNarrow(l_aszLine, sizeof(l_aszLine), "[%.ld]%S\n",
                                                    cecore::GetTickCount(), i_pwszText);
-    cecore::WriteToConsole(l_aszLine, l_ulLength);
+    cecore::WriteToConsole(stdout, l_aszLine, l_ulLength);
 }
 
 } // namespace tornval

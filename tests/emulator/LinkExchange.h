@@ -11,6 +11,7 @@
 #include "platform/Api.h"
 #include "platform/Sync.h"
 
+#include <algorithm>
 #include <chrono>
 
 using namespace std::chrono_literals;

@@ -6,11 +6,11 @@
 
 #include "driver/Records.h"
 #include "emulator/Recording.h"
-#include "links/line/Tty.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -27,9 +27,13 @@ const std::string k_strDrivers =
 class CHost
 {
 public:
-    explicit CHost(const std::string& i_strSection) : m_Home(k_strDrivers + i_strSection)
+    /** @param i_lTries loads on a line that spoils answers. */
+    explicit CHost(const std::string& i_strSection, int i_lTries = 1)
+        : m_Home(k_strDrivers + i_strSection)
     {
-        EXPECT_EQ(Load().ulStatus, 0U);
+        while (Load().ulStatus != 0 && --i_lTries > 0) {
+        }
+        EXPECT_GT(i_lTries, 0);
     }
     CHost(const CHost&) = delete;
     CHost& operator=(const CHost&) = delete;
@@ -68,6 +72,11 @@ public:
 int32_t Converter(uint32_t i_ulVoie)
 {
     return static_cast<int32_t>(1000 * (i_ulVoie + 1) + i_ulVoie);
+}
+
+bool IsOfAConverter(int32_t i_lValue)
+{
+    return i_lValue / 1000 >= 1 && i_lValue / 1000 <= 13 && i_lValue % 1001 == 1000;
 }
 
 constexpr S_RESULT k_Good{3, 5, 0, 0, 0};
@@ -203,13 +212,13 @@ TEST(SerialDrivers, UploadTheWholeRecordingSampleForSample)
 
 TEST(SerialDrivers, RefuseOrMissEveryDamagedAnswer)
 {
-    // Side by side, since a measure whose answer is damaged waits its five seconds out. A seed whose
-    // noise lets the loading through.
+    // Side by side, since a measure whose answer is damaged waits its five seconds out.
     constexpr uint32_t k_ulThreads = 60;
     constexpr uint32_t k_ulMeasures = 5000;
     S_FAR_ENDS l_Far(emulator::S_LINE{20ms, 0, 0.025, 4});
-    const CHost l_Host(l_Far.Section(60, 25));
-    std::atomic<uint32_t> l_ulBegun{0}, l_ulGood{0}, l_ulMissed{0}, l_ulWrong{0};
+    const CHost l_Host(l_Far.Section(60, 25), 5);
+    const emulator::S_NOISE_COUNTERS l_Before = l_Far.BoardEnd.Counters().Noise;
+    std::atomic<uint32_t> l_ulBegun{0}, l_ulGood{0}, l_ulMissed{0}, l_ulOther{0}, l_ulWrong{0};
     std::vector<std::thread> l_vThreads;
     for (uint32_t l_ulThread = 0; l_ulThread < k_ulThreads; ++l_ulThread) {
         l_vThreads.emplace_back([&, l_ulVoie = l_ulThread % 13] {
@@ -218,24 +227,29 @@ TEST(SerialDrivers, RefuseOrMissEveryDamagedAnswer)
                 const S_RESULT l_Result = GetInstantMeasure(&l_lValue, l_ulVoie);
                 const bool l_bGood = l_Result.ulStatus == 0;
                 EXPECT_EQ(l_Result, l_bGood ? k_Good : k_TimedOut);
-                ++(!l_bGood ? l_ulMissed : l_lValue == Converter(l_ulVoie) ? l_ulGood : l_ulWrong);
+                ++(!l_bGood                          ? l_ulMissed
+                   : l_lValue == Converter(l_ulVoie) ? l_ulGood
+                   : IsOfAConverter(l_lValue)        ? l_ulOther
+                                                     : l_ulWrong);
             }
         });
     }
     for (std::thread& l_Thread : l_vThreads) {
         l_Thread.join();
     }
-    const emulator::S_NOISE_COUNTERS l_Noise = l_Far.BoardEnd.Counters().Noise;
-    std::printf("%u measures good, %u missed, %u wrong; %llu damaged answers, %llu of them whole "
-                "with something behind, %llu with a matching CRC\n",
-                l_ulGood.load(), l_ulMissed.load(), l_ulWrong.load(),
+    emulator::S_NOISE_COUNTERS l_Noise = l_Far.BoardEnd.Counters().Noise;
+    l_Noise.ullDamaged -= l_Before.ullDamaged;
+    l_Noise.ullIntact -= l_Before.ullIntact;
+    std::printf("%u measures good, %u missed, %u those of another input, %u wrong; %llu damaged "
+                "answers, %llu of them whole with something behind, %llu with a matching CRC\n",
+                l_ulGood.load(), l_ulMissed.load(), l_ulOther.load(), l_ulWrong.load(),
                 static_cast<unsigned long long>(l_Noise.ullDamaged),
                 static_cast<unsigned long long>(l_Noise.ullIntact),
                 static_cast<unsigned long long>(l_Noise.ullMatching));
-    // Each damaged answer leaves one measure missed: its own, or that of a late answer that passed for
-    // it, which happens on a machine that is busy elsewhere.
+    EXPECT_LE(l_ulWrong, l_Noise.ullMatching);
+    // On a machine that is busy elsewhere an answer may be late, and pass for one that was damaged:
+    // a measure is missed then too, and is its own.
     EXPECT_GE(l_ulMissed + l_Noise.ullMatching, l_Noise.ullDamaged - l_Noise.ullIntact);
-    EXPECT_LE(l_ulWrong, l_Noise.ullMatching + l_ulMissed / 10);
     EXPECT_GT(l_ulMissed, 100U);
     // Between the damaged answers the good ones come through.
     EXPECT_GT(l_ulGood, 4500U);
@@ -253,7 +267,7 @@ TEST(SerialDrivers, WorkAgainWhenAKilledInstrumentIsBack)
     ASSERT_EQ(l_Host.Exchange(211), k_Good);
     const int32_t l_lRows = l_Host.m_vlData[0];
     std::thread l_Upload([&] { EXPECT_EQ(l_Host.Exchange(211), k_TimedOut); });
-    std::this_thread::sleep_for(150ms);
+    std::this_thread::sleep_for(300ms); // the answer takes 1400
     l_oProgram->End(SIGKILL);
     // Down: a command fails at once, with error 21 at the send.
     int32_t l_lValue = 0;
@@ -294,7 +308,10 @@ TEST(SerialDrivers, GoOnWhenAnInstrumentRestartsBehindAPortThatStays)
     ASSERT_EQ(l_Host.Exchange(211), k_Good);
     const int32_t l_lRows = l_Host.m_vlData[0];
     std::thread l_Upload([&] { EXPECT_EQ(l_Host.Exchange(211), k_TimedOut); });
-    std::this_thread::sleep_for(150ms);
+    while (l_oEnd->Counters().ullOut < 4) { // 210 and 208 of the loading, an upload, and this one
+        std::this_thread::sleep_for(1ms);
+    }
+    std::this_thread::sleep_for(100ms);
     l_oEnd.reset(); // in the middle of the answer
     l_Far.Board.Restart();
     l_oEnd.emplace(l_Far.Board, l_Pty.Fd(), l_Line);

@@ -13,9 +13,6 @@
 #include "instrument/Pty.h"
 #include "links/serial/SerialLink.h"
 
-#include <cstdio>
-#include <filesystem>
-#include <optional>
 #include <string>
 
 /** Board and module at the far ends of two pseudo terminals, in this process. */

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <deque>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -192,7 +193,7 @@ TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
     {
         const CTestHome l_Slow;
         S_FAR_ENDS l_SlowFar(emulator::S_LINE{400ms, 460800});
-        l_Slow.Write("TornvalC63.ini", l_SlowFar.Section(700));
+        l_Slow.Write("TornvalC63.ini", l_SlowFar.Section(1000));
         CSerialLink l_SlowLink;
         ASSERT_EQ(l_SlowLink.Open(k_OpenBoard), 1U);
         // No divisor of the recording: each block is another.
@@ -203,7 +204,7 @@ TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
             (void)l_pBoard->Handle(Request(208, {1, 3, 0, 1, 2}));
         }
         S_LINK_EXCHANGE l_First{l_SlowLink}, l_Second{l_SlowLink};
-        ASSERT_TRUE(l_SlowFar.Board.Configure("late=1200*1", l_strError));
+        ASSERT_TRUE(l_SlowFar.Board.Configure("late=1500*1", l_strError));
         ASSERT_EQ(l_First.Send(Request(211)), 0U);
         ASSERT_EQ(l_Second.Send(Request(211)), 0U);
         ASSERT_TRUE(l_Second.Wait(9s));
@@ -452,10 +453,16 @@ TEST(SerialLink, ClosesInBoundedTime)
     const auto l_oPty = emulator::CPty::Make();
     l_Home.Write("TornvalC63.ini", "[SERIAL_LINK]\nPORT_1=" + l_oPty->Name() + "\n");
     CSerialLink l_Link;
+    sigset_t l_Signal{};
+    sigaddset(&l_Signal, SIGTERM);
     for (const bool l_bHalfAnswer : {false, true}) {
         ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
         S_LINK_EXCHANGE l_Exchange{l_Link};
         ASSERT_EQ(l_Exchange.Send(l_bHalfAnswer ? Request(212, {1}) : LongCommand()), 0U);
+        // The host's signals are the host's: no thread of the link takes one that it holds back.
+        pthread_sigmask(SIG_BLOCK, &l_Signal, nullptr);
+        EXPECT_EQ(kill(getpid(), SIGTERM), 0);
+        EXPECT_EQ(sigwaitinfo(&l_Signal, nullptr), SIGTERM);
         std::thread l_Fetcher([&] { EXPECT_TRUE(l_Exchange.Fetch().empty()); });
         std::this_thread::sleep_for(20ms);
         if (l_bHalfAnswer) {
