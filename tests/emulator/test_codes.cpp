@@ -1,44 +1,19 @@
-#include "emulator/Crc.h"
-#include "emulator/Recording.h"
+#include "Frames.h"
 #include "emulator/SampleEncoder.h"
 
 #include <gtest/gtest.h>
 
-#include <string_view>
-
 using namespace emulator;
-
-namespace {
-
-using Bytes = std::vector<uint8_t>;
-
-uint16_t CrcOf(std::string_view i_Text)
-{
-    return ComputeCrc({reinterpret_cast<const uint8_t*>(i_Text.data()), i_Text.size()});
-}
-
-} // namespace
-
-TEST(Crc, MatchesKnownValues)
-{
-    EXPECT_EQ(CrcOf("123456789"), 0x4B37);
-    EXPECT_EQ(CrcOf("abc"), 0x5749);
-    EXPECT_EQ(CrcOf(""), 0xFFFF);
-}
 
 TEST(SampleEncoder, WorkedExamples)
 {
-    struct
+    const struct
     {
         const char* pszWhat;
         std::vector<S_SAMPLE> vSamples;
         size_t ulChannels;
         Bytes vCodes;
-    } const l_aCases[] = {
-        {"one channel, both ranges",
-         {{-3532}, {-3527}, {-3530}, {16, true}, {17, true}, {1383}, {1320}},
-         1,
-         {0x12, 0x34, 0x85, 0xC3, 0x20, 0x10, 0x81, 0x05, 0x67, 0xFF}},
+    } l_aCases[] = {
         {"two channels in turn",
          {{256}, {4095, true}, {257}, {4094, true}, {258}, {4095, true}},
          2,
@@ -61,17 +36,6 @@ TEST(SampleEncoder, WorkedExamples)
     }
 }
 
-TEST(SampleEncoder, StepsWrapAtSixteenBits)
-{
-    CSampleEncoder l_Encoder(1, E_UNREACHABLE::Refuse);
-    for (int32_t l_lValue = 0; l_lValue < 32767; l_lValue += 63) {
-        ASSERT_TRUE(l_Encoder.Append({static_cast<int16_t>(l_lValue)})) << l_lValue;
-    }
-    ASSERT_TRUE(l_Encoder.Append({32767}));
-    ASSERT_TRUE(l_Encoder.Append({-32768}));
-    EXPECT_EQ(l_Encoder.Codes().back(), 0x81);
-}
-
 TEST(SampleEncoder, UnreachableIsRefusedOrClamped)
 {
     const std::vector<S_SAMPLE> l_vSamples{{5}, {4096}, {-5000, true}};
@@ -82,19 +46,4 @@ TEST(SampleEncoder, UnreachableIsRefusedOrClamped)
     EXPECT_EQ(l_Clamped.ulSamples, 3U);
     EXPECT_EQ(l_Clamped.ulClamped, 2U);
     EXPECT_EQ(l_Clamped.vCodes, (Bytes{0x85, 0x0F, 0xFF, 0x30, 0x00}));
-}
-
-TEST(Recording, PlaysItsColumnsAndStartsOver)
-{
-    std::string l_strError;
-    const auto l_pRecording = CRecording::Load(RECORDING, l_strError);
-    ASSERT_NE(l_pRecording, nullptr) << l_strError;
-    ASSERT_EQ(l_pRecording->Rows(), 4200U);
-    // The first row reads 0 0.013106 -0.502676 -0.231946.
-    EXPECT_EQ(l_pRecording->Counts(0, 0), -503);
-    EXPECT_EQ(l_pRecording->Counts(0, 1), 13);
-    EXPECT_EQ(l_pRecording->Counts(4200, 2), -232);
-    EXPECT_EQ(l_pRecording->Counts(0, 3), 0);
-    EXPECT_EQ(CRecording::Load("/nowhere", l_strError), nullptr);
-    EXPECT_NE(l_strError.find("/nowhere"), std::string::npos);
 }

@@ -8,42 +8,6 @@
 
 using namespace emulator;
 
-TEST(VirtualLink, ParallelMeasuresGetTheirOwnAnswers)
-{
-    links::CVirtualLink l_Link;
-    ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
-    EXPECT_EQ(l_Link.Open(k_OpenBoard), 0U);
-    EXPECT_EQ(cecore::GetLastError(), 170U);
-    uint32_t l_ulHandle = 0;
-    ASSERT_EQ(l_Link.OpenEx(k_OpenModule, &l_ulHandle), 1U);
-    ASSERT_NE(l_ulHandle, 0U);
-    std::vector<std::thread> l_vThreads;
-    for (uint32_t l_ulVoie = 0; l_ulVoie < 3; ++l_ulVoie) {
-        l_vThreads.emplace_back([&, l_ulVoie] {
-            for (int i = 0; i < 200; ++i) {
-                S_LINK_EXCHANGE l_Board{l_Link};
-                EXPECT_EQ(l_Board.Send(Request(212, {l_ulVoie})), 0U);
-                EXPECT_TRUE(l_Board.Wait());
-                const Bytes l_vAnswer = l_Board.Fetch();
-                EXPECT_EQ(l_vAnswer.size(), 26U);
-                EXPECT_EQ(At(l_vAnswer, 22), 1000 * (l_ulVoie + 1) + l_ulVoie);
-            }
-        });
-    }
-    for (int i = 0; i < 200; ++i) {
-        S_LINK_EXCHANGE l_Module{l_Link, l_ulHandle};
-        EXPECT_EQ(l_Module.Send(Request(0xA1, {1})), 0U);
-        EXPECT_TRUE(l_Module.Wait());
-        EXPECT_EQ(At(l_Module.Fetch(), 18), 123456U);
-    }
-    for (std::thread& l_Thread : l_vThreads) {
-        l_Thread.join();
-    }
-    EXPECT_EQ(l_Link.Close(l_ulHandle), 1U);
-    EXPECT_EQ(l_Link.Close(l_ulHandle), 0U);
-    EXPECT_EQ(cecore::GetLastError(), 6U);
-}
-
 TEST(VirtualLink, AbandonedAnswersReachNobody)
 {
     links::CVirtualLink l_Link;
@@ -54,7 +18,7 @@ TEST(VirtualLink, AbandonedAnswersReachNobody)
         ASSERT_EQ(l_Late.Send(Request(212, {1})), 0U);
         EXPECT_FALSE(l_Late.Wait(1ms));
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::this_thread::sleep_for(100ms);
     S_LINK_EXCHANGE l_Next{l_Link};
     l_Next.ucCmdeID = 212;
     EXPECT_TRUE(l_Next.Fetch().empty()) << "its event is gone";
@@ -92,8 +56,7 @@ TEST(VirtualLink, ASecondCommandOnAnEventTakesItOver)
     ASSERT_TRUE(SetEvent(l_Exchange.Event.Get()));
     l_Link.Board().Faults().Dial(E_FAULT::Late, 50, 1);
     ASSERT_EQ(l_Exchange.Send(Request(212, {8})), 0U);
-    EXPECT_TRUE(l_Exchange.Wait());
-    EXPECT_EQ(At(l_Exchange.Fetch(), 18), 8U);
+    EXPECT_EQ(l_Exchange.Value(), 9008U);
 }
 
 TEST(VirtualLink, ClosesInBoundedTimeWithAnswersUnderWay)
@@ -105,6 +68,6 @@ TEST(VirtualLink, ClosesInBoundedTimeWithAnswersUnderWay)
     ASSERT_EQ(l_Late.Send(Request(212, {1})), 0U);
     const auto l_Start = std::chrono::steady_clock::now();
     EXPECT_EQ(l_Link.Close(0), 1U);
-    EXPECT_LT(std::chrono::steady_clock::now() - l_Start, std::chrono::seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - l_Start, 5s);
     EXPECT_EQ(l_Late.Send(Request(212, {1})), 6U);
 }
