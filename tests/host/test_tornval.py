@@ -7,6 +7,7 @@ import contextlib
 import csv
 import fcntl
 import json
+import math
 import os
 import pty
 import shutil
@@ -112,20 +113,25 @@ class TornvalTest(unittest.TestCase):
         self.run_json(3, "calibration", "set", "--voie", "1", "--a", "1", "--b", "2", "--verify")
 
     def test_upload_is_the_recording(self):
-        document = self.run_json(0, "upload", "--blocks", "15", "--csv", self.path("a.csv"),
-                                 "--plot", self.path("a.png"))
-        self.assertEqual(document["samples"], [4500] * 3)
         with open(RECORDING) as file:
             columns = [[float(n) for n in line.split()] for line in file]
         scale = 1000.0 * (0.1 * 0.1 * 0.1)
-        rows = [[int(c * 1000.0), int(b * 1000.0), int(1234.0 - d * 1000.0 * scale)]
-                for _, b, c, d in columns]
-        with open(self.path("a.csv")) as file:
-            header, *written = csv.reader(file)
-        self.assertEqual(header, ["channel_0", "channel_1", "channel_2"])
-        self.assertEqual([[int(n) for n in row] for row in written], (rows * 2)[:4500])
-        with open(self.path("a.png"), "rb") as file:
-            self.assertTrue(file.read().startswith(b"\x89PNG"))
+        replayed = [[int(c * 1000.0), int(b * 1000.0), int(1234.0 - d * 1000.0 * scale)]
+                    for _, b, c, d in columns]
+        emulated = [[int(n * 1000.0 + math.copysign(0.5, n)) for n in (c, b, d)]
+                    for _, b, c, d in columns]
+        self.environment["TORNVAL_EMULATOR_RECORDING"] = RECORDING
+        for text, rows in [(SIMULATED, replayed), (real(f"{LINKS}/virtual_link.so"), emulated)]:
+            self.configure(text)
+            document = self.run_json(0, "upload", "--blocks", "15", "--csv", self.path("a.csv"),
+                                     "--plot", self.path("a.png"))
+            self.assertEqual(document["samples"], [4500] * 3)
+            with open(self.path("a.csv")) as file:
+                header, *written = csv.reader(file)
+            self.assertEqual(header, ["channel_0", "channel_1", "channel_2"])
+            self.assertEqual([[int(n) for n in row] for row in written], (rows * 2)[:4500])
+            with open(self.path("a.png"), "rb") as file:
+                self.assertTrue(file.read().startswith(b"\x89PNG"))
 
     def test_files_that_cannot_be_written(self):
         for option in ["--csv", "--plot"]:
