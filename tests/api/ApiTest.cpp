@@ -29,22 +29,6 @@ using IDs = std::vector<uint32_t>;
 
 } // namespace
 
-TEST(Api, LoadsByTheMask)
-{
-    const CTestHome l_Home(k_pszSimu);
-    struct S_CASE
-    {
-        int32_t lMask;
-        size_t ulDrivers;
-    };
-    const S_CASE l_aCases[] = {{0x11, 2}, {0x01, 1}, {0x10, 1}, {0x02, 0},     {0x04, 0},
-                               {0, 0},    {-1, 2},   {-18, 0},  {INT32_MIN, 0}};
-    for (const S_CASE& l_Case : l_aCases) {
-        EXPECT_EQ(LoadMeasDrivers(l_Case.lMask), (S_RESULT{0, 6, 0, 0, 0}));
-        EXPECT_EQ(LoadedIDs().size(), l_Case.ulDrivers) << l_Case.lMask;
-    }
-}
-
 TEST(Api, NumbersDriversFromLoadToLoad)
 {
     const CTestHome l_Home(k_pszSimu);
@@ -86,7 +70,6 @@ TEST(Api, MeasuresOnTheSimulatedInstrument)
     l_lValue = 0;
     EXPECT_EQ(GetInstantMeasureWithoutCompensation(&l_lValue, 12), (S_RESULT{3, 0, 0, 0, 0}));
     EXPECT_EQ(l_lValue, 1234);
-    EXPECT_EQ(GetInstantMeasureOnDevice(4000, &l_lValue, 0, 9), (S_RESULT{3, 0, 0, 0, 0}));
     EXPECT_EQ(CurrentGeneratorBurst(5), (S_RESULT{3, 0, 0, 0, 0}));
     EXPECT_EQ(GetAllMicroOhmMeasure(&l_lValue, &l_lSecond, &l_lThird), (S_RESULT{4, 0, 0, 0, 0}));
     EXPECT_EQ(l_lValue, 3333);
@@ -94,11 +77,6 @@ TEST(Api, MeasuresOnTheSimulatedInstrument)
     l_lValue = 0;
     EXPECT_EQ(GetMicroOhmMeasure(&l_lValue).ulStatus, 0U);
     EXPECT_EQ(l_lValue, 3333);
-    double l_dA = 1, l_dB = 1;
-    uint32_t l_ulIndex = 0;
-    EXPECT_EQ(GetMBCalibrationCoeff(&l_dA, &l_dB, 1), 1U);
-    EXPECT_EQ(l_dA, 0.0);
-    EXPECT_EQ(SetMBCalibration(&l_ulIndex, &l_dA, &l_dB, 1), (S_RESULT{3, 0, 0, 0, 0}));
     // Initialised already, so without force the router answers by itself.
     EXPECT_EQ(InitialiseMeasBoard(4000, 0), (S_RESULT{0, 3, 0, 0, 0}));
     EXPECT_EQ(InitialiseMeasBoard(4000, 2), (S_RESULT{0, 3, 0, 0, 0}));

@@ -51,6 +51,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         S_CASE{"none", "", 0x11, 1, ""}, S_CASE{"noneMask0", "", 0, 0, ""},
         S_CASE{"empty", "\n", 0x11, 1, ""}, S_CASE{"simu", "[IM]\nSIMU=1", 0x11, 0, "IM MO "},
+        S_CASE{"simuModule", "[IM]\nSIMU=1", 0x01, 0, "MO "},
+        S_CASE{"simuBoard", "[IM]\nSIMU=1", 0x10, 0, "IM "},
+        S_CASE{"simuAll", "[IM]\nSIMU=1", -1, 0, "IM MO "},
+        S_CASE{"simuNeither", "[IM]\nSIMU=1", ~0x11, 0, ""},
         S_CASE{"simuWord", "[IM]\nSIMU=yes", 0x10, 1, ""},
         S_CASE{"simuNegative", "[IM]\nSIMU=-1", 0x10, 1, ""},
         S_CASE{"simuElsewhere", "[MO]\nSIMU=1\n[IM]\n", 0x01, 1, ""},

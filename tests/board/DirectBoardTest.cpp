@@ -107,46 +107,6 @@ TEST(DirectBoard, InitialisesMeasuresAndUploadsOverTheEmulatedBoard)
     }
 }
 
-TEST(DirectBoard, ReportsEachFaultAndWorksAfterIt)
-{
-    S_BENCH<CEmulatedDevice> l_Bench;
-    ASSERT_EQ(l_Bench.Driver().Init().ulStatus, 0U);
-    struct S_CASE
-    {
-        const char* pszFault;
-        S_RESULT Record;
-    };
-    const S_CASE l_aCases[] = {
-        {"send-fails=31*1", {3, 2, 31, 0, 1}},
-        {"send-status=9*1", {3, 7, 0, 9, 1}},
-        {"fetch-fails=21*1", {3, 5, 21, 2, 1}},
-        {"link-status=3*1", {3, 5, 0, 5, 1}},
-        {"count=11*1", {3, 5, 0, 0, 1}},
-        {"count=23*1", {3, 5, 0, 0, 1}},
-        {"return-code=0*1", {3, 5, 0, 0, 1}},
-        {"return-code=7*1", {3, 5, 0, 7, 1}},
-        {"error-code=1004*1", {3, 5, 0, 1004, 1}},
-        {"error-code=2006*1", {3, 5, 0, 0, 0}},
-        {"voie=13*1", {3, 5, 0, 0, 1}},
-        {"voie=12*1", {3, 5, 0, 0, 0}},
-        {"late=100*1", {3, 5, 0, 0, 0}},
-        {"count=24*1", {3, 5, 0, 0, 0}},
-        {"count=0xFFFFFFFF*1", {3, 5, 0, 0, 0}},
-    };
-    std::string l_strError;
-    for (const S_CASE& l_Case : l_aCases) {
-        SCOPED_TRACE(l_Case.pszFault);
-        ASSERT_TRUE(l_Bench.pDevice->Board().Configure(l_Case.pszFault, l_strError)) << l_strError;
-        int32_t l_lValue = 77;
-        EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 1, 1, 0), l_Case.Record);
-        if (l_Case.Record.ulStatus != 0) {
-            EXPECT_TRUE(l_lValue == 77 || l_lValue == 0);
-        }
-        EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 1, 1, 0).ulStatus, 0U);
-        EXPECT_EQ(l_lValue, 2001);
-    }
-}
-
 TEST(DirectBoard, ConvertsWithTruncationAndSaturation)
 {
     S_BENCH<CScriptedDevice> l_Bench;

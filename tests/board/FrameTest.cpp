@@ -110,19 +110,6 @@ TEST_F(Frame, OfEachCommandByteForByte)
     }
 }
 
-TEST_F(Frame, OfTheSelectedInput)
-{
-    Start();
-    m_pDevice->Answer({2, 0, 0, 0, 0x39, 0x30, 0, 0}, 30);
-    int32_t l_lValue = -1;
-    EXPECT_EQ(m_pBoard->GetInstantMeasure(&l_lValue, 2, 0, 77), (S_RESULT{3, 5, 0, 0, 0}));
-    EXPECT_EQ(l_lValue, 12345);
-    EXPECT_EQ(Head(20), (Bytes{0x0B, 0xBF, 0xD4, 0x00, 0x08, 0x00, 0x00, 0x00, 0x00, 0xD4,
-                               0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(m_pDevice->vEcho, (Bytes{0xD4, 0x00}));
-    EXPECT_NE(ReadLe32(m_pDevice->vFrame.data() + 65544), m_pBoard->m_hSync);
-}
-
 TEST_F(Frame, RefusesWhatHasNone)
 {
     Start();
