@@ -7,6 +7,9 @@
 #include <atomic>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "TestHome.h"
 #include "TestRecord.h"
 #include "board/IntMeasDriver.h"
 #include "links/virtual/VirtualLink.h"
@@ -18,16 +21,12 @@ class COpenBoard : public tornval::CIntMeasDriver
 {
 public:
     using CIntMeasDriver::already_init;
-    using CIntMeasDriver::CheckReply;
     using CIntMeasDriver::m_bDecompressData;
     using CIntMeasDriver::m_Frame;
     using CIntMeasDriver::m_hSync;
     using CIntMeasDriver::m_ppVoieData;
     using CIntMeasDriver::m_pulVoies;
-    using CIntMeasDriver::m_szRegistryKey;
     using CIntMeasDriver::m_ucBurst;
-    using CIntMeasDriver::m_ucCalibration;
-    using CIntMeasDriver::m_ulAcquisitionPeriod;
     using CIntMeasDriver::m_ulNbChannel;
     using CIntMeasDriver::m_ulTimeout;
     using CIntMeasDriver::s_dCoefA;
@@ -104,3 +103,37 @@ inline void PutDevice(std::shared_ptr<cecore::IDevice> i_pDevice)
 inline constexpr const char* k_pszBoardSection =
     "[IM]\nDRIVER_NAME=DEV\nREGISTRY_KEY=system\\board\nREGISTRY_ENTRY=unit\n"
     "CHANNEL_1=2\nCHANNEL_2=0\nCHANNEL_3=12\n";
+
+/** The driver over the device of a test, its instance created. */
+template <typename Device>
+struct S_BENCH
+{
+    explicit S_BENCH(const std::string& i_strMore = "") : Home(k_pszBoardSection + i_strMore)
+    {
+        PutDevice(pDevice);
+        EXPECT_EQ(Board.CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
+    }
+    tornval::CMeasDriver& Driver() { return Board; }
+
+    S_RESULT Send(uint8_t i_ucCmdeID, uint32_t i_ulTimeout = 0, uint32_t i_ulSize = 4,
+                  const void* i_pcData = nullptr, uint8_t i_ucCanal = 0, uint8_t i_ucParam = 0)
+    {
+        S_SEND_STRUCT l_Cmde = tornval::MakeCommand(i_ucCmdeID, i_ulTimeout, i_ulSize);
+        l_Cmde.ucCmdeParam = i_ucParam;
+        return Driver().SendCommand(&l_Cmde, &Receive, i_pcData, i_ucCanal);
+    }
+    /** A send with its fetch. */
+    S_RESULT Fetch(uint8_t i_ucCmdeID, char* o_pcRaw, int32_t* o_plSize = nullptr,
+                   int32_t* o_plData = nullptr, uint32_t i_ulRaw = 65544)
+    {
+        const S_RESULT l_Sent = Send(i_ucCmdeID);
+        return l_Sent.ulStatus != 0
+                   ? l_Sent
+                   : Driver().GetResult(i_ulRaw, o_pcRaw, o_plSize, o_plData, 0, 1);
+    }
+
+    CTestHome Home;
+    std::shared_ptr<Device> pDevice = std::make_shared<Device>();
+    COpenBoard Board;
+    S_RECEIVE_STRUCT Receive{};
+};

@@ -1,47 +1,17 @@
 // The board driver over a device file: initialisation, measures, uploads, failures.
 
 #include <chrono>
-#include <numeric>
 #include <thread>
 
 #include <gtest/gtest.h>
 
-#include "TestHome.h"
 #include "board/BoardOnDevice.h"
-#include "emulator/SampleEncoder.h"
 
 using namespace tornval;
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-/** The driver over the device of a test, its instance created. */
-template <typename Device>
-struct S_BENCH
-{
-    explicit S_BENCH(const std::string& i_strMore = "") : Home(k_pszBoardSection + i_strMore)
-    {
-        PutDevice(pDevice);
-        Created = Board.CreateDriverInstance();
-    }
-    CMeasDriver& Driver() { return Board; }
-    S_RESULT Fetch(uint8_t i_ucCmdeID, char* o_pcRaw, int32_t* o_plSize, int32_t* o_plData,
-                   uint32_t i_ulRaw = 65544)
-    {
-        S_SEND_STRUCT l_Cmde = MakeCommand(i_ucCmdeID, 0, 4);
-        S_RECEIVE_STRUCT l_Receive{};
-        const S_RESULT l_Sent = Driver().SendCommand(&l_Cmde, &l_Receive, nullptr, 0);
-        return l_Sent.ulStatus != 0
-                   ? l_Sent
-                   : Driver().GetResult(i_ulRaw, o_pcRaw, o_plSize, o_plData, 0, 1);
-    }
-
-    CTestHome Home;
-    std::shared_ptr<Device> pDevice = std::make_shared<Device>();
-    COpenBoard Board;
-    S_RESULT Created{};
-};
 
 Bytes UploadData(uint32_t i_ulClaimed, const Bytes& i_vCodes)
 {
@@ -65,7 +35,6 @@ std::vector<int32_t> s_vlData(3 + 3 * 65544);
 TEST(DirectBoard, InitialisesMeasuresAndUploadsOverTheEmulatedBoard)
 {
     S_BENCH<CEmulatedDevice> l_Bench("CALIBRATION=1\n");
-    ASSERT_EQ(l_Bench.Created, (S_RESULT{3, 0, 0, 0, 0}));
     std::string l_strError;
     emulator::CBoardFirmware& l_Board = l_Bench.pDevice->Board();
     ASSERT_TRUE(l_Board.Configure("coef=2/20000/-5,rows=700", l_strError)) << l_strError;
@@ -110,21 +79,18 @@ TEST(DirectBoard, InitialisesMeasuresAndUploadsOverTheEmulatedBoard)
 TEST(DirectBoard, ConvertsWithTruncationAndSaturation)
 {
     S_BENCH<CScriptedDevice> l_Bench;
-    struct S_CASE
+    const struct
     {
         double dA, dB;
         uint16_t usSample;
         int32_t lMeasure;
-    };
-    const S_CASE l_aCases[] = {
-        {10000, 0, 12345, 12345},
-        {1, -29000, 0, -2},
-        {10000, 0, 0xFFFF, -1},
-        {4294967295.0, 0, 32767, INT32_MAX},
-        {4294967295.0, 0, 0x8000, INT32_MIN},
-        {0, 0, 5, 0},
-    };
-    for (const S_CASE& l_Case : l_aCases) {
+    } l_aCases[] = {{10000, 0, 12345, 12345},
+                    {1, -29000, 0, -2},
+                    {10000, 0, 0xFFFF, -1},
+                    {4294967295.0, 0, 32767, INT32_MAX},
+                    {4294967295.0, 0, 0x8000, INT32_MIN},
+                    {0, 0, 5, 0}};
+    for (const auto& l_Case : l_aCases) {
         SetPair(2, l_Case.dA, l_Case.dB);
         int32_t l_lMeasure = 77;
         l_Bench.Board.ScaleSample(&l_lMeasure, 0, 1, l_Case.usSample);
@@ -155,25 +121,22 @@ TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
     SetPair(2, 10000, 0);
     SetPair(0, 10000, 0);
     SetPair(12, 10000, 0);
-    struct S_CASE
+    const struct
     {
         uint32_t ulClaimed, ulReturned, ulStatus;
-        int32_t lSize;
-    };
-    const S_CASE l_aCases[] = {
-        {5, 31, 0, 7},
-        {5, 27, 0, 7},
-        {5, 26, 1, 0},
-        {0, 22, 0, 3},
-        {1, 65548, 0, 3}, // half a code is no sample
-        {65522, 65548, 0, -1},
-        {65523, 65548, 1, 0},
-        {65535, 0xFFFFFFFF, 1, 0},
-        {65541, 0xFFFFFFFF, 1, 0},
-        {0xFFFFFFFF, 0xFFFFFFFF, 1, 0},
-        {0xFFFFFFE9, 0xFFFFFFFF, 1, 0},
-    };
-    for (const S_CASE& l_Case : l_aCases) {
+        int32_t lSize; // half a code is no sample; -1: as many as there are
+    } l_aCases[] = {{5, 31, 0, 7},
+                    {5, 27, 0, 7},
+                    {5, 26, 1, 0},
+                    {0, 22, 0, 3},
+                    {1, 65548, 0, 3},
+                    {65522, 65548, 0, -1},
+                    {65523, 65548, 1, 0},
+                    {65535, 0xFFFFFFFF, 1, 0},
+                    {65541, 0xFFFFFFFF, 1, 0},
+                    {0xFFFFFFFF, 0xFFFFFFFF, 1, 0},
+                    {0xFFFFFFE9, 0xFFFFFFFF, 1, 0}};
+    for (const auto& l_Case : l_aCases) {
         SCOPED_TRACE(l_Case.ulClaimed);
         l_Bench.pDevice->Answer(UploadData(l_Case.ulClaimed, l_vCodes), l_Case.ulReturned);
         int32_t l_lSize = 99;
