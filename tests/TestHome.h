@@ -57,14 +57,13 @@ public:
     /** The lines of the trace file, without their prefix of time, ticks and thread. */
     [[nodiscard]] std::vector<std::string> TraceLines() const
     {
+        static const std::regex s_Prefix("^[^\\[]*\\[[-0-9]+\\] \\[th[0-9a-f]+\\] ");
         std::vector<std::string> l_vstrLines;
         std::istringstream l_Text(Read("log_tornval.txt"));
         for (std::string l_strLine; std::getline(l_Text, l_strLine);) {
-            const size_t l_ulThread = l_strLine.find("[th");
-            const size_t l_ulStart = l_strLine.find("] ", l_ulThread);
-            l_vstrLines.push_back(l_ulThread == std::string::npos || l_ulStart == std::string::npos
-                                      ? l_strLine
-                                      : l_strLine.substr(l_ulStart + 2));
+            std::smatch l_Match;
+            const bool l_bPrefix = std::regex_search(l_strLine, l_Match, s_Prefix);
+            l_vstrLines.push_back(l_bPrefix ? l_Match.suffix().str() : l_strLine);
         }
         return l_vstrLines;
     }

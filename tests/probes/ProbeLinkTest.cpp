@@ -99,6 +99,13 @@ public:
     {
         SetTraceLog(std::make_unique<CTraceLogFile>("\\hd00\\log_tornval.txt", i_usLevel));
     }
+    /** The lines traced so far, which are gone with it. */
+    [[nodiscard]] Lines Taken() const
+    {
+        Lines l_vstrLines = m_Home.TraceLines();
+        ResetTraceLog();
+        return l_vstrLines;
+    }
     /** A record of this kind of probe. */
     [[nodiscard]] S_RESULT Record(uint32_t i_ulStep, uint32_t i_ulStatus,
                                   uint32_t i_ulLastError = 0, uint32_t i_ulFwStatus = 0) const
@@ -290,14 +297,13 @@ TEST_P(ProbeLink, EveryCommandID)
         SCOPED_TRACE(l_ulID);
         const bool l_bKnown = l_ulID == 1 || (l_ulID >= 16 && l_ulID <= 23) ||
                               (l_ulID >= 32 && l_ulID <= 34) || l_ulID == 64;
-        ResetTraceLog();
         m_Link.vCalls.clear();
         EXPECT_EQ(Send(static_cast<uint8_t>(l_ulID), {1, 2}), Record(2, l_bKnown ? 0 : 1));
         EXPECT_EQ(m_Cmde.CmdeID, l_ulID == 1 ? 33 : l_ulID);
         EXPECT_EQ(Fetch(5), Record(5, l_bKnown ? 0 : 1));
         if (!l_bKnown) {
             EXPECT_EQ(m_Link.vCalls.size(), 0U);
-            EXPECT_EQ(m_Home.TraceLines(), Line("SendCommand> " + m_Kind.strRefused + " command"));
+            EXPECT_EQ(Taken(), Line("SendCommand> " + m_Kind.strRefused + " command"));
             continue;
         }
         ASSERT_EQ(m_Link.vCalls.size(), 2U);
@@ -310,61 +316,49 @@ TEST_P(ProbeLink, EveryCommandID)
 
 TEST_P(ProbeLink, SendFailures)
 {
-    Log(INFO_GENERAL_LEVEL | ERROR_LEVEL);
-    const bool l_bEntry = m_Kind.ulType == 1;
-    // Takes the entry line, which one of the two has, off the log.
-    const auto l_fnLines = [&](const char* i_pszID) {
-        Lines l_vstrLines = m_Home.TraceLines();
-        ResetTraceLog();
-        if (l_bEntry) {
-            EXPECT_EQ(l_vstrLines.at(0), "CBTProbeDriver::SendCommand> DriverID:2000 CMID:" +
-                                             std::string(i_pszID) + " [INFO_GENERAL_LEVEL]");
-            l_vstrLines.erase(l_vstrLines.begin());
-        }
-        return l_vstrLines;
-    };
     m_Link.ulAckCount = 7;
     EXPECT_EQ(Send(34), Record(2, 1));
-    EXPECT_EQ(l_fnLines("22"), Line("SendCommand> m_pFn_P_DeviceIoControl size error"));
+    EXPECT_EQ(Taken(), Line("SendCommand> m_pFn_P_DeviceIoControl size error"));
     m_Link.ulAckCount = 8;
     m_Link.ulNbReturnByte = 0x01020304;
     EXPECT_EQ(Send(34), Record(2, 0));
     EXPECT_EQ(m_Receive.ulNbReturnByte, 0x01020304U);
-    EXPECT_EQ(l_fnLines("22"), Lines{});
     m_Link.ulResult = 0;
     m_Link.ulLastError = 1460;
     EXPECT_EQ(Send(1), Record(2, 1, 1460));
-    EXPECT_EQ(l_fnLines("01"), Line("SendCommand> m_pFn_P_DeviceIoControl error: 1460"));
-    m_Link.vCalls.clear();
+    EXPECT_EQ(Taken(), Line("SendCommand> m_pFn_P_DeviceIoControl error: 1460"));
 
-    // Sizes that leave no room for the record, and that leave just enough.
+    m_Link.ulResult = 1;
     Send(34);
-    l_fnLines("22");
+    m_Link.vCalls.clear();
+    // Sizes that leave no room for the record.
     for (uint32_t l_ulSize : {0xFFFFFFFFU, 0xFFFFFFF3U}) {
-        m_Link.vCalls.clear();
         m_Cmde = MakeCommand(20, 0, l_ulSize);
         EXPECT_EQ(m_pProbe->SendCommand(&m_Cmde, &m_Receive, "x", 0), Record(2, 1));
-        EXPECT_EQ(l_fnLines("14"),
+        EXPECT_EQ(Taken(),
                   Line("SendCommand> " + m_Kind.strRefused + " size: " + std::to_string(l_ulSize)));
-        EXPECT_EQ(m_Link.vCalls.size(), 0U);
     }
-    m_Link.vCalls.clear();
-    m_Link.ulResult = 1;
     m_Cmde = MakeCommand(1, 0, 0);
     EXPECT_EQ(m_pProbe->SendCommand(&m_Cmde, nullptr, nullptr, 0), Record(2, 1));
-    EXPECT_EQ(l_fnLines("01"), Line("SendCommand> o_pReceiveStruct allocation error"));
+    EXPECT_EQ(Taken(), Line("SendCommand> o_pReceiveStruct allocation error"));
     EXPECT_EQ(m_Cmde.CmdeID, 33);
-    EXPECT_EQ(m_Link.vCalls.size(), 0U);
     int32_t l_lScaled = 0;
     m_pProbe->ScaleSample(&l_lScaled, 1, 0, 1);
     EXPECT_EQ(l_lScaled, 16) << "the second channel is there from the first such command on";
-
     EXPECT_EQ(m_pProbe->SendCommand(nullptr, &m_Receive, nullptr, 0), Record(2, 1));
-    EXPECT_EQ(l_fnLines(" NULL"), Lines{});
+    EXPECT_EQ(m_Link.vCalls.size(), 0U);
     EXPECT_EQ(Fetch(0), Record(5, 1)) << "the last command is still the rolling one";
     EXPECT_EQ(m_Link.vCalls.size(), 1U);
-    EXPECT_EQ(m_Home.TraceLines(),
+    EXPECT_EQ(Taken(),
               Lines{"CProbeDriver::RollingCmdeResultManagement> parameter error [ERROR_LEVEL]"});
+    // One of the two says what it is asked to send.
+    Log(INFO_GENERAL_LEVEL);
+    Send(34);
+    m_pProbe->SendCommand(nullptr, &m_Receive, nullptr, 0);
+    const std::string l_strEntry = "CBTProbeDriver::SendCommand> DriverID:2000 CMID:";
+    EXPECT_EQ(Taken(), m_Kind.ulType == 1 ? (Lines{l_strEntry + "22 [INFO_GENERAL_LEVEL]",
+                                                   l_strEntry + " NULL [INFO_GENERAL_LEVEL]"})
+                                          : Lines{});
 }
 
 TEST_P(ProbeLink, FetchFailures)
@@ -381,25 +375,24 @@ TEST_P(ProbeLink, FetchFailures)
         m_Link.ulLastError = 31;
         EXPECT_EQ(Fetch(5), Record(5, 1, 31));
         EXPECT_EQ(m_lSize, 0);
-        EXPECT_EQ(m_Home.TraceLines(),
-                  l_ucCmdeID == 33 ? Line("GetResultGetRollingCmde> m_pFn_P_DeviceIoControl "
-                                          "error (last error 31)")
-                                   : Lines{});
-        ResetTraceLog();
+        EXPECT_EQ(Taken(), l_ucCmdeID == 33
+                               ? Line("GetResultGetRollingCmde> m_pFn_P_DeviceIoControl "
+                                      "error (last error 31)")
+                               : Lines{});
     }
 }
 
 TEST_P(ProbeLink, LibrariesThatAreMissingOrShort)
 {
     Make("DRIVER_NAME=absent.dll");
-    EXPECT_EQ(m_Home.TraceLines(), Lines{m_Kind.strCreateError});
+    EXPECT_EQ(Taken(), Lines{m_Kind.strCreateError});
     EXPECT_EQ(m_pProbe->Init(), Record(3, 1));
     EXPECT_EQ(m_pProbe->Close(), Record(4, 1));
     EXPECT_EQ(Send(34), Record(2, 1));
     EXPECT_EQ(Fetch(5), Record(5, 1));
     EXPECT_EQ(Measure(0, {}), Record(2, 1));
     EXPECT_EQ(m_lValue, 0);
-    EXPECT_EQ(m_Home.TraceLines().size(), 1U);
+    EXPECT_EQ(Taken(), Lines{});
     // Without its open the emulated link refuses the other calls.
     struct
     {
@@ -407,14 +400,14 @@ TEST_P(ProbeLink, LibrariesThatAreMissingOrShort)
         uint32_t ulInit, ulSend, ulClose;
     } const l_aCases[] = {{"Init", 1, 1, 1}, {"Close", 0, 0, 1}, {"DeviceIoControl", 0, 1, 0}};
     for (const auto& l_Case : l_aCases) {
-        ResetTraceLog();
         const std::string l_strLibrary =
             TEST_LINKS "test/lacking_" + std::string(m_Kind.pszPrefix) + "_" + l_Case.strLacking;
         Make(("DRIVER_NAME=" + l_strLibrary + ".dll").c_str());
-        EXPECT_EQ(m_Home.TraceLines(), Lines{m_Kind.strCreateError});
+        EXPECT_EQ(Taken(), Lines{m_Kind.strCreateError});
         EXPECT_EQ(m_pProbe->Init(), Record(3, l_Case.ulInit));
         EXPECT_EQ(Send(34).ulStatus, l_Case.ulSend);
         EXPECT_EQ(m_pProbe->Close(), Record(4, l_Case.ulClose));
+        ResetTraceLog();
     }
 }
 
@@ -434,7 +427,6 @@ TEST_P(ProbeLink, MemoryThatIsRefused)
                             l_strRolling + l_strVoie + "[1] allocation error"};
     for (uint32_t l_ul = 1; l_ul <= l_vstrLines.size(); ++l_ul) {
         SCOPED_TRACE(l_ul);
-        ResetTraceLog();
         g_ulFailingAllocation = l_ul;
         const S_RESULT l_Result = Measure(1, l_vReply);
         EXPECT_EQ(g_ulFailingAllocation, 0U);
@@ -442,12 +434,10 @@ TEST_P(ProbeLink, MemoryThatIsRefused)
         EXPECT_EQ(l_Result.ulStatus, l_ul == 1 ? 0U : 1U);
         EXPECT_EQ(m_lValue, l_ul == 1 ? 16 : 0);
         const std::string& l_strLine = l_vstrLines[l_ul - 1];
-        EXPECT_EQ(m_Home.TraceLines(),
-                  l_strLine.empty() ? Lines{} : Lines{l_strLine + " [ERROR_LEVEL]"});
+        EXPECT_EQ(Taken(), l_strLine.empty() ? Lines{} : Lines{l_strLine + " [ERROR_LEVEL]"});
     }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // The largest buffer that a size can ask for; the address space of a sanitizer has no bound.
-    ResetTraceLog();
     const rlimit l_Limit{1U << 31, RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_AS, &l_Limit), 0);
     m_Cmde = MakeCommand(20, 0, 0xFFFFFFF2);
