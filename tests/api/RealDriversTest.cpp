@@ -117,26 +117,17 @@ TEST(RealDrivers, TraceEveryStepOfALoadAMeasureAndAClose)
     int32_t l_alValues[3];
     EXPECT_EQ(GetAllMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]),
               (S_RESULT{4, 5, 0, 0, 0}));
-    EXPECT_EQ(l_alValues[0], 123456);
-    EXPECT_EQ(l_alValues[1], -2345);
-    EXPECT_EQ(l_alValues[2], 67);
+    EXPECT_TRUE(l_alValues[0] == 123456 && l_alValues[1] == -2345 && l_alValues[2] == 67);
     EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
     EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
     EXPECT_EQ(GetMicroOhmMeasure(l_alValues), (S_RESULT{4, 2, 6, 0, 1}));
-    EXPECT_EQ(l_Instrument.m_Home.MaskedTraceLines(),
-              Lines(R"(CRouter::LoadMeasDriver> START [INFO_LEVEL]
-CRouter::LoadMODriver> START [INFO_LEVEL]
-CRouter::CreateDriver> DriverType: 4 [INFO_GENERAL_LEVEL]
-C_MilliOhmDriverSerial::CreateDriverInstance> START [INFO_LEVEL]
+    std::vector<std::string> l_vstrLines = l_Instrument.m_Home.MaskedTraceLines();
+    std::erase_if(l_vstrLines, [](const auto& i_str) { return i_str.starts_with("CRouter::"); });
+    EXPECT_EQ(l_vstrLines, Lines(R"(C_MilliOhmDriverSerial::CreateDriverInstance> START [INFO_LEVEL]
 CIntMeasDriverSerial::InitModule> Use Extended API: 1 SerialDriver: # DllWrapperInit=0 [INFO_LEVEL]
 CSerialDriver::RS_Init_Ex> fct: # [INFO_LEVEL]
 CIntMeasDriverSerial::InitModule> END status: 0 [INFO_LEVEL]
 C_MilliOhmDriverSerial::CreateDriverInstance> STOP status:0 [INFO_LEVEL]
-CRouter::LoadMODriver> driver: # [INFO_LEVEL]
-CRouter::InitAndAddDriverToMap> [INFO_LEVEL]
-CRouter::InitAndAddDriverToMap> add driver to the map: id=5001 [INFO_LEVEL]
-CRouter::LoadMODriver> STOP status=1 [INFO_LEVEL]
-CRouter::LoadMeasDriver> STOP status=0 [INFO_LEVEL]
 C_MilliOhmDriverSerial::GetMicroOhmMeasure> [INFO_LEVEL]
 C_MilliOhmDriverSerial::SendCommand> (canal: 0) [INFO_LEVEL]
 C_MilliOhmDriverSerial::SendCommand> cmde=A1 [INFO_LEVEL]
@@ -152,10 +143,8 @@ C_MilliOhmDriverSerial> FW status code=
 0x01 0x00 [FW_LEVEL]
 C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE> Cmde Status=
 00000000 (OK) [FW_LEVEL]
-CRouter::GetDriverFromID> driver ID: 5001 Nb Drivers: 1 [INFO_GENERAL_LEVEL]
 CIntMeasDriverSerial::Close> [INFO_GENERAL_LEVEL]
 CIntMeasDriverSerial::Close> OK close done  [INFO_LEVEL]
-CRouter::GetDriverFromID> driver ID: 5001 Nb Drivers: 1 [INFO_GENERAL_LEVEL]
 CIntMeasDriverSerial::Close> OK init not be done [INFO_LEVEL]
 C_MilliOhmDriverSerial::GetMicroOhmMeasure> [INFO_LEVEL]
 C_MilliOhmDriverSerial::SendCommand> (canal: 0) [INFO_LEVEL]

@@ -1,9 +1,5 @@
 // What the configuration makes of a load: real or simulated, probes, files that cannot be read.
 
-#include <filesystem>
-
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
 
 #include "TestHome.h"
@@ -69,20 +65,6 @@ INSTANTIATE_TEST_SUITE_P(
         S_CASE{"probesWithoutKey", "[BT]\nSIMU=1\n[USB]\nSIMU=1", -1, 1, ""},
         S_CASE{"probeFails", "[IM]\nSIMU=1\n[BT]\nLOAD=1\nDRIVER_NAME=none", 0x11, 1, "IM MO "}),
     [](const testing::TestParamInfo<S_CASE>& i_Info) { return i_Info.param.strName; });
-
-TEST(Router, TreatsWhatIsNoFileAsNone)
-{
-    const CTestHome l_Home;
-    std::filesystem::create_directory(l_Home.Path("TornvalC63.ini"));
-    EXPECT_EQ(LoadMeasDrivers(0x11).ulStatus, 1U);
-}
-
-TEST(Router, DoesNotHangOnAPipe)
-{
-    const CTestHome l_Home;
-    ASSERT_EQ(mkfifo(l_Home.Path("TornvalC63.ini").c_str(), 0600), 0);
-    EXPECT_EQ(LoadMeasDrivers(0x11).ulStatus, 1U);
-}
 
 TEST(Router, ReadsItsKeysOnce)
 {

@@ -132,30 +132,25 @@ TEST(MeasDriver, DecodesChannelsThroughItsScale)
 {
     CPlainDriver l_Driver(2);
     const uint8_t l_aucData[] = {0x01, 0x00, 0x2F, 0xFF, 0x81, 0xC1, 0x81, 0x81, 0x12};
-    using Channel = std::array<int32_t, 4>;
-    Channel l_alFirst{-1, -1, -1, -1};
-    Channel l_alSecond = l_alFirst;
-    int32_t* l_aplArrays[2] = {l_alFirst.data(), l_alSecond.data()};
+    int32_t l_alSamples[2][4] = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
+    int32_t* l_aplArrays[2] = {l_alSamples[0], l_alSamples[1]};
     int32_t l_alCounts[2] = {-1, -1};
-    const auto l_fnDecode = [&](uint32_t i_ulSize, uint32_t i_ulChannels, uint32_t i_ulMax) {
-        return l_Driver.DecompressSamplesMultiChannel(l_aucData, i_ulSize, l_aplArrays,
-                                                      i_ulChannels, l_alCounts, i_ulMax);
+    const auto l_fnDecode = [&](uint32_t i_ulChannels, uint32_t i_ulMax) {
+        return l_Driver.DecompressSamplesMultiChannel(l_aucData, 9, l_aplArrays, i_ulChannels,
+                                                      l_alCounts, i_ulMax);
     };
-    EXPECT_EQ(l_fnDecode(9, 3, 4), 0U);
-    EXPECT_EQ(l_fnDecode(9, ~0U, 4), 0U);
+    EXPECT_EQ(l_fnDecode(3, 4), 0U);
+    EXPECT_EQ(l_fnDecode(~0U, 4), 0U);
     EXPECT_EQ(l_Driver.DecompressSamplesMultiChannel(l_aucData, 9, nullptr, 2, l_alCounts, 4), 0U);
     EXPECT_EQ(l_Driver.DecompressSamplesMultiChannel(l_aucData, 9, l_aplArrays, 2, nullptr, 4), 0U);
-    EXPECT_TRUE(l_alCounts[0] == -1 && l_alCounts[1] == -1 && l_alFirst[0] == -1);
-
+    EXPECT_TRUE(l_alCounts[0] == -1 && l_alCounts[1] == -1 && l_alSamples[0][0] == -1);
     // The last byte is half a code: no sample.
-    EXPECT_EQ(l_fnDecode(9, 2, 4), 6U);
-    EXPECT_TRUE(l_alCounts[0] == 3 && l_alCounts[1] == 3);
-    EXPECT_EQ(l_alFirst, (Channel{256, 257, 258, -1}));
-    EXPECT_EQ(l_alSecond, (Channel{1104095, 1104094, 1104095, -1}));
-    EXPECT_EQ(l_fnDecode(9, 2, 1), 2U);
-    EXPECT_TRUE(l_alCounts[0] == 1 && l_alCounts[1] == 1);
-    EXPECT_EQ(l_fnDecode(0, 2, 0), 0U);
-    EXPECT_TRUE(l_alCounts[0] == 0 && l_alCounts[1] == 0) << "an empty stream";
+    EXPECT_EQ(l_fnDecode(2, 4), 6U);
+    EXPECT_TRUE(l_alCounts[0] == 3 && l_alCounts[1] == 3 && l_alSamples[0][3] == -1);
+    EXPECT_TRUE(l_alSamples[0][2] == 258 && l_alSamples[1][2] == 1104095);
+    EXPECT_EQ(l_fnDecode(2, 1), 2U);
+    EXPECT_EQ(l_fnDecode(2, 0), 0U);
+    EXPECT_TRUE(l_alCounts[0] == 0 && l_alCounts[1] == 0);
 }
 
 TEST(ModuleFolder, EndsInOneBackslash)
