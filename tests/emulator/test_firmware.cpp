@@ -4,6 +4,7 @@
 #include "emulator/BoardFirmware.h"
 #include "emulator/MilliOhmFirmware.h"
 #include "emulator/Recording.h"
+#include "emulator/SampleEncoder.h"
 
 #include <gtest/gtest.h>
 
@@ -74,7 +75,9 @@ TEST(BoardFirmware, JudgesCommands)
         {Request(0), k_ulErrorLength},
         {Request(0, {7}), 0},
         {Request(3, {9}, 3), 0},
-        {Request(208, {3000, 2, 4, 12}), 0}};
+        {Request(208, {3000, 2, 4, 12}), 0},
+        {Request(211), 0},
+        {Request(209), 0}};
     for (const auto& [l_vRequest, l_ulError] : l_aCases) {
         EXPECT_EQ(ErrorOf(l_Board, l_vRequest), l_ulError)
             << "command " << unsigned{l_vRequest[k_ulCmdeOffset]} << ", " << l_vRequest.size();
@@ -83,6 +86,7 @@ TEST(BoardFirmware, JudgesCommands)
     EXPECT_EQ(l_State.ucCalibration, 7);
     EXPECT_EQ(l_State.ucBurst, 9);
     EXPECT_EQ(l_State.ulPeriod, 3000U);
+    EXPECT_EQ(l_State.ulRow, 0U) << "an acquisition starts at the first row again";
     EXPECT_EQ(l_State.vulVoies, (std::vector<uint32_t>{4, 12}));
 }
 
@@ -110,13 +114,16 @@ TEST(BoardFirmware, KeepsWhatWasStoredAndNothingElse)
     std::string l_strError;
     CBoardFirmware l_Board, l_Other;
     ASSERT_TRUE(l_Board.SetStore(l_Home.Path("store"), l_strError)) << l_strError;
-    // The second pair is staged and never stored.
-    for (const Bytes& l_vRequest : {Request(215), Request(213, {12, 20000, 0U - 29000U}),
-                                    Request(214), Request(215), Request(213, {0, 1, 1})}) {
+    for (const Bytes& l_vRequest :
+         {Request(215), Request(213, {12, 20000, 0U - 29000U}), Request(214)}) {
         ASSERT_EQ(ErrorOf(l_Board, l_vRequest), 0U);
     }
-    l_Board.Restart();
     EXPECT_EQ(ErrorOf(l_Board, Request(214)), k_ulErrorLocked);
+    EXPECT_EQ(l_PairOf(l_Board, 12), S_PAIR{}) << "in force from a restart on";
+    // Staged, and never stored.
+    ErrorOf(l_Board, Request(215));
+    EXPECT_EQ(ErrorOf(l_Board, Request(213, {0, 1, 1})), 0U);
+    l_Board.Restart();
     ASSERT_TRUE(l_Other.SetStore(l_Home.Path("store"), l_strError)) << l_strError;
     for (CBoardFirmware* l_pBoard : {&l_Board, &l_Other}) {
         EXPECT_EQ(l_PairOf(*l_pBoard, 12), (S_PAIR{20000, -29000}));
@@ -127,6 +134,19 @@ TEST(BoardFirmware, KeepsWhatWasStoredAndNothingElse)
     EXPECT_EQ(l_PairOf(l_Other, 12), S_PAIR{});
     EXPECT_EQ(CRecording::Load("/nowhere", l_strError), nullptr);
     EXPECT_NE(l_strError.find("/nowhere"), std::string::npos);
+}
+
+TEST(SampleEncoder, StepsAsFarAsItCanAndRefusesOrClampsTheRest)
+{
+    // 63 up and down are steps, also past the end of the absolute codes.
+    const std::vector<S_SAMPLE> l_vSamples{{63}, {0}, {4095}, {4158}, {-5000, true}};
+    const S_ENCODED l_Refused = EncodeSamples(l_vSamples, 1);
+    EXPECT_EQ(l_Refused.ulSamples, 4U);
+    EXPECT_EQ(l_Refused.vCodes, (Bytes{0xBF, 0xFF, 0x0F, 0xFF, 0xBF}));
+    const S_ENCODED l_Clamped = EncodeSamples(l_vSamples, 1, E_UNREACHABLE::Clamp);
+    EXPECT_EQ(l_Clamped.ulSamples, 5U);
+    EXPECT_EQ(l_Clamped.ulClamped, 1U);
+    EXPECT_EQ(l_Clamped.vCodes, (Bytes{0xBF, 0xFF, 0x0F, 0xFF, 0xBF, 0x30, 0x00}));
 }
 
 TEST(Faults, TextsAreUnderstoodOrRefused)

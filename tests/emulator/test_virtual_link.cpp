@@ -8,36 +8,6 @@
 
 using namespace emulator;
 
-TEST(VirtualLink, AbandonedAnswersReachNobody)
-{
-    links::CVirtualLink l_Link;
-    ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
-    l_Link.Board().Faults().Dial(E_FAULT::Late, 50, 1);
-    {
-        S_LINK_EXCHANGE l_Late{l_Link};
-        ASSERT_EQ(l_Late.Send(Request(212, {1})), 0U);
-        EXPECT_FALSE(l_Late.Wait(1ms));
-    }
-    std::this_thread::sleep_for(100ms);
-    S_LINK_EXCHANGE l_Next{l_Link};
-    l_Next.ucCmdeID = 212;
-    EXPECT_TRUE(l_Next.Fetch().empty()) << "its event is gone";
-    EXPECT_EQ(cecore::GetLastError(), 21U);
-
-    ASSERT_EQ(l_Next.Send(Request(212, {2})), 0U);
-    EXPECT_TRUE(l_Next.Wait());
-    // Not fetched: the next send with the same event drops it.
-    ASSERT_EQ(l_Next.Send(Request(212, {3})), 0U);
-    EXPECT_TRUE(l_Next.Wait());
-    S_LINK_EXCHANGE l_Last{l_Link};
-    ASSERT_EQ(l_Last.Send(Request(212, {4})), 0U);
-    EXPECT_TRUE(l_Last.Wait());
-    // The newest first: what was sent before it is left for those who wait for that.
-    EXPECT_EQ(At(l_Last.Fetch(), 18), 4U);
-    EXPECT_EQ(At(l_Last.Fetch(), 18), 3U);
-    EXPECT_TRUE(l_Last.Fetch().empty());
-}
-
 TEST(VirtualLink, ASecondCommandOnAnEventTakesItOver)
 {
     links::CVirtualLink l_Link;
