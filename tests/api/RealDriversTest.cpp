@@ -1,7 +1,6 @@
 // The real drivers through the exports, over the virtual link with the emulated instruments behind
 // it: traces, failures, threads.
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <sstream>
@@ -367,25 +366,6 @@ TEST(RealDrivers, WorkBesideProbesFromThreadsOfTheirOwn)
     for (std::thread& l_Thread : l_vThreads) {
         l_Thread.join();
     }
-}
-
-TEST(RealDrivers, SendWhileAnotherThreadWaits)
-{
-    const CInstrument l_Instrument;
-    ASSERT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
-    l_Instrument.Dial("board", "late=600@212*1");
-    std::atomic<bool> l_bDone{false};
-    std::thread l_Waiter([&] {
-        int32_t l_lValue = 0;
-        EXPECT_EQ(GetInstantMeasure(&l_lValue, 1).ulStatus, 0U);
-        EXPECT_EQ(l_lValue, 2001);
-        l_bDone = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    // The wait holds no lock: a whole exchange fits into it.
-    EXPECT_EQ(Exchange(4000, 210).ulStatus, 0U);
-    EXPECT_FALSE(l_bDone);
-    l_Waiter.join();
 }
 
 TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)

@@ -1,10 +1,9 @@
 /**
  * @file BoardOnDevice.h
- * @brief The board driver over a device file of this process, which records or emulates.
+ * @brief The board driver over a device file of this process, which records.
  */
 #pragma once
 
-#include <atomic>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,7 +11,6 @@
 #include "TestHome.h"
 #include "TestRecord.h"
 #include "board/IntMeasDriver.h"
-#include "links/virtual/VirtualLink.h"
 #include "platform/Device.h"
 #include "platform/Registry.h"
 
@@ -44,6 +42,7 @@ public:
         if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
             const auto* l_pucIn = static_cast<const uint8_t*>(i_pIn);
             vFrame.assign(l_pucIn, l_pucIn + i_ulInSize);
+            vCmdes.push_back(vFrame[RS_FRAME_CMDE_OFFSET]);
             tornval::WriteLe32(static_cast<uint8_t*>(o_pOut), ulStatusWord);
             if (bSignal) {
                 ::SetEvent(tornval::ReadLe32(l_pucIn + RS_BLOCK_EVENT_OFFSET));
@@ -69,27 +68,9 @@ public:
     }
 
     std::vector<uint8_t> vFrame, vEcho, vAnswer;
+    std::vector<uint8_t> vCmdes; // IDs of all commands
     uint32_t ulStatusWord = 0, ulReturned = 0, ulLastError = 0, ulOpens = 0, ulRefusedOpens = 0;
     bool bSignal = true, bSucceeds = true;
-};
-
-/** The emulated board behind a device file: what the serial link does, without the library. */
-class CEmulatedDevice : public cecore::IDevice
-{
-public:
-    bool Open() override { return m_Link.Open({1, RS_LINK_CONSTANT, 460800, 8}) != 0; }
-    void Close() override { m_Link.Close(0); }
-    bool IoControl(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                   uint32_t i_ulOutSize, uint32_t* o_pulReturned) override
-    {
-        return m_Link.Control({RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize, o_pOut, i_ulOutSize,
-                               o_pulReturned},
-                              0) != 0;
-    }
-    emulator::CBoardFirmware& Board() { return m_Link.Board(); }
-
-private:
-    links::CVirtualLink m_Link;
 };
 
 /** Puts a device where the driver finds it: the registry says unit 7 of the device "DEV". */
@@ -104,8 +85,7 @@ inline constexpr const char* k_pszBoardSection =
     "[IM]\nDRIVER_NAME=DEV\nREGISTRY_KEY=system\\board\nREGISTRY_ENTRY=unit\n"
     "CHANNEL_1=2\nCHANNEL_2=0\nCHANNEL_3=12\n";
 
-/** The driver over the device of a test, its instance created. */
-template <typename Device>
+/** The driver over a scripted device, its instance created. */
 struct S_BENCH
 {
     explicit S_BENCH(const std::string& i_strMore = "") : Home(k_pszBoardSection + i_strMore)
@@ -133,7 +113,7 @@ struct S_BENCH
     }
 
     CTestHome Home;
-    std::shared_ptr<Device> pDevice = std::make_shared<Device>();
+    std::shared_ptr<CScriptedDevice> pDevice = std::make_shared<CScriptedDevice>();
     COpenBoard Board;
     S_RECEIVE_STRUCT Receive{};
 };

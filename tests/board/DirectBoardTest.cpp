@@ -32,53 +32,38 @@ std::vector<int32_t> s_vlData(3 + 3 * 65544);
 
 } // namespace
 
-TEST(DirectBoard, InitialisesMeasuresAndUploadsOverTheEmulatedBoard)
+TEST(DirectBoard, InitialisesOnceAndMeasures)
 {
-    S_BENCH<CEmulatedDevice> l_Bench("CALIBRATION=1\n");
-    std::string l_strError;
-    emulator::CBoardFirmware& l_Board = l_Bench.pDevice->Board();
-    ASSERT_TRUE(l_Board.Configure("coef=2/20000/-5,rows=700", l_strError)) << l_strError;
+    S_BENCH l_Bench("CALIBRATION=1\n");
+    l_Bench.pDevice->Answer(Bytes(200), 193);
     EXPECT_EQ(l_Bench.Driver().Init(), (S_RESULT{3, 5, 0, 0, 0}));
     EXPECT_TRUE(l_Bench.Driver().IsInitialised());
-    EXPECT_EQ(l_Board.State().ucCalibration, 1);
-    EXPECT_EQ(l_Board.State().vulVoies, (std::vector<uint32_t>{2, 0, 12}));
+    EXPECT_EQ(l_Bench.pDevice->vCmdes, (Bytes{210, 0, 208}));
     // The family has its coefficients: nothing goes to the board any more.
-    const uint32_t l_ulFrames = l_Board.Counters().ulFramesIn;
     EXPECT_EQ(l_Bench.Driver().Init(), (S_RESULT{}));
     EXPECT_EQ(l_Bench.Board.InitIMB(), (S_RESULT{3, 3, 0, 0, 0}));
-    EXPECT_EQ(l_Board.Counters().ulFramesIn, l_ulFrames);
-
-    int32_t l_lValue = 0;
-    l_Board.SetAdc(2, 12345);
-    EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 2, 1, 0), (S_RESULT{3, 5, 0, 0, 0}));
-    EXPECT_EQ(l_lValue, 24689); // (12345 * 20000 - 5) * 0.0001, truncated
-    EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 2, 0, 0).ulStatus, 0U);
-    EXPECT_EQ(l_lValue, 12345);
-    EXPECT_EQ(l_Bench.Driver().CurrentGeneratorBurst(0x1FE), (S_RESULT{3, 5, 0, 0, 0}));
-    EXPECT_EQ(l_Board.State().ucBurst, 0xFE);
     EXPECT_EQ(l_Bench.Driver().SetMBCalibration(nullptr, nullptr, nullptr, 0),
               (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_Bench.pDevice->vCmdes.size(), 3U);
 
-    int32_t l_lSize = 0;
-    EXPECT_EQ(l_Bench.Fetch(ACQUISITION_UPLOAD, s_vRaw.data(), &l_lSize, s_vlData.data()),
-              (S_RESULT{3, 5, 0, 0, 0}));
-    ASSERT_EQ(l_lSize, 3 + 3 * 700);
-    const auto l_pSignal = emulator::CRecording::TestSignal();
-    for (size_t l_ulChannel = 0; l_ulChannel < 3; ++l_ulChannel) {
-        ASSERT_EQ(s_vlData[l_ulChannel], 700);
-        for (size_t l_ulRow = 0; l_ulRow < 700; ++l_ulRow) {
-            const int32_t l_lCounts = l_pSignal->Counts(l_ulRow, l_ulChannel);
-            const double l_dMeasure = l_ulChannel == 0 ? (l_lCounts * 20000.0 - 5) * 0.0001
-                                                       : l_lCounts * 10000.0 * 0.0001;
-            ASSERT_EQ(s_vlData[3 + l_ulChannel * 700 + l_ulRow], static_cast<int32_t>(l_dMeasure))
-                << l_ulChannel << " row " << l_ulRow;
-        }
+    EXPECT_EQ(l_Bench.Driver().CurrentGeneratorBurst(0x1FE), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_Bench.pDevice->vFrame[RS_FRAME_CANAL_OFFSET], 3);
+    EXPECT_EQ(l_Bench.pDevice->vFrame[RS_FRAME_DATA_OFFSET], 0xFE);
+    l_Bench.pDevice->Answer({2, 0, 0, 0, 0x39, 0x30, 0, 0}, 30);
+    SetPair(2, 20000, -5);
+    for (const auto& [l_ucCompensation, l_lExpected] :
+         {std::pair<uint8_t, int32_t>{0, 12345}, {1, 24689}}) { // truncated
+        int32_t l_lValue = 0;
+        EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 2, l_ucCompensation, 0),
+                  (S_RESULT{3, 5, 0, 0, 0}));
+        EXPECT_EQ(l_lValue, l_lExpected);
     }
+    EXPECT_EQ(l_Bench.pDevice->vEcho, (Bytes{212, 0}));
 }
 
 TEST(DirectBoard, ConvertsWithTruncationAndSaturation)
 {
-    S_BENCH<CScriptedDevice> l_Bench;
+    S_BENCH l_Bench;
     const struct
     {
         double dA, dB;
@@ -116,7 +101,7 @@ TEST(DirectBoard, ConvertsWithTruncationAndSaturation)
 
 TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
 {
-    S_BENCH<CScriptedDevice> l_Bench;
+    S_BENCH l_Bench;
     const Bytes l_vCodes = {0x01, 0x00, 0x81, 0xC1, 0x85};
     SetPair(2, 10000, 0);
     SetPair(0, 10000, 0);
@@ -171,7 +156,7 @@ TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
 
 TEST(DirectBoard, FetchesOnlyWhatWasAnswered)
 {
-    S_BENCH<CScriptedDevice> l_Bench;
+    S_BENCH l_Bench;
     l_Bench.pDevice->Answer(Bytes(200), 193);
     EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 0}));
     EXPECT_EQ(COpenBoard::already_init, 1);
@@ -197,27 +182,20 @@ TEST(DirectBoard, FetchesOnlyWhatWasAnswered)
               (S_RESULT{3, 5, 0, 0, 1}));
 }
 
-TEST(DirectBoard, WaitsForADeviceThatAppearsLate)
+TEST(DirectBoard, WaitsTenSecondsForItsDevice)
 {
     CTestHome l_Home(k_pszBoardSection);
     const auto l_pDevice = std::make_shared<CScriptedDevice>();
     l_pDevice->ulRefusedOpens = 1;
     PutDevice(l_pDevice);
-    COpenBoard l_Board;
+    COpenBoard l_Board, l_Other;
     EXPECT_EQ(l_Board.CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
     EXPECT_EQ(l_pDevice->ulOpens, 2U);
-}
-
-TEST(DirectBoard, GivesUpOnADeviceThatNeverAppears)
-{
-    CTestHome l_Home(k_pszBoardSection);
-    PutDevice(nullptr);
     cecore::UnregisterDevice(L"DEV7:");
-    COpenBoard l_Board;
     const auto l_Start = std::chrono::steady_clock::now();
-    EXPECT_EQ(l_Board.CreateDriverInstance(), (S_RESULT{3, 0, 2, 0, 1}));
+    EXPECT_EQ(l_Other.CreateDriverInstance(), (S_RESULT{3, 0, 2, 0, 1}));
     EXPECT_GE(std::chrono::steady_clock::now() - l_Start, std::chrono::seconds(9));
-    EXPECT_EQ(l_Board.InitIMB(), (S_RESULT{3, 3, 0, 0, 1}));
+    EXPECT_EQ(l_Other.InitIMB(), (S_RESULT{3, 3, 0, 0, 1}));
 }
 
 TEST(DirectBoard, KeepsItsDefaultsWithoutAFile)

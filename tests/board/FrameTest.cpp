@@ -38,7 +38,7 @@ TEST(Crc16, AgreesWithTheCatalogueAndWithTheEmulator)
 
 TEST(Frame, OfEachCommandByteForByte)
 {
-    S_BENCH<CScriptedDevice> l_Bench("CALIBRATION=257\nACQUISITION_PERIOD=3001\n");
+    S_BENCH l_Bench("CALIBRATION=257\nACQUISITION_PERIOD=3001\n");
     l_Bench.Board.m_ucBurst = 0x5A;
     static const uint8_t s_aucPayload[] = {9, 8, 7, 6};
     const struct
@@ -77,7 +77,7 @@ TEST(Frame, OfEachCommandByteForByte)
 
 TEST(Frame, RefusesWhatHasNone)
 {
-    S_BENCH<CScriptedDevice> l_Bench;
+    S_BENCH l_Bench;
     for (unsigned l_ulCmde = 0; l_ulCmde < 256; ++l_ulCmde) {
         for (const uint8_t l_ucCanal : std::initializer_list<uint8_t>{0, 1, 2, 3, 4, 255}) {
             const bool l_bKnown = l_ulCmde == 0 || (l_ulCmde >= 208 && l_ulCmde <= 214);
@@ -94,7 +94,7 @@ TEST(Frame, RefusesWhatHasNone)
 
 TEST(Frame, HoldsTheLargestSizeAndRefusesMore)
 {
-    S_BENCH<CScriptedDevice> l_Bench("[LOG]\nENABLE=1\n");
+    S_BENCH l_Bench("[LOG]\nENABLE=1\n");
     const Bytes l_vPayload(65528, 0x77);
     const uint32_t l_ulEvent = l_Bench.Board.m_hSync;
     EXPECT_EQ(l_Bench.Send(211, 0, 65532, l_vPayload.data()), k_Sent);
@@ -114,7 +114,7 @@ TEST(Frame, HoldsTheLargestSizeAndRefusesMore)
 
 TEST(Frame, TellsWhatTheDeviceSaid)
 {
-    S_BENCH<CScriptedDevice> l_Bench;
+    S_BENCH l_Bench;
     l_Bench.pDevice->ulStatusWord = 0x12345678;
     EXPECT_EQ(l_Bench.Send(210), (S_RESULT{3, 7, 0, 0x12345678, 1}));
     EXPECT_EQ(ReadLe32(reinterpret_cast<const uint8_t*>(&l_Bench.Receive)), 0x56785678U);
