@@ -68,17 +68,17 @@ public:
         return l_vstrLines;
     }
 
-    /** The same with '#' for what differs from run to run: ticks, durations, addresses. */
-    [[nodiscard]] std::vector<std::string> MaskedTraceLines() const
+    /** The whole trace with '#' for what differs from run to run: ticks, durations, addresses. */
+    [[nodiscard]] std::string MaskedTrace() const
     {
         static const std::regex s_Changing(
             "(SEND_COMMAND: |GET_RESULT: |duration: |HSYNC: |fct: |SerialDriver: |driver: "
             "|driver=)[0-9A-Fa-f]+");
-        std::vector<std::string> l_vstrLines = TraceLines();
-        for (std::string& l_strLine : l_vstrLines) {
-            l_strLine = std::regex_replace(l_strLine, s_Changing, "$1#");
+        std::string l_strTrace;
+        for (const std::string& l_strLine : TraceLines()) {
+            l_strTrace += std::regex_replace(l_strLine, s_Changing, "$1#") + '\n';
         }
-        return l_vstrLines;
+        return l_strTrace;
     }
 
 private:

@@ -150,37 +150,34 @@ TEST(Api, TracesTheLoadInItsOrder)
     EnumMeasDrivers(&l_Info, 1, &l_ulCount);
     InitialiseMeasBoard(77, 1);
     GetMeasBoardResult(77, 0, nullptr, nullptr, nullptr, 0);
-    const std::vector<std::string> l_vstrLines = l_Home.MaskedTraceLines();
     // The entry line of the very first call came before there was a logger.
-    const std::vector<std::string> l_vstrExpected = {
-        "CRouter::SendCommand> DriverID:1 CMID:00 [INFO_GENERAL_LEVEL]",
-        "CRouter::GetDriverFromID> driver ID: 1 Nb Drivers: 0 [INFO_GENERAL_LEVEL]",
-        "CRouter::SendCommand> DriverNot Found [ERROR_LEVEL]",
-        "API::SendMeasBoardCmd> Error [ERROR_LEVEL]",
-        "CRouter::LoadMeasDriver> START [INFO_LEVEL]",
-        "CRouter::LoadMODriver> START [INFO_LEVEL]",
-        "CRouter::CreateDriver> DriverType: 4 [INFO_GENERAL_LEVEL]",
-        "C_MilliOhmDriverSerialSimu::CreateDriverInstance> [INFO_LEVEL]",
-        "CRouter::LoadMODriver> driver: # [INFO_LEVEL]",
-        "CRouter::InitAndAddDriverToMap> [INFO_LEVEL]",
-        "CRouter::InitAndAddDriverToMap> add driver to the map: id=5001 [INFO_LEVEL]",
-        "CRouter::LoadMODriver> STOP status=1 [INFO_LEVEL]",
-        "CRouter::LoadIMBDriver> START [INFO_LEVEL]",
-        "CRouter::CreateDriver> DriverType: 3 [INFO_GENERAL_LEVEL]",
-        "driver: # [INFO_LEVEL]",
-        "CRouter::InitAndAddDriverToMap> [INFO_LEVEL]",
-        "CRouter::InitAndAddDriverToMap> add driver to the map: id=4000 [INFO_LEVEL]",
-        "CRouter::LoadIMBDriver> STOP status=1 [INFO_LEVEL]",
-        "CRouter::LoadMeasDriver> STOP status=0 [INFO_LEVEL]",
-        "CRouter::EnumMeasDrivers> driver=# DriverID=4000 LinkType=IM DriverName=IM [INFO_LEVEL]",
-        "CRouter::InitDriver> DriverID=77 bForceInit=1 [INFO_LEVEL]",
-        "CRouter::GetDriverFromID> driver ID: 77 Nb Drivers: 2 [INFO_GENERAL_LEVEL]",
-        "CRouter::InitDriver> Driver 77 Not found [ERROR_LEVEL]",
-        "API::GetMeasBoardResult> DriverID=77 [INFO_LEVEL]",
-        "CRouter::GetDriverFromID> driver ID: 77 Nb Drivers: 2 [INFO_GENERAL_LEVEL]",
-        "API::GetMeasBoardResult> Error [ERROR_LEVEL]",
-    };
-    EXPECT_EQ(l_vstrLines, l_vstrExpected);
+    EXPECT_EQ(l_Home.MaskedTrace(), R"(CRouter::SendCommand> DriverID:1 CMID:00 [INFO_GENERAL_LEVEL]
+CRouter::GetDriverFromID> driver ID: 1 Nb Drivers: 0 [INFO_GENERAL_LEVEL]
+CRouter::SendCommand> DriverNot Found [ERROR_LEVEL]
+API::SendMeasBoardCmd> Error [ERROR_LEVEL]
+CRouter::LoadMeasDriver> START [INFO_LEVEL]
+CRouter::LoadMODriver> START [INFO_LEVEL]
+CRouter::CreateDriver> DriverType: 4 [INFO_GENERAL_LEVEL]
+C_MilliOhmDriverSerialSimu::CreateDriverInstance> [INFO_LEVEL]
+CRouter::LoadMODriver> driver: # [INFO_LEVEL]
+CRouter::InitAndAddDriverToMap> [INFO_LEVEL]
+CRouter::InitAndAddDriverToMap> add driver to the map: id=5001 [INFO_LEVEL]
+CRouter::LoadMODriver> STOP status=1 [INFO_LEVEL]
+CRouter::LoadIMBDriver> START [INFO_LEVEL]
+CRouter::CreateDriver> DriverType: 3 [INFO_GENERAL_LEVEL]
+driver: # [INFO_LEVEL]
+CRouter::InitAndAddDriverToMap> [INFO_LEVEL]
+CRouter::InitAndAddDriverToMap> add driver to the map: id=4000 [INFO_LEVEL]
+CRouter::LoadIMBDriver> STOP status=1 [INFO_LEVEL]
+CRouter::LoadMeasDriver> STOP status=0 [INFO_LEVEL]
+CRouter::EnumMeasDrivers> driver=# DriverID=4000 LinkType=IM DriverName=IM [INFO_LEVEL]
+CRouter::InitDriver> DriverID=77 bForceInit=1 [INFO_LEVEL]
+CRouter::GetDriverFromID> driver ID: 77 Nb Drivers: 2 [INFO_GENERAL_LEVEL]
+CRouter::InitDriver> Driver 77 Not found [ERROR_LEVEL]
+API::GetMeasBoardResult> DriverID=77 [INFO_LEVEL]
+CRouter::GetDriverFromID> driver ID: 77 Nb Drivers: 2 [INFO_GENERAL_LEVEL]
+API::GetMeasBoardResult> Error [ERROR_LEVEL]
+)");
 }
 
 TEST(Api, FirstCallsOfManyThreadsBuildOneRouter)
