@@ -167,6 +167,19 @@ TEST(RealDrivers, LoadWithoutTheirLink)
     EXPECT_EQ(l_aInfo[1].ulDriverID, 5003U);
 }
 
+TEST(RealDrivers, RefuseALinkThatLacksAnEntryPoint)
+{
+    const std::string l_strLink = TORNVAL_LINKS "/test/lacking_RS_Close_Ex.so";
+    const CTestHome l_Home("[IM]\nDRIVER_NAME=" + l_strLink + "\n" + k_pszLog);
+    EXPECT_EQ(LoadMeasDrivers(0x11), (S_RESULT{0, 6, 0, 0, 1}));
+    const std::string l_strTrace = l_Home.Read("log_tornval.txt");
+    for (const std::string& l_strLine :
+         {std::string("CSerialDriver::LoadDriver GetProcAddress: (last error: 127)"),
+          "C_MilliOhmDriverSerial::CreateDriverInstance> ERROR LoadDriver: " + l_strLink}) {
+        EXPECT_NE(l_strTrace.find(l_strLine), std::string::npos) << l_strLine;
+    }
+}
+
 TEST(RealDrivers, ReportEachFaultOfEachOperationAndWorkAfterIt)
 {
     const CInstrument l_Instrument;

@@ -1,7 +1,6 @@
 #include "driver/MeasDriver.h"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <tuple>
 
@@ -58,10 +57,10 @@ TEST(MeasDriver, AnswersByDefault)
     l_Driver.m_ulDriverType = 2;
     EXPECT_EQ(l_Driver.CreateDriverInstance(), (S_RESULT{0, 1, 0, 0, 1}));
     EXPECT_EQ(l_Driver.CurrentGeneratorBurst(1), (S_RESULT{0, 0, 0, 0, 1}));
-    std::array<int32_t, 3> l_alValues{7, 8, 9};
-    EXPECT_EQ(l_Driver.GetMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]),
+    int32_t l_lFirst = 7, l_lSecond = 8, l_lThird = 9;
+    EXPECT_EQ(l_Driver.GetMicroOhmMeasure(&l_lFirst, &l_lSecond, &l_lThird),
               (S_RESULT{0, 0, 0, 0, 1}));
-    EXPECT_EQ(l_alValues, (std::array<int32_t, 3>{}));
+    EXPECT_EQ(l_lFirst | l_lSecond | l_lThird, 0);
     EXPECT_EQ(l_Driver.GetMBCalibrationCoeff(nullptr, nullptr, 1), 0U);
     EXPECT_EQ(l_Driver.SetMBCalibration(nullptr, nullptr, nullptr, 1), (S_RESULT{2, 0, 0, 0, 0}));
 }

@@ -94,14 +94,3 @@ TEST(ProbeSimu, CannedReplyStaysInTheRoomThatItGets)
     int32_t l_alProcessed[800] = {};
     EXPECT_EQ(l_Probe.GetResult(803, l_acRaw, nullptr, l_alProcessed, 0, 1).ulStatus, 1U);
 }
-
-TEST(ProbeSimu, InstantMeasure)
-{
-    CBTProbeDriverSimu l_Probe;
-    int32_t l_lValue = 1;
-    EXPECT_EQ(l_Probe.GetInstantMeasure(&l_lValue, 0, 1, 100), (S_RESULT{1, 5, 0, 0, 0}));
-    EXPECT_EQ(l_lValue, -252);
-    // All samples are on the first channel.
-    EXPECT_EQ(l_Probe.GetInstantMeasure(&l_lValue, 1, 1, 100), (S_RESULT{1, 5, 0, 0, 1}));
-    EXPECT_EQ(l_lValue, 0);
-}
