@@ -147,7 +147,7 @@ TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
     l_Bench.Board.m_pulVoies[1] = 0;
     l_Bench.Board.m_ppVoieData[0].reset();
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 0U);
-    EXPECT_EQ(s_vlData[0], 2);
+    EXPECT_TRUE(s_vlData[0] == 2 && s_vlData[1] == 1 && s_vlData[2] == 1);
     EXPECT_EQ(s_vlData[3], 1); // the first channel adds nothing, the second follows at once
     l_Bench.Board.m_bDecompressData = 0;
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 1U);
@@ -160,8 +160,11 @@ TEST(DirectBoard, FetchesOnlyWhatWasAnswered)
     l_Bench.pDevice->Answer(Bytes(200), 193);
     EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 0}));
     EXPECT_EQ(COpenBoard::already_init, 1);
+    for (const uint32_t l_ulTooFew : {192U, 11U, 0U}) {
+        l_Bench.pDevice->ulReturned = l_ulTooFew;
+        EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data()), (S_RESULT{3, 5, 0, 0, 1}));
+    }
     l_Bench.pDevice->ulReturned = 192;
-    EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 1}));
     for (const uint8_t l_ucPlain : std::initializer_list<uint8_t>{0, 209, 210, 213, 214}) {
         EXPECT_EQ(l_Bench.Fetch(l_ucPlain, s_vRaw.data(), nullptr, nullptr).ulStatus, 0U);
     }

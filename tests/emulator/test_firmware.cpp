@@ -114,6 +114,7 @@ TEST(BoardFirmware, KeepsWhatWasStoredAndNothingElse)
     std::string l_strError;
     CBoardFirmware l_Board, l_Other;
     ASSERT_TRUE(l_Board.SetStore(l_Home.Path("store"), l_strError)) << l_strError;
+    ASSERT_TRUE(l_Board.Configure("coef=5/7/-8", l_strError)) << l_strError;
     for (const Bytes& l_vRequest :
          {Request(215), Request(213, {12, 20000, 0U - 29000U}), Request(214)}) {
         ASSERT_EQ(ErrorOf(l_Board, l_vRequest), 0U);
@@ -127,6 +128,7 @@ TEST(BoardFirmware, KeepsWhatWasStoredAndNothingElse)
     ASSERT_TRUE(l_Other.SetStore(l_Home.Path("store"), l_strError)) << l_strError;
     for (CBoardFirmware* l_pBoard : {&l_Board, &l_Other}) {
         EXPECT_EQ(l_PairOf(*l_pBoard, 12), (S_PAIR{20000, -29000}));
+        EXPECT_EQ(l_PairOf(*l_pBoard, 5), (S_PAIR{7, -8}));
         EXPECT_EQ(l_PairOf(*l_pBoard, 0), S_PAIR{});
     }
     l_Home.Write("store", "something else");

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 using namespace emulator;
 
 TEST(VirtualLink, ASecondCommandOnAnEventTakesItOver)
@@ -27,6 +25,8 @@ TEST(VirtualLink, ASecondCommandOnAnEventTakesItOver)
     l_Link.Board().Faults().Dial(E_FAULT::Late, 50, 1);
     ASSERT_EQ(l_Exchange.Send(Request(212, {8})), 0U);
     EXPECT_EQ(l_Exchange.Value(), 9008U);
+    EXPECT_TRUE(l_Exchange.Fetch().empty());
+    EXPECT_EQ(cecore::GetLastError(), 21U) << "there is no other answer";
 }
 
 TEST(VirtualLink, ClosesInBoundedTimeWithAnswersUnderWay)

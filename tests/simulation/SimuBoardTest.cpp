@@ -1,10 +1,6 @@
 // The simulated board and module: replay of data files, constants, refusals.
 
-#include <cmath>
-#include <cstdio>
 #include <memory>
-
-#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -212,15 +208,6 @@ TEST(SimuBoard, AnswersItsCommandsAndNoOthers)
               (S_RESULT{3, 2, 0, 0, 1}));
     EXPECT_EQ(l_Replay.Fetch(l_Replay.m_acRaw).ulStatus, 0U);
     EXPECT_EQ(l_Replay.Fetch(nullptr).ulStatus, 1U);
-
-    int32_t l_lValue = 0;
-    EXPECT_EQ(l_Replay.Driver().Init(), (S_RESULT{3, 3, 0, 0, 0}));
-    EXPECT_TRUE(l_Replay.Driver().IsInitialised());
-    EXPECT_EQ(l_Replay.Driver().Close(), (S_RESULT{3, 4, 0, 0, 0}));
-    EXPECT_FALSE(l_Replay.Driver().IsInitialised());
-    EXPECT_EQ(l_Replay.Driver().GetInstantMeasure(&l_lValue, 99, 0, 0), (S_RESULT{3, 0, 0, 0, 0}));
-    EXPECT_EQ(l_lValue, 1234);
-    EXPECT_EQ(l_Replay.Driver().GetInstantMeasure(nullptr, 0, 0, 0).ulStatus, 1U);
     EXPECT_EQ(PowerOfTen(-3), 0.0010000000000000002);
     EXPECT_EQ(PowerOfTen(0), 1.0);
     EXPECT_EQ(PowerOfTen(2), 100.0);
