@@ -73,7 +73,7 @@ TEST(RealDrivers, TraceEveryStepOfABoardMeasure)
     EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), (S_RESULT{3, 5, 0, 0, 0}));
     EXPECT_EQ(l_lValue, 3002);
     // 500 bytes of the frame; the head tells enough here.
-    constexpr size_t k_ulDump = 1500, k_ulHead = 3 * 17;
+    constexpr size_t k_ulDump = 1500, k_ulHead = size_t{3} * 17;
     std::string l_strTrace = l_Instrument.m_Home.MaskedTrace();
     const size_t l_ulBytes = l_strTrace.find("Data: ") + 6;
     EXPECT_EQ(l_strTrace.substr(l_ulBytes + k_ulDump, 14), " [INFO_LEVEL]\n");
