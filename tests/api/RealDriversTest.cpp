@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <thread>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -266,6 +267,12 @@ TEST(RealDrivers, ReportEachFaultOfEachOperationAndWorkAfterIt)
     }
     EXPECT_EQ(Exchange(l_ulBoard, 215), (S_RESULT{3, 5, 0, 0, 0}));
     EXPECT_EQ(Exchange(l_ulModule, 0xA0), (S_RESULT{4, 2, 0, 0, 1}));
+    for (const auto& [l_ulID, l_ulType, l_pszName] :
+         {std::tuple(l_ulBoard, 3U, "board"), std::tuple(l_ulModule, 4U, "milliohm")}) {
+        l_Instrument.Dial(l_pszName, "close-fails=31*1");
+        EXPECT_EQ(ResetMeasBoard(l_ulID), (S_RESULT{l_ulType, 4, 0, 0, 1}));
+        EXPECT_EQ(ResetMeasBoard(l_ulID), (S_RESULT{l_ulType, 4, 0, 0, 0}));
+    }
 }
 
 TEST(RealDrivers, JudgeAMilliohmMeasureByItsStatus)

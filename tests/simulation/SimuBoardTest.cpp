@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "TestHome.h"
@@ -174,6 +176,16 @@ TEST(SimuBoard, RefusesAFileThatItCannotHold)
     cecore::OverrideMemoryStatus(&l_aMore[1]);
     EXPECT_EQ(CIntMeasDriverSimu::GetMemoryLimit(), 134217728 - 26843545);
     cecore::OverrideMemoryStatus(nullptr);
+}
+
+TEST(SimuBoard, FindsNoRowInAHugeFileOfNothing)
+{
+    const CReplay l_Source("");
+    const std::string l_strFile = l_Source.m_Home.Path("data.txt");
+    ASSERT_EQ(truncate(l_strFile.c_str(), 200L << 20), 0);
+    CReplay l_Replay("", "", l_strFile);
+    EXPECT_EQ(l_Replay.Upload().ulStatus, 0U);
+    EXPECT_EQ(l_Replay.m_lSize, 0);
 }
 
 TEST(SimuBoard, AnswersItsCommandsAndNoOthers)
