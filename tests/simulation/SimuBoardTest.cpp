@@ -116,6 +116,10 @@ TEST(SimuBoard, ReadsNumbersWhateverSeparatesThem)
             EXPECT_EQ(l_Replay.m_vlData[0], k_lUntouched);
         }
     }
+    // Infinite, and not a number any more without a correction.
+    CReplay l_Infinite("0 0 0 " + std::string(400, '9') + "\n");
+    l_Infinite.Upload();
+    EXPECT_EQ(l_Infinite.At(2, 0), 0);
 }
 
 TEST(SimuBoard, WrapsAtTheEndAndRewinds)
