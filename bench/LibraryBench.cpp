@@ -84,7 +84,7 @@ BENCHMARK(DecodeThree)->ArgName("steps%")->Arg(100)->Arg(95)->Arg(50);
 void Crc(benchmark::State& io_State)
 {
     const std::vector<uint8_t> l_vBytes(static_cast<size_t>(io_State.range(0)), 0x5A);
-    const tornval::CCrc16 l_Crc;
+    const wire::CCrc16 l_Crc;
     for (auto _ : io_State) {
         benchmark::DoNotOptimize(
             l_Crc.ComputeCrc16(l_vBytes.data(), static_cast<uint32_t>(l_vBytes.size())));

@@ -31,9 +31,9 @@ protected:
                   uint32_t* o_pulReturned) override
     {
         if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
-            tornval::WriteLe32(static_cast<uint8_t*>(o_pOut), 0);
-            return ::SetEvent(tornval::ReadLe32(static_cast<const uint8_t*>(i_pIn) +
-                                                RS_BLOCK_EVENT_OFFSET)) != 0;
+            wire::WriteLe32(static_cast<uint8_t*>(o_pOut), 0);
+            return ::SetEvent(wire::ReadLe32(static_cast<const uint8_t*>(i_pIn) +
+                                             RS_BLOCK_EVENT_OFFSET)) != 0;
         }
         std::memcpy(o_pOut, m_vAnswer.data(), m_vAnswer.size());
         *o_pulReturned = static_cast<uint32_t>(m_vAnswer.size());
@@ -57,7 +57,7 @@ void Upload65000(benchmark::State& io_State)
     std::vector<uint8_t> l_vCodes = emulator::EncodeSamples(l_vSamples, 3).vCodes;
     l_vCodes.resize(65000);
     std::vector<uint8_t> l_vData(4);
-    tornval::WriteLe32(l_vData.data(), 65000);
+    wire::WriteLe32(l_vData.data(), 65000);
     l_vData.insert(l_vData.end(), l_vCodes.begin(), l_vCodes.end());
     CInstantBoard l_Board(l_vData);
     tornval::CMeasDriver& l_Driver = l_Board;

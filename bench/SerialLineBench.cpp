@@ -52,7 +52,7 @@ void SerialExchange(benchmark::State& io_State)
     int64_t l_lExchanges = 0;
     while (io_State.KeepRunningBatch(k_lTurn)) {
         {
-            const links::CDescriptor l_Fd(
+            const wire::CDescriptor l_Fd(
                 open(l_Far.BoardPty.Name().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
             const auto l_Start = S_CLOCK::now();
             for (int i = 0; i < k_lTurn; ++i) {

@@ -54,6 +54,31 @@ CECORE_API int SetEvent(uint32_t handle);
  */
 CECORE_API void SetLastError(uint32_t code);
 
+/** Why something was refused, in the words of the place that refused it. */
+typedef struct CECORE_REASON
+{
+    char about[16]; /**< link type word of the driver in whose work it happened; empty: none */
+    uint32_t code;  /**< the system's error number, 0 if there is none */
+    char text[492]; /**< with the file, port or entry point by its name; terminated */
+} CECORE_REASON;
+
+/**
+ * Notes a reason for the host to read. A link library does so when it knows more than an error number
+ * tells, say which port did not open. The last-error value stays as it is.
+ *
+ * @param text copied; cut to its field.
+ */
+CECORE_API void CeNoteReason(uint32_t code, const char* text);
+
+/**
+ * What was noted since the last load of the drivers began, oldest first; of more than 64 the last 64.
+ * Any thread.
+ *
+ * @param reasons room for max of them; null: only the number is asked for.
+ * @return how many there are.
+ */
+CECORE_API uint32_t CeGetReasons(CECORE_REASON* reasons, uint32_t max);
+
 #ifdef __cplusplus
 }
 #endif

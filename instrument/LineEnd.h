@@ -7,7 +7,7 @@
 
 #include "emulator/Firmware.h"
 #include "instrument/LineNoise.h"
-#include "links/line/Descriptor.h"
+#include "links/line/Bell.h"
 #include "links/line/FrameReader.h"
 #include "links/line/LineStream.h"
 

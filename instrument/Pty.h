@@ -5,7 +5,7 @@
 #ifndef INSTRUMENT_PTY_H
 #define INSTRUMENT_PTY_H
 
-#include "links/line/Descriptor.h"
+#include "wire/Descriptor.h"
 
 #include <optional>
 #include <string>
@@ -28,8 +28,8 @@ public:
     [[nodiscard]] const std::string& Name() const { return m_strName; }
 
 private:
-    links::CDescriptor m_Near;
-    links::CDescriptor m_Far;
+    wire::CDescriptor m_Near;
+    wire::CDescriptor m_Far;
     std::string m_strName;
 };
 

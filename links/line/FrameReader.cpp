@@ -1,6 +1,7 @@
 #include "links/line/FrameReader.h"
 
 #include "emulator/Bytes.h"
+#include "wire/Crc16.h"
 
 #include <algorithm>
 #include <utility>
@@ -18,14 +19,7 @@ constexpr size_t k_ulSized = k_ulSizeOffset + 2;
 
 uint16_t FrameCrc(std::span<const uint8_t> i_Bytes)
 {
-    uint32_t l_ulCrc = 0xFFFF;
-    for (const uint8_t l_ucByte : i_Bytes) {
-        l_ulCrc ^= l_ucByte;
-        for (int i = 0; i < 8; ++i) {
-            l_ulCrc = (l_ulCrc >> 1U) ^ ((l_ulCrc & 1U) * 0xA001U);
-        }
-    }
-    return static_cast<uint16_t>(l_ulCrc);
+    return wire::CCrc16().ComputeCrc16(i_Bytes.data(), static_cast<uint32_t>(i_Bytes.size()));
 }
 
 void CFrameReader::Feed(std::span<const uint8_t> i_Bytes, const FN_FRAME& i_fnFrame)

@@ -5,7 +5,7 @@
 #ifndef LINKS_LINE_STREAM_H
 #define LINKS_LINE_STREAM_H
 
-#include "links/line/Descriptor.h"
+#include "links/line/Bell.h"
 #include "links/line/FrameReader.h"
 
 #include <chrono>

@@ -1,6 +1,7 @@
 #include "links/line/Tty.h"
 
 #include "cecore.h"
+#include "wire/SystemError.h"
 
 #include <algorithm>
 #include <array>
@@ -27,32 +28,6 @@ constexpr std::array<std::pair<uint32_t, speed_t>, 23> k_aRates{
      {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000},
      {3500000, B3500000}, {4000000, B4000000}, {300, B300}}};
 constexpr std::array<tcflag_t, 4> k_aDataBits{CS5, CS6, CS7, CS8};
-
-uint32_t ErrorNumber(int i_lErrno)
-{
-    switch (i_lErrno) {
-    case ENOENT:
-    case ENODEV:
-    case ENXIO:
-    case ENOTDIR:
-        return CECORE_ERROR_FILE_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-        return CECORE_ERROR_ACCESS_DENIED;
-    case ENOMEM:
-    case EMFILE:
-    case ENFILE:
-        return CECORE_ERROR_NOT_ENOUGH_MEMORY;
-    case ENOTTY:
-    case EINVAL:
-        return CECORE_ERROR_INVALID_PARAMETER;
-    case EBUSY:
-    case EWOULDBLOCK:
-        return CECORE_ERROR_BUSY;
-    default:
-        return CECORE_ERROR_GEN_FAILURE;
-    }
-}
 
 /** A terminal whose far end keeps it open: the exclusive mode would outlive an owner that was killed,
  *  and shut the next one out. The lock goes with its owner. */
@@ -92,7 +67,7 @@ std::unique_ptr<CTty> CTty::Open(const std::string& i_strPath, const S_PORT_SETT
     const int l_lFd = open(i_strPath.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     std::unique_ptr<CTty> l_pTty;
     if (l_lFd < 0) {
-        o_Error.ulError = ErrorNumber(errno);
+        o_Error.ulError = wire::SystemErrorOf(errno);
     } else {
         l_pTty.reset(new CTty(l_lFd));
         errno = 0;
@@ -117,7 +92,7 @@ uint32_t CTty::Claim(const S_PORT_SETTINGS& i_Settings)
     // everyone but root. The lock comes first: it tells whether there is someone to disturb.
     if (tcgetattr(m_Fd.Get(), &l_Before) != 0 || flock(m_Fd.Get(), LOCK_EX | LOCK_NB) != 0 ||
         (!IsPseudoTerminal(m_Fd.Get()) && ioctl(m_Fd.Get(), TIOCEXCL) != 0)) {
-        return ErrorNumber(errno);
+        return wire::SystemErrorOf(errno);
     }
     m_oBefore = l_Before;
     const auto* l_pRate = std::find_if(k_aRates.begin(), k_aRates.end(), [&](const auto& i_Rate) {
@@ -134,7 +109,7 @@ uint32_t CTty::Claim(const S_PORT_SETTINGS& i_Settings)
     termios l_Now{};
     if (cfsetspeed(&l_Wanted, l_pRate->second) != 0 ||
         tcsetattr(m_Fd.Get(), TCSANOW, &l_Wanted) != 0 || tcgetattr(m_Fd.Get(), &l_Now) != 0) {
-        return ErrorNumber(errno);
+        return wire::SystemErrorOf(errno);
     }
     // The call succeeds as soon as it could change anything at all.
     if (cfgetospeed(&l_Now) != l_pRate->second || cfgetispeed(&l_Now) != l_pRate->second ||

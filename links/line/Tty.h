@@ -5,7 +5,7 @@
 #ifndef LINKS_TTY_H
 #define LINKS_TTY_H
 
-#include "links/line/Descriptor.h"
+#include "wire/Descriptor.h"
 
 #include <cstdint>
 #include <memory>
@@ -66,7 +66,7 @@ private:
     explicit CTty(int i_lFd) : m_Fd(i_lFd) {}
     uint32_t Claim(const S_PORT_SETTINGS& i_Settings);
 
-    CDescriptor m_Fd;
+    wire::CDescriptor m_Fd;
     std::optional<termios> m_oBefore;
 };
 

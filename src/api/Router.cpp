@@ -65,7 +65,8 @@ uint32_t CRouter::EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDri
         l_pDriver->GetLinkType(l_aszLinkType);
         l_pDriver->GetDriverName(l_aszDriverName);
         std::memset(l_pucRecord, 0, sizeof(S_DRIVER_INFO));
-        WriteLe32(l_pucRecord + offsetof(S_DRIVER_INFO, ulDriverID), l_pDriver->GetDriverID());
+        wire::WriteLe32(l_pucRecord + offsetof(S_DRIVER_INFO, ulDriverID),
+                        l_pDriver->GetDriverID());
         cecore::FormatNarrow(o_pDrivers[*o_pulNbDrivers].szLinkType,
                              sizeof(S_DRIVER_INFO::szLinkType), "%s", l_aszLinkType);
         // A name that is longer than its field is cut.

@@ -7,11 +7,11 @@
 #include <atomic>
 #include <memory>
 
-#include "board/Crc16.h"
 #include "board/ExchangeTexts.h"
 #include "board/Frame.h"
 #include "driver/MeasDriver.h"
 #include "support/ConfigFile.h"
+#include "wire/Crc16.h"
 
 namespace tornval {
 
@@ -201,7 +201,7 @@ protected:
     cecore::Handle m_hSync = 0;
     uint32_t m_ulAcquisitionPeriod = 1;
     uint8_t m_bDecompressData = 1;
-    CCrc16 m_Crc16;
+    wire::CCrc16 m_Crc16;
     wchar_t m_szRegistryKey[2048] = {};
     wchar_t m_szRegistryEntry[2048] = {};
     uint32_t m_ulTimeout = 10;

@@ -77,9 +77,9 @@ void CIntMeasDriver::FillFrame(uint8_t i_ucFill, uint16_t i_usIdField, uint8_t i
     // The largest sizes are refused before a send; here they must not reach the event's handle.
     std::memset(l_pucFrame, i_ucFill,
                 std::min<uint32_t>(i_usSize + k_ulFrameHeadSize, RS_BLOCK_EVENT_OFFSET));
-    WriteLe16(l_pucFrame + RS_FRAME_ID_OFFSET, i_usIdField);
-    WriteLe16(l_pucFrame + RS_FRAME_SIZE_OFFSET, i_usSize);
-    WriteLe16(l_pucFrame + RS_FRAME_TIMEOUT_OFFSET, static_cast<uint16_t>(i_ulTimeout / 100));
+    wire::WriteLe16(l_pucFrame + RS_FRAME_ID_OFFSET, i_usIdField);
+    wire::WriteLe16(l_pucFrame + RS_FRAME_SIZE_OFFSET, i_usSize);
+    wire::WriteLe16(l_pucFrame + RS_FRAME_TIMEOUT_OFFSET, static_cast<uint16_t>(i_ulTimeout / 100));
     l_pucFrame[RS_FRAME_CANAL_OFFSET] = i_ucCanal;
     l_pucFrame[RS_FRAME_CMDE_OFFSET] = i_ucCmdeID;
     l_pucFrame[RS_FRAME_CMDE_OFFSET + 1] = 0;
@@ -102,13 +102,13 @@ void CIntMeasDriver::PrepareCommandeInit(uint8_t i_ucCanal, uint16_t i_usSize, u
     uint8_t* l_pucData = o_pFrame->aucBytes + RS_FRAME_DATA_OFFSET;
     Trace(INFO_GENERAL_LEVEL, L"CIntMeasDriver::PrepareCommandeInit> period: %d",
           m_ulAcquisitionPeriod);
-    WriteLe32(l_pucData, m_ulAcquisitionPeriod);
+    wire::WriteLe32(l_pucData, m_ulAcquisitionPeriod);
     Trace(INFO_GENERAL_LEVEL, L"CIntMeasDriver::PrepareCommandeInit> nb channel: %d",
           m_ulNbChannel);
-    WriteLe32(l_pucData + 4, m_ulNbChannel);
+    wire::WriteLe32(l_pucData + 4, m_ulNbChannel);
     for (uint32_t i = 0; i < m_ulNbChannel; ++i) {
         Trace(INFO_GENERAL_LEVEL, L"CIntMeasDriver::PrepareCommandeInit> voie: %d", m_pulVoies[i]);
-        WriteLe32(l_pucData + 8 + static_cast<size_t>(4) * i, m_pulVoies[i]);
+        wire::WriteLe32(l_pucData + 8 + static_cast<size_t>(4) * i, m_pulVoies[i]);
     }
 }
 
@@ -120,7 +120,8 @@ void CIntMeasDriver::PrepareCmdeMesureInterne(uint8_t i_ucCanal, uint16_t i_usSi
           m_lVoieMesure);
     PrepareCommande(i_ucCanal, i_usSize, i_ulCmdeID, i_ulTimeout, 0, o_pFrame);
     if (o_pFrame != nullptr) {
-        WriteLe32(o_pFrame->aucBytes + RS_FRAME_DATA_OFFSET, static_cast<uint32_t>(m_lVoieMesure));
+        wire::WriteLe32(o_pFrame->aucBytes + RS_FRAME_DATA_OFFSET,
+                        static_cast<uint32_t>(m_lVoieMesure));
     }
 }
 
@@ -211,9 +212,9 @@ S_RESULT CIntMeasDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o
     if (i_pcData != nullptr && l_ulSize > k_ulSubHeadSize) {
         std::memcpy(l_pucFrame + RS_FRAME_DATA_OFFSET, i_pcData, l_ulSize - k_ulSubHeadSize);
     }
-    WriteLe16(l_pucFrame + RS_FRAME_CRC_OFFSET,
-              m_Crc16.ComputeCrc16(l_pucFrame + RS_FRAME_ID_OFFSET,
-                                   l_ulSize + RS_FRAME_OUTER_HEAD - RS_FRAME_ID_OFFSET));
+    wire::WriteLe16(l_pucFrame + RS_FRAME_CRC_OFFSET,
+                    m_Crc16.ComputeCrc16(l_pucFrame + RS_FRAME_ID_OFFSET,
+                                         l_ulSize + RS_FRAME_OUTER_HEAD - RS_FRAME_ID_OFFSET));
 
     const uint32_t l_ulBefore = cecore::GetTickCount();
     l_Texts.SendBefore.Emit(l_ulBefore);
@@ -224,7 +225,7 @@ S_RESULT CIntMeasDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o
     *o_pulStatus = 0;
     // An earlier command whose fetch gave up may have been answered since: its signal is not this
     // one's.
-    cecore::WaitForSingleObject(ReadLe32(l_pucFrame + RS_BLOCK_EVENT_OFFSET), 0);
+    cecore::WaitForSingleObject(wire::ReadLe32(l_pucFrame + RS_BLOCK_EVENT_OFFSET), 0);
     const bool l_bSent = DeviceIo(IOCTL_RS_SEND_COMMAND, l_pucFrame, RS_BLOCK_SIZE, o_pulStatus,
                                   sizeof(*o_pulStatus), &l_ulReturned);
     const uint32_t l_ulLastError = cecore::GetLastError();
@@ -269,7 +270,7 @@ void CIntMeasDriver::CreateSyncEvent(cecore::Handle* io_phEvent, S_DATA* o_pFram
     }
     *io_phEvent = l_hEvent;
     if (o_pFrame != nullptr) {
-        WriteLe32(o_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET, l_hEvent);
+        wire::WriteLe32(o_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET, l_hEvent);
     }
 }
 

@@ -107,7 +107,7 @@ bool CIntMeasDriver::ReadUnitNumber(uint32_t& o_ulUnit) const
                               l_hKey.Receive()) == cecore::ERROR_SUCCESS &&
         cecore::RegQueryValueExW(l_hKey.Get(), m_szRegistryEntry, l_aucUnit, &l_ulSize) ==
             cecore::ERROR_SUCCESS;
-    o_ulUnit = l_bRead ? ReadLe32(l_aucUnit) : 0;
+    o_ulUnit = l_bRead ? wire::ReadLe32(l_aucUnit) : 0;
     if (o_ulUnit == 0) {
         ::SetLastError(cecore::ERROR_FILE_NOT_FOUND);
     }

@@ -66,7 +66,7 @@ S_RESULT CIntMeasDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
         return l_Result;
     }
     // Without the lock: others can send meanwhile.
-    const cecore::Handle l_hEvent = ReadLe32(i_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET);
+    const cecore::Handle l_hEvent = wire::ReadLe32(i_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET);
     if (l_hEvent == 0 ||
         cecore::WaitForSingleObject(l_hEvent, AnswerWait(i_ulTimeout)) != cecore::WAIT_OBJECT_0) {
         // The echo of host-level commands is another thread's to write, under the lock.
@@ -99,7 +99,7 @@ void CIntMeasDriver::FetchAnswer(S_FETCH io_Fetch, S_RESULT& o_Result)
     const uint32_t l_ulBefore = cecore::GetTickCount();
     l_Texts.FetchBefore.Emit(l_ulBefore);
     uint8_t l_aucEcho[2];
-    WriteLe16(l_aucEcho, io_Fetch.usCmdeID);
+    wire::WriteLe16(l_aucEcho, io_Fetch.usCmdeID);
     const bool l_bFetched = DeviceIo(IOCTL_RS_GET_RESULT, l_aucEcho, sizeof(l_aucEcho), l_pucAnswer,
                                      RS_BLOCK_SIZE, &io_Fetch.ulReturned);
     const uint32_t l_ulLastError = cecore::GetLastError();
@@ -107,7 +107,7 @@ void CIntMeasDriver::FetchAnswer(S_FETCH io_Fetch, S_RESULT& o_Result)
     l_Texts.FetchAfter.Emit(l_ulAfter, l_ulAfter - l_ulBefore);
     l_Texts.FetchCount.Emit(io_Fetch.ulReturned);
 
-    const uint32_t l_ulLinkStatus = ReadLe32(l_pucAnswer);
+    const uint32_t l_ulLinkStatus = wire::ReadLe32(l_pucAnswer);
     if (!l_bFetched) {
         l_Texts.FetchIoError.Emit(l_ulLastError);
         l_Texts.FetchIoCmde.Emit(l_ulCmdeID);
@@ -187,7 +187,7 @@ void CIntMeasDriver::CheckFirmwareError(S_RESULT& o_Result, const uint8_t* pData
         o_Result.ulStatus = 1;
         return;
     }
-    const uint16_t l_usCode = ReadLe16(pDataResult + k_ulFirmwareCodeOffset);
+    const uint16_t l_usCode = wire::ReadLe16(pDataResult + k_ulFirmwareCodeOffset);
     Trace(FW_LEVEL, L"CIntMeasDriver> FW returned code: %d", l_usCode);
     if (l_usCode != 1) {
         Trace(ERROR_LEVEL,
@@ -197,7 +197,7 @@ void CIntMeasDriver::CheckFirmwareError(S_RESULT& o_Result, const uint8_t* pData
         o_Result.ulFwStatus = l_usCode;
         return;
     }
-    const uint32_t l_ulError = ReadLe32(pDataResult + k_ulFirmwareErrorOffset);
+    const uint32_t l_ulError = wire::ReadLe32(pDataResult + k_ulFirmwareErrorOffset);
     Trace(FW_LEVEL, L"CIntMeasDriver> FW error code: %d", l_ulError);
     if (l_ulError == 0 || l_ulError == k_ulFirmwareNoError) {
         Trace(INFO_LEVEL, L"CIntMeasDriver::CheckFirmwareError> OK ");
@@ -230,8 +230,8 @@ void CIntMeasDriver::DecodeCoefficients(uint32_t i_ulNbReturnByte, const S_DATA*
     already_init = 1;
     const uint8_t* l_pucPair = i_pAnswer->aucBytes + k_ulAnswerDataOffset;
     for (uint32_t l_ulVoie = 0; l_ulVoie < k_ulNbVoies; ++l_ulVoie, l_pucPair += 8) {
-        const uint32_t l_ulA = ReadLe32(l_pucPair);
-        const auto l_lB = static_cast<int32_t>(ReadLe32(l_pucPair + 4));
+        const uint32_t l_ulA = wire::ReadLe32(l_pucPair);
+        const auto l_lB = static_cast<int32_t>(wire::ReadLe32(l_pucPair + 4));
         s_dCoefA[l_ulVoie].store(l_ulA, std::memory_order_relaxed);
         s_dCoefB[l_ulVoie].store(l_lB, std::memory_order_relaxed);
         if (m_ulLogCalibrationCoef == 1) {
@@ -252,8 +252,8 @@ bool CIntMeasDriver::CheckReply(uint32_t i_ulReturned, S_DATA* io_pAnswer) const
     static_assert(RS_ANSWER_FRAME_OFFSET + RS_FRAME_ID_OFFSET +
                       std::numeric_limits<uint16_t>::max() <=
                   RS_BLOCK_SIZE);
-    WriteLe16(l_pucFrame + RS_FRAME_CRC_OFFSET,
-              m_Crc16.ComputeCrc16(l_pucFrame + RS_FRAME_ID_OFFSET, l_usLength));
+    wire::WriteLe16(l_pucFrame + RS_FRAME_CRC_OFFSET,
+                    m_Crc16.ComputeCrc16(l_pucFrame + RS_FRAME_ID_OFFSET, l_usLength));
     return true;
 }
 
@@ -268,12 +268,12 @@ void CIntMeasDriver::GetResult_MEASURE_INTERNE(uint32_t i_ulNbReturnByte,
     }
     const uint8_t* l_pucData = i_pAnswer->aucBytes + k_ulAnswerDataOffset;
     // The input that the answer names counts, not the one that was asked for.
-    const uint32_t l_ulVoie = ReadLe32(l_pucData);
+    const uint32_t l_ulVoie = wire::ReadLe32(l_pucData);
     if (l_ulVoie >= k_ulNbVoies) {
         o_Result.ulStatus = 1;
         return;
     }
-    double l_dMeasure = ReadLe32(l_pucData + 4);
+    double l_dMeasure = wire::ReadLe32(l_pucData + 4);
     if (i_bCompensation == 1) {
         const double l_dA = s_dCoefA[l_ulVoie].load(std::memory_order_relaxed);
         const double l_dB = s_dCoefB[l_ulVoie].load(std::memory_order_relaxed);
@@ -299,7 +299,7 @@ void CIntMeasDriver::GetResult_ACQUISITION_UPLOAD(uint32_t i_ulNbReturnByte, S_R
         return;
     }
     const uint8_t* l_pucData = i_pAnswer->aucBytes + k_ulAnswerDataOffset;
-    const uint32_t l_ulCompressed = ReadLe32(l_pucData);
+    const uint32_t l_ulCompressed = wire::ReadLe32(l_pucData);
     if (l_ulCompressed > k_ulMaxCompressed) {
         Trace(ERROR_LEVEL, L"GetResult_ACQUISITION_UPLOAD> ERROR compressed size: %u",
               l_ulCompressed);

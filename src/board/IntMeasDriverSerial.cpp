@@ -206,9 +206,9 @@ S_RESULT CIntMeasDriverSerial::SetMBCalibration(uint32_t* i_pulIndex, double* i_
     for (uint32_t i = 0; i < i_ulNbCoeff && l_Result.ulStatus == 0; ++i) {
         // The size counts the sub-head, so twelve of the bytes travel.
         uint8_t l_aucPayload[16] = {};
-        WriteLe32(l_aucPayload, i_pulIndex[i]);
-        WriteLe32(l_aucPayload + 4, static_cast<uint32_t>(TruncateToInt32(i_pdA[i])));
-        WriteLe32(l_aucPayload + 8, static_cast<uint32_t>(TruncateToInt32(i_pdB[i])));
+        wire::WriteLe32(l_aucPayload, i_pulIndex[i]);
+        wire::WriteLe32(l_aucPayload + 4, static_cast<uint32_t>(TruncateToInt32(i_pdA[i])));
+        wire::WriteLe32(l_aucPayload + 8, static_cast<uint32_t>(TruncateToInt32(i_pdB[i])));
         l_Result = CmdeBloquanteSynchrone(k_ucCalibrationWrite, l_aucPayload, sizeof(l_aucPayload),
                                           &l_lWord, 0, 1);
     }

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "TornvalC63.h"
-#include "support/Bytes.h"
+#include "wire/Bytes.h"
 
 namespace tornval {
 
@@ -31,16 +31,18 @@ inline S_RESULT MakeResult(uint32_t i_ulDriverType, uint32_t i_ulStep, uint32_t 
 /** The numbers of a command record, read from its bytes. */
 inline uint32_t GetTimeout(const S_SEND_STRUCT& i_Cmde)
 {
-    return ReadLe32(reinterpret_cast<const uint8_t*>(&i_Cmde) + offsetof(S_SEND_STRUCT, ulTimeout));
+    return wire::ReadLe32(reinterpret_cast<const uint8_t*>(&i_Cmde) +
+                          offsetof(S_SEND_STRUCT, ulTimeout));
 }
 inline uint32_t GetSize(const S_SEND_STRUCT& i_Cmde)
 {
-    return ReadLe32(reinterpret_cast<const uint8_t*>(&i_Cmde) + offsetof(S_SEND_STRUCT, ulSize));
+    return wire::ReadLe32(reinterpret_cast<const uint8_t*>(&i_Cmde) +
+                          offsetof(S_SEND_STRUCT, ulSize));
 }
 inline uint32_t GetNbReturnByte(const S_RECEIVE_STRUCT& i_Receive)
 {
-    return ReadLe32(reinterpret_cast<const uint8_t*>(&i_Receive) +
-                    offsetof(S_RECEIVE_STRUCT, ulNbReturnByte));
+    return wire::ReadLe32(reinterpret_cast<const uint8_t*>(&i_Receive) +
+                          offsetof(S_RECEIVE_STRUCT, ulNbReturnByte));
 }
 
 /** Builds a command record as the library's own commands have it: the other bytes are 0. */
@@ -49,8 +51,8 @@ inline S_SEND_STRUCT MakeCommand(uint8_t i_ucCmdeID, uint32_t i_ulTimeout, uint3
     S_SEND_STRUCT l_Cmde{};
     l_Cmde.CmdeID = i_ucCmdeID;
     auto* l_pucCmde = reinterpret_cast<uint8_t*>(&l_Cmde);
-    WriteLe32(l_pucCmde + offsetof(S_SEND_STRUCT, ulTimeout), i_ulTimeout);
-    WriteLe32(l_pucCmde + offsetof(S_SEND_STRUCT, ulSize), i_ulSize);
+    wire::WriteLe32(l_pucCmde + offsetof(S_SEND_STRUCT, ulTimeout), i_ulTimeout);
+    wire::WriteLe32(l_pucCmde + offsetof(S_SEND_STRUCT, ulSize), i_ulSize);
     return l_Cmde;
 }
 
@@ -58,8 +60,8 @@ inline S_SEND_STRUCT MakeCommand(uint8_t i_ucCmdeID, uint32_t i_ulTimeout, uint3
 inline void FillReceive(S_RECEIVE_STRUCT* o_pReceive, uint32_t i_ulAnswer, uint32_t i_ulNbReturn)
 {
     auto* l_pucReceive = reinterpret_cast<uint8_t*>(o_pReceive);
-    WriteLe32(l_pucReceive, i_ulAnswer);
-    WriteLe32(l_pucReceive + offsetof(S_RECEIVE_STRUCT, ulNbReturnByte), i_ulNbReturn);
+    wire::WriteLe32(l_pucReceive, i_ulAnswer);
+    wire::WriteLe32(l_pucReceive + offsetof(S_RECEIVE_STRUCT, ulNbReturnByte), i_ulNbReturn);
 }
 
 } // namespace tornval

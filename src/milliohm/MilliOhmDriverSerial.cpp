@@ -212,7 +212,7 @@ void C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE(uint32_t i_ulNbR
     }
     for (uint32_t i = 0; i < k_ulNbValues; ++i) {
         o_plProcessedData[i] = static_cast<int32_t>(
-            ReadLe32(i_pAnswer->aucBytes + k_ulValuesOffset + static_cast<size_t>(4) * i));
+            wire::ReadLe32(i_pAnswer->aucBytes + k_ulValuesOffset + static_cast<size_t>(4) * i));
     }
     o_plProcessedData[k_ulNbValues] = 0;
 }

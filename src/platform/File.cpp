@@ -15,36 +15,13 @@
 #include "Device.h"
 #include "Objects.h"
 #include "Path.h"
+#include "wire/Descriptor.h"
+#include "wire/SystemError.h"
 
 namespace cecore {
 namespace {
 
-/** Owner of a file descriptor. */
-class CDescriptor
-{
-public:
-    explicit CDescriptor(int i_lDescriptor) : m_lDescriptor(i_lDescriptor) {}
-    CDescriptor(CDescriptor&& io_Other) noexcept : m_lDescriptor(io_Other.Release()) {}
-    CDescriptor(const CDescriptor&) = delete;
-    CDescriptor& operator=(const CDescriptor&) = delete;
-    CDescriptor& operator=(CDescriptor&&) = delete;
-    ~CDescriptor()
-    {
-        if (m_lDescriptor >= 0) {
-            close(m_lDescriptor);
-        }
-    }
-    [[nodiscard]] int Get() const { return m_lDescriptor; }
-    int Release()
-    {
-        const int l_lDescriptor = m_lDescriptor;
-        m_lDescriptor = -1;
-        return l_lDescriptor;
-    }
-
-private:
-    int m_lDescriptor;
-};
+using wire::CDescriptor;
 
 /**
  * Opens a regular file; below 0 with the last error set on failure. A pipe or a device could block
@@ -60,7 +37,7 @@ CDescriptor OpenRegular(const char* i_pszPath, int i_lFlags)
     }
     CDescriptor l_File(open(i_pszPath, i_lFlags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666));
     if (l_File.Get() < 0 || fstat(l_File.Get(), &l_Status) != 0) {
-        ::SetLastError(ErrorFromErrno(errno));
+        ::SetLastError(wire::SystemErrorOf(errno));
         return CDescriptor(-1);
     }
     if (!S_ISREG(l_Status.st_mode)) {
@@ -122,7 +99,7 @@ bool WriteAll(int i_lDescriptor, const char* i_pcText, size_t i_ulLength)
     while (i_ulLength > 0) {
         const ssize_t l_lWritten = write(i_lDescriptor, i_pcText, i_ulLength);
         if (l_lWritten < 0 && errno != EINTR) {
-            ::SetLastError(ErrorFromErrno(errno));
+            ::SetLastError(wire::SystemErrorOf(errno));
             return false;
         }
         const size_t l_ulWritten = l_lWritten < 0 ? 0 : static_cast<size_t>(l_lWritten);
@@ -227,7 +204,7 @@ uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
         return INVALID_FILE_SIZE;
     }
     if (fstat(l_pFile->Get(), &l_Status) != 0) {
-        ::SetLastError(ErrorFromErrno(errno));
+        ::SetLastError(wire::SystemErrorOf(errno));
         return INVALID_FILE_SIZE;
     }
     const auto l_ullSize = static_cast<uint64_t>(l_Status.st_size);
@@ -248,7 +225,7 @@ bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pu
             continue;
         }
         if (l_lRead < 0) {
-            ::SetLastError(ErrorFromErrno(errno));
+            ::SetLastError(wire::SystemErrorOf(errno));
             return false;
         }
         if (l_lRead == 0) {

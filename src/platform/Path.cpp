@@ -1,7 +1,6 @@
 #include "Path.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cwchar>
 #include <string_view>
@@ -66,35 +65,6 @@ std::string GetHostFileName()
         l_strName = l_strHome + "/" + l_strName.substr(l_strName.rfind('/') + 1);
     }
     return l_strName;
-}
-
-uint32_t ErrorFromErrno(int i_lErrno)
-{
-    switch (i_lErrno) {
-    case ENOENT:
-        return ERROR_FILE_NOT_FOUND;
-    case ENOTDIR:
-    case ENAMETOOLONG:
-    case ELOOP:
-        return ERROR_PATH_NOT_FOUND;
-    case EMFILE:
-    case ENFILE:
-        return ERROR_TOO_MANY_OPEN_FILES;
-    case EACCES:
-    case EPERM:
-    case EISDIR:
-    case EROFS:
-    case ENXIO:
-        return ERROR_ACCESS_DENIED;
-    case ENOMEM:
-        return ERROR_NOT_ENOUGH_MEMORY;
-    case ENOEXEC:
-        return ERROR_BAD_EXE_FORMAT;
-    case EINVAL:
-        return ERROR_INVALID_PARAMETER;
-    default:
-        return ERROR_GEN_FAILURE;
-    }
 }
 
 } // namespace cecore

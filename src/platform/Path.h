@@ -42,7 +42,4 @@ std::string ToNarrow(const wchar_t* i_pwszText);
  */
 std::string GetHostFileName();
 
-/** The system's number for an errno value. */
-uint32_t ErrorFromErrno(int i_lErrno);
-
 } // namespace cecore

@@ -18,6 +18,7 @@
 #include "Objects.h"
 #include "Path.h"
 #include "Sync.h"
+#include "wire/SystemError.h"
 
 extern char** environ;
 
@@ -49,7 +50,7 @@ public:
         const int l_lError = posix_spawn(&m_lPid, l_vpszArguments[0], nullptr, nullptr,
                                          l_vpszArguments.data(), environ);
         if (l_lError != 0) {
-            ::SetLastError(ErrorFromErrno(l_lError));
+            ::SetLastError(wire::SystemErrorOf(l_lError));
             return false;
         }
         m_bEnded = false;

@@ -6,8 +6,8 @@
 #include <new>
 
 #include "samples/SampleCode.h"
-#include "support/Bytes.h"
 #include "support/Trace.h"
+#include "wire/Bytes.h"
 
 namespace tornval {
 namespace {
@@ -125,8 +125,8 @@ S_RESULT CProbeDriver::StartRollingCmde(uint32_t i_ulVoie, uint32_t i_ulMeasureP
         return MakeResult(0, 0, 1);
     }
     uint8_t l_aucPayload[k_ulStartSecondPayloadSize];
-    WriteLe32(l_aucPayload, i_ulMeasureParam);
-    WriteLe32(l_aucPayload + k_ulStartPayloadSize, k_ulStartSecondValue);
+    wire::WriteLe32(l_aucPayload, i_ulMeasureParam);
+    wire::WriteLe32(l_aucPayload + k_ulStartPayloadSize, k_ulStartSecondValue);
     S_SEND_STRUCT l_Cmde =
         i_ulVoie == 0
             ? MakeCommand(PROBE_CMDE_START, k_ulReadTimeout, k_ulStartPayloadSize)
@@ -230,7 +230,7 @@ bool CProbeDriver::RollingCmdeResultManagement(uint32_t i_ulNbReturnByte, const 
             return false;
         }
     }
-    const uint16_t l_usDataSize = ReadLe16(l_pucReply + k_ulProbeSizeOffset);
+    const uint16_t l_usDataSize = wire::ReadLe16(l_pucReply + k_ulProbeSizeOffset);
     Trace(INFO_LEVEL, L"CProbeDriver::RollingCmdeResultManagement> NbChannel=%d", m_ulNbChannel);
     if (l_usDataSize > i_ulNbReturnByte - k_ulProbeHeaderSize) {
         o_Result.ulStatus = 1;

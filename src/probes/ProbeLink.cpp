@@ -5,7 +5,7 @@
 
 #include "driver/ModuleFolder.h"
 #include "probes/ProbeDriver.h"
-#include "support/Bytes.h"
+#include "wire/Bytes.h"
 
 namespace tornval {
 namespace {
@@ -170,7 +170,7 @@ bool CProbeDriver::FetchFromLink(const S_PROBE_LINK& i_Link,
                                  uint32_t i_ulNbReturnByte, char* o_pcRawData, S_RESULT& io_Result)
 {
     uint8_t l_aucNbReturnByte[sizeof(i_ulNbReturnByte)];
-    WriteLe32(l_aucNbReturnByte, i_ulNbReturnByte);
+    wire::WriteLe32(l_aucNbReturnByte, i_ulNbReturnByte);
     uint32_t l_ulReturned = 0;
     if (i_pFnDeviceIoControl(m_ulDriverIndex, PROBE_LINK_CONSTANT, i_Link.ulFetchCode,
                              l_aucNbReturnByte, sizeof(l_aucNbReturnByte), o_pcRawData,

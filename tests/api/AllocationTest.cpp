@@ -36,9 +36,9 @@ protected:
     {
         auto* l_pucOut = static_cast<uint8_t*>(o_pOut);
         if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
-            tornval::WriteLe32(l_pucOut, 0);
-            return ::SetEvent(tornval::ReadLe32(static_cast<const uint8_t*>(i_pIn) +
-                                                RS_BLOCK_EVENT_OFFSET)) != 0;
+            wire::WriteLe32(l_pucOut, 0);
+            return ::SetEvent(wire::ReadLe32(static_cast<const uint8_t*>(i_pIn) +
+                                             RS_BLOCK_EVENT_OFFSET)) != 0;
         }
         std::memset(l_pucOut, 0, 64);
         l_pucOut[16] = 1;

@@ -52,7 +52,7 @@ TEST(Api, FillsDriverRecordsAtAnyAddress)
         1U);
     EXPECT_STREQ(reinterpret_cast<const char*>(l_aucBytes.data() + 1), "IM");
     EXPECT_STREQ(reinterpret_cast<const char*>(l_aucBytes.data() + 105 + 50), "MO");
-    EXPECT_EQ(tornval::ReadLe32(l_aucBytes.data() + 105 + 100), 5001U);
+    EXPECT_EQ(wire::ReadLe32(l_aucBytes.data() + 105 + 100), 5001U);
     EXPECT_EQ(l_aucBytes[0], 0xEE);
     EXPECT_EQ(l_aucBytes[209], 0xEE);
     EXPECT_EQ(EnumMeasDrivers(nullptr, 2, &l_ulCount), 0U);

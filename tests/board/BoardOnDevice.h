@@ -43,9 +43,9 @@ public:
             const auto* l_pucIn = static_cast<const uint8_t*>(i_pIn);
             vFrame.assign(l_pucIn, l_pucIn + i_ulInSize);
             vCmdes.push_back(vFrame[RS_FRAME_CMDE_OFFSET]);
-            tornval::WriteLe32(static_cast<uint8_t*>(o_pOut), ulStatusWord);
+            wire::WriteLe32(static_cast<uint8_t*>(o_pOut), ulStatusWord);
             if (bSignal) {
-                ::SetEvent(tornval::ReadLe32(l_pucIn + RS_BLOCK_EVENT_OFFSET));
+                ::SetEvent(wire::ReadLe32(l_pucIn + RS_BLOCK_EVENT_OFFSET));
             }
         } else {
             vEcho.assign(static_cast<const uint8_t*>(i_pIn),

@@ -16,7 +16,7 @@ using Bytes = std::vector<uint8_t>;
 Bytes UploadData(uint32_t i_ulClaimed, const Bytes& i_vCodes)
 {
     Bytes l_vData(4);
-    WriteLe32(l_vData.data(), i_ulClaimed);
+    wire::WriteLe32(l_vData.data(), i_ulClaimed);
     l_vData.insert(l_vData.end(), i_vCodes.begin(), i_vCodes.end());
     return l_vData;
 }

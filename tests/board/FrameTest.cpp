@@ -18,7 +18,7 @@ const S_RESULT k_Refused{3, 2, 0, 0, 1};
 
 TEST(Crc16, AgreesWithTheCatalogueAndWithTheEmulator)
 {
-    const CCrc16 l_Crc;
+    const wire::CCrc16 l_Crc;
     EXPECT_EQ(l_Crc.ComputeCrc16("", 0), 0xFFFF);
     EXPECT_EQ(l_Crc.ComputeCrc16("abc", 3), 0x5749);
     EXPECT_EQ(l_Crc.ComputeCrc16("123456789", 9), 0x4B37);
@@ -69,8 +69,9 @@ TEST(Frame, OfEachCommandByteForByte)
         const uint8_t* l_pucFrame = l_Bench.pDevice->vFrame.data();
         EXPECT_EQ(Bytes(l_pucFrame + 2, l_pucFrame + 2 + l_Case.vFromSize.size()),
                   l_Case.vFromSize);
-        EXPECT_EQ(ReadLe16(l_pucFrame), emulator::ComputeCrc({l_pucFrame + 2, l_Case.ulSize + 6}));
-        EXPECT_EQ(ReadLe32(l_pucFrame + 65544), l_Bench.Board.m_hSync);
+        EXPECT_EQ(wire::ReadLe16(l_pucFrame),
+                  emulator::ComputeCrc({l_pucFrame + 2, l_Case.ulSize + 6}));
+        EXPECT_EQ(wire::ReadLe32(l_pucFrame + 65544), l_Bench.Board.m_hSync);
         EXPECT_EQ(GetNbReturnByte(l_Bench.Receive), 65544U);
     }
 }
@@ -99,13 +100,13 @@ TEST(Frame, HoldsTheLargestSizeAndRefusesMore)
     const uint32_t l_ulEvent = l_Bench.Board.m_hSync;
     EXPECT_EQ(l_Bench.Send(211, 0, 65532, l_vPayload.data()), k_Sent);
     EXPECT_EQ(l_Bench.pDevice->vFrame[65539], 0x77);
-    EXPECT_EQ(ReadLe16(l_Bench.pDevice->vFrame.data()),
+    EXPECT_EQ(wire::ReadLe16(l_Bench.pDevice->vFrame.data()),
               emulator::ComputeCrc({l_Bench.pDevice->vFrame.data() + 2, 65538}));
     for (const uint32_t l_ulSize : {65533U, 65535U, 65536U, 70000U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
         l_Bench.pDevice->vFrame.clear();
         EXPECT_EQ(l_Bench.Send(211, 0, l_ulSize, l_vPayload.data()), k_Refused) << l_ulSize;
         EXPECT_TRUE(l_Bench.pDevice->vFrame.empty());
-        EXPECT_EQ(ReadLe32(l_Bench.Board.m_Frame.aucBytes + 65544), l_ulEvent);
+        EXPECT_EQ(wire::ReadLe32(l_Bench.Board.m_Frame.aucBytes + 65544), l_ulEvent);
     }
     for (const uint32_t l_ulSize : {0U, 1U, 3U}) {
         EXPECT_EQ(l_Bench.Send(211, 0, l_ulSize, l_vPayload.data()), k_Sent) << l_ulSize;
@@ -117,7 +118,7 @@ TEST(Frame, TellsWhatTheDeviceSaid)
     S_BENCH l_Bench;
     l_Bench.pDevice->ulStatusWord = 0x12345678;
     EXPECT_EQ(l_Bench.Send(210), (S_RESULT{3, 7, 0, 0x12345678, 1}));
-    EXPECT_EQ(ReadLe32(reinterpret_cast<const uint8_t*>(&l_Bench.Receive)), 0x56785678U);
+    EXPECT_EQ(wire::ReadLe32(reinterpret_cast<const uint8_t*>(&l_Bench.Receive)), 0x56785678U);
     l_Bench.pDevice->ulStatusWord = 0;
     l_Bench.pDevice->bSucceeds = false;
     l_Bench.pDevice->ulLastError = 31;

@@ -55,7 +55,8 @@ struct S_LINK_EXCHANGE
         uint32_t l_ulCount = 0;
         if (Link.Control({RS_LINK_CONSTANT, IOCTL_RS_GET_RESULT, l_aucEcho, 2, vBlock.data(),
                           RS_BLOCK_SIZE, &l_ulCount},
-                         ulHandle) == 0) {
+                         ulHandle) == 0 ||
+            l_ulCount < RS_ANSWER_FRAME_OFFSET || l_ulCount > RS_BLOCK_SIZE) {
             return {};
         }
         return {vBlock.begin() + RS_ANSWER_FRAME_OFFSET, vBlock.begin() + l_ulCount};

@@ -255,7 +255,7 @@ TEST(SerialLink, HoldsItsPortAloneAndGivesItBackAsItWas)
     const S_FAR_ENDS l_Far;
     const int l_lFd = open(l_Far.BoardPty.Name().c_str(), O_RDWR | O_NOCTTY);
     ASSERT_GE(l_lFd, 0);
-    const CDescriptor l_Keep(l_lFd);
+    const wire::CDescriptor l_Keep(l_lFd);
     termios l_Before{}, l_Now{};
     ASSERT_EQ(tcgetattr(l_lFd, &l_Before), 0);
     l_Before.c_lflag |= ECHO | ICANON;

@@ -172,7 +172,7 @@ TEST(ProbeCore, EncoderAndDecoderAgreeOnRandomWalks)
         const emulator::S_ENCODED l_Encoded = emulator::EncodeSamples(l_vWalk, l_ulNbChannel);
         ASSERT_EQ(l_Encoded.ulSamples, l_vWalk.size());
         Bytes l_vReply{33, 0, 0, 0};
-        WriteLe16(l_vReply.data() + 1, static_cast<uint16_t>(l_Encoded.vCodes.size()));
+        wire::WriteLe16(l_vReply.data() + 1, static_cast<uint16_t>(l_Encoded.vCodes.size()));
         l_vReply.insert(l_vReply.end(), l_Encoded.vCodes.begin(), l_Encoded.vCodes.end());
         CBareProbe l_Probe(l_ulNbChannel);
         Values l_vlProcessed(l_vReply.size());

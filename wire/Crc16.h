@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace tornval {
+namespace wire {
 
 /**
  * CRC-16/MODBUS of the CRC catalogue: width 16, polynomial 0x8005 reflected (0xA001), initial value
@@ -19,4 +19,4 @@ public:
     [[nodiscard]] uint16_t ComputeCrc16(const void* i_pcData, uint32_t i_ulLength) const;
 };
 
-} // namespace tornval
+} // namespace wire

@@ -1,11 +1,11 @@
-#include "board/Crc16.h"
+#include "wire/Crc16.h"
 
 #include <array>
 #include <cstddef>
 
-#include "support/Bytes.h"
+#include "wire/Bytes.h"
 
-namespace tornval {
+namespace wire {
 namespace {
 
 using Table = std::array<uint16_t, 256>;
@@ -54,4 +54,4 @@ uint16_t CCrc16::ComputeCrc16(const void* i_pcData, uint32_t i_ulLength) const
     return static_cast<uint16_t>(l_ulCrc);
 }
 
-} // namespace tornval
+} // namespace wire

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace tornval {
+namespace wire {
 
 inline uint16_t ReadLe16(const uint8_t* i_pucData)
 {
@@ -31,4 +31,4 @@ inline void WriteLe32(uint8_t* o_pucData, uint32_t i_ulValue)
     WriteLe16(o_pucData + 2, static_cast<uint16_t>(i_ulValue >> 16));
 }
 
-} // namespace tornval
+} // namespace wire
