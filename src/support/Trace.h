@@ -105,6 +105,13 @@ inline bool IsTraceActive()
     return detail::s_pTraceLog.load(std::memory_order_acquire) != nullptr;
 }
 
+/** Whether a line of that level would be put out: asked before its text or its figures are made. */
+inline bool IsTraceLevel(uint16_t i_usLevel)
+{
+    const CTraceLog* l_pLog = detail::s_pTraceLog.load(std::memory_order_acquire);
+    return l_pLog != nullptr && l_pLog->LetsPass(i_usLevel);
+}
+
 template <typename... Args>
 using TTraceFormat = cecore::TWideFormat<std::type_identity_t<Args>...>;
 

@@ -47,14 +47,15 @@ TEST(Trace, PassesTheLevelsOfItsMask)
         std::vector<std::string> l_vstrExpected;
         for (const auto& [l_usLevel, l_strLine] : l_aLevels) {
             Trace(l_usLevel, L"%S", l_strLine.substr(0, 1).c_str());
-            if (strchr(l_pszPassed, l_strLine[0]) != nullptr) {
+            EXPECT_EQ(IsTraceLevel(l_usLevel), strchr(l_pszPassed, l_strLine[0]) != nullptr);
+            if (IsTraceLevel(l_usLevel)) {
                 l_vstrExpected.push_back(l_strLine);
             }
         }
         EXPECT_EQ(l_Home.TraceLines(), l_vstrExpected) << l_usMask;
     }
     SetTraceLog(nullptr);
-    EXPECT_FALSE(IsTraceActive());
+    EXPECT_FALSE(IsTraceActive() || IsTraceLevel(0));
     Trace(ERROR_LEVEL, L"to nobody");
     EXPECT_EQ(l_Home.TraceLines().size(), 5U);
 }
