@@ -6,8 +6,8 @@
 #ifndef HOST_PROGRAM_H
 #define HOST_PROGRAM_H
 
-#include "Explain.h"
 #include "TornvalC63.h"
+#include "Words.h"
 
 #include <CLI/CLI.hpp>
 #include <chrono>

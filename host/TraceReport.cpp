@@ -1,6 +1,6 @@
 #include "TraceReport.h"
 
-#include "Explain.h"
+#include "Words.h"
 
 #include <algorithm>
 #include <array>

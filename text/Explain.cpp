@@ -4,9 +4,12 @@
 #include <array>
 #include <cstdio>
 
-namespace host {
+namespace text {
 
 namespace {
+
+/** Milliseconds that board and milliohm module wait for an answer at the least. */
+constexpr uint32_t k_ulAnswerWaitMs = 5000;
 
 struct S_WORDS
 {
@@ -213,7 +216,7 @@ std::string SilentSendCause(const S_RESULT& i_Result)
 }
 
 /** Causes of a failed fetch that left neither a system error nor a device word. */
-std::string SilentFetchCause(const S_RESULT& i_Result, const S_CALL& i_Call)
+std::string SilentFetchCause(const S_RESULT& i_Result, const S_TEXT_CALL& i_Call)
 {
     if (IsTimeOut(i_Result, i_Call)) {
         std::array<char, 80> l_szText{};
@@ -242,7 +245,7 @@ std::string SilentFetchCause(const S_RESULT& i_Result, const S_CALL& i_Call)
     }
 }
 
-std::string SilentCause(const S_RESULT& i_Result, const S_CALL& i_Call)
+std::string SilentCause(const S_RESULT& i_Result, const S_TEXT_CALL& i_Call)
 {
     const bool l_bNoDriver = IsNoDriver(i_Result);
     switch (i_Result.ulStep) {
@@ -336,7 +339,7 @@ std::string FirmwareStatusInWords(const S_RESULT& i_Result)
     }
 }
 
-bool IsTimeOut(const S_RESULT& i_Result, const S_CALL& i_Call)
+bool IsTimeOut(const S_RESULT& i_Result, const S_TEXT_CALL& i_Call)
 {
     if (i_Result.ulStatus == 0) {
         return false;
@@ -350,7 +353,7 @@ bool IsTimeOut(const S_RESULT& i_Result, const S_CALL& i_Call)
            i_Call.ulElapsedMs >= k_ulAnswerWaitMs;
 }
 
-std::string ExplainRecord(const S_RESULT& i_Result, const S_CALL& i_Call)
+std::string ExplainRecord(const S_RESULT& i_Result, const S_TEXT_CALL& i_Call)
 {
     std::string l_strCause = FirmwareStatusInWords(i_Result);
     if (i_Result.ulLastError != 0) {
@@ -376,4 +379,4 @@ std::string ExplainRecord(const S_RESULT& i_Result, const S_CALL& i_Call)
     return l_strText;
 }
 
-} // namespace host
+} // namespace text
