@@ -5,8 +5,7 @@
  *
  * Plain C. Link with libcecore.so, the same one that the measurement library uses.
  */
-#ifndef CECORE_H
-#define CECORE_H
+#pragma once
 
 #include <stdint.h>
 
@@ -79,8 +78,29 @@ CECORE_API void CeNoteReason(uint32_t code, const char* text);
  */
 CECORE_API uint32_t CeGetReasons(CECORE_REASON* reasons, uint32_t max);
 
+/** The folders in which the core services look for files. */
+enum
+{
+    /** Where the configuration lies, and where a name without a folder is looked for first: the
+        environment variable TORNVAL_HOME, else the folder of the host executable. */
+    CECORE_PATH_HOME = 0,
+    /** Where a link library without a folder is looked for next; empty: nowhere. */
+    CECORE_PATH_LINKS = 1,
+    /** What stands for the volume \hd00, on which the trace file lies: the environment variable
+        TORNVAL_HD00, else what the build was told. */
+    CECORE_PATH_VOLUME = 2
+};
+
+/**
+ * Tells one of the folders. Environment variables count for nothing in a privileged process.
+ *
+ * @param kind   one of CECORE_PATH_...
+ * @param buffer room for size characters; gets the folder with a slash at its end (the volume without
+ *               one), cut to the room, terminated. Null with size 0: only the length is asked for.
+ * @return length of the folder, without the terminator; 0 for an unknown kind.
+ */
+CECORE_API uint32_t CeGetPath(uint32_t kind, char* buffer, uint32_t size);
+
 #ifdef __cplusplus
 }
 #endif
-
-#endif /* CECORE_H */

@@ -2,7 +2,6 @@
 
 #include "api/Router.h"
 
-#include "platform/Format.h"
 #include "support/Text.h"
 #include "support/Trace.h"
 
@@ -15,6 +14,15 @@ S_RESULT Forward(CMeasDriver* i_pDriver, uint32_t i_ulStep, F&& i_fnCall)
 {
     return i_pDriver == nullptr ? MakeResult(TORNVAL_DRIVER_NONE, i_ulStep, 1)
                                 : i_fnCall(*i_pDriver);
+}
+
+/** A text in a field of a record: cut if it is longer, with zeros behind it. */
+template <size_t N>
+void FillField(char (&o_aszField)[N], const char* i_pszText)
+{
+    const size_t l_ulLength = strnlen(i_pszText, N - 1);
+    std::memcpy(o_aszField, i_pszText, l_ulLength);
+    std::memset(o_aszField + l_ulLength, 0, N - l_ulLength);
 }
 
 } // namespace
@@ -59,19 +67,15 @@ uint32_t CRouter::EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDri
         if (*o_pulNbDrivers >= i_ulMaxDrivers) {
             break;
         }
-        auto* l_pucRecord = reinterpret_cast<uint8_t*>(o_pDrivers + *o_pulNbDrivers);
+        S_DRIVER_INFO& l_Record = o_pDrivers[*o_pulNbDrivers];
         char l_aszLinkType[256];
         char l_aszDriverName[260];
         l_pDriver->GetLinkType(l_aszLinkType);
         l_pDriver->GetDriverName(l_aszDriverName);
-        std::memset(l_pucRecord, 0, sizeof(S_DRIVER_INFO));
-        wire::WriteLe32(l_pucRecord + offsetof(S_DRIVER_INFO, ulDriverID),
+        wire::WriteLe32(reinterpret_cast<uint8_t*>(&l_Record) + offsetof(S_DRIVER_INFO, ulDriverID),
                         l_pDriver->GetDriverID());
-        cecore::FormatNarrow(o_pDrivers[*o_pulNbDrivers].szLinkType,
-                             sizeof(S_DRIVER_INFO::szLinkType), "%s", l_aszLinkType);
-        // A name that is longer than its field is cut.
-        cecore::FormatNarrow(o_pDrivers[*o_pulNbDrivers].szDriverName,
-                             sizeof(S_DRIVER_INFO::szDriverName), "%s", l_aszDriverName);
+        FillField(l_Record.szLinkType, l_aszLinkType);
+        FillField(l_Record.szDriverName, l_aszDriverName);
         Trace(INFO_LEVEL,
               L"CRouter::EnumMeasDrivers> driver=%08X DriverID=%d LinkType=%S DriverName=%S",
               l_pDriver.get(), l_pDriver->GetDriverID(), l_aszLinkType, l_aszDriverName);

@@ -4,7 +4,6 @@
  */
 #pragma once
 
-#include <atomic>
 #include <map>
 #include <memory>
 
@@ -51,6 +50,7 @@ public:
 
     CRouter(const CRouter&) = delete;
     CRouter& operator=(const CRouter&) = delete;
+    /** Destroys the drivers, unless a call does not end. */
     virtual ~CRouter();
 
     // Each as the exported function of its name.
@@ -84,8 +84,10 @@ private:
     CRouter();
 
     static CRouter& Instance();
-    /** Lets no call in any more and destroys the drivers, unless a call does not end. */
-    void Retire();
+    /** Of the entry in the exit list: destroys the router, once. */
+    static void OnExit(void*);
+    /** Puts that entry behind all others. */
+    static void PutExitEntryLast();
 
     /** Modes, probes to load and logger, from the configuration file. */
     void ReadConfiguration();
@@ -96,12 +98,8 @@ private:
     S_RESULT InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver);
     uint32_t LoadIMBDriver(S_RESULT& io_Result);
     uint32_t LoadMODriver(S_RESULT& io_Result);
-    uint32_t LoadBTDriver(S_RESULT& io_Result);
-    uint32_t LoadUSBDriver(S_RESULT& io_Result);
     uint32_t LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result);
     void UnloadMeasDrivers();
-    /** Sees to it that the drivers go before the link libraries when the process ends. */
-    void UnloadAtExit();
     CMeasDriver* GetDriverFromID(uint32_t i_ulDriverID);
     CMeasDriver* GetDriverFromLinkType(const char* i_pszLinkType);
 
@@ -114,10 +112,10 @@ private:
     bool m_bLoadBT = false;
     bool m_bLoadUSB = false;
 
-    /** Whether calls are let in, and how many are inside. */
-    static std::atomic<bool> s_bOpen;
-    static std::atomic<uint32_t> s_ulCalls;
-    static std::atomic<bool> s_bForked;
+    /** Why the configuration could not be read at the construction, by the system's number; 0: it was. */
+    uint32_t m_ulConfigurationError = 0;
+    /** Whether a load has begun: what was noted at the construction outlasts the first one. */
+    bool m_bLoadBegun = false;
 };
 
 } // namespace tornval

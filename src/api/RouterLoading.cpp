@@ -1,14 +1,13 @@
-// The life of the router: construction, loading and unloading of drivers, the end of the process.
+// What a load does: the configuration decides, the drivers are built, initialised and kept.
 
 #include "api/Router.h"
 
 #include <new>
 
 #include <cxxabi.h>
-#include <pthread.h>
 
 #include "driver/ModuleFolder.h"
-#include "platform/Clock.h"
+#include "platform/Reason.h"
 #include "probes/BTProbeDriver.h"
 #include "probes/USBProbeDriver.h"
 #include "simulation/BTProbeDriverSimu.h"
@@ -16,9 +15,6 @@
 #include "simulation/MilliOhmDriverSerialSimu.h"
 #include "simulation/USBProbeDriverSimu.h"
 #include "support/Trace.h"
-
-/** Stands for this library in the exit list, so that an unloading runs and removes its entries. */
-extern "C" __attribute__((visibility("hidden"))) void* __dso_handle; // NOLINT
 
 namespace tornval {
 namespace {
@@ -40,13 +36,11 @@ std::unique_ptr<CMeasDriver> Build(uint32_t i_ulMode, const S_TRACE_TEXT<>& i_Re
     }
 }
 
-/** How long the end of the process waits for calls that are still inside, in milliseconds. */
-constexpr uint32_t k_ulRetireWait = 1000;
-
 } // namespace
 
 struct CRouter::S_ROAD
 {
+    const char* pszLinkType;
     uint32_t ulDriverType;
     S_TRACE_TEXT<> Start;
     S_TRACE_TEXT<CMeasDriver*> Driver;
@@ -54,105 +48,38 @@ struct CRouter::S_ROAD
 };
 
 constinit const CRouter::S_ROAD CRouter::s_MORoad = {
+    "MO",
     TORNVAL_DRIVER_MILLIOHM,
     {INFO_LEVEL, L"CRouter::LoadMODriver> START"},
     {INFO_LEVEL, L"CRouter::LoadMODriver> driver: %08x"},
     {INFO_LEVEL, L"CRouter::LoadMODriver> STOP status=%d"}};
 
 constinit const CRouter::S_ROAD CRouter::s_IMBRoad = {
+    "IM",
     TORNVAL_DRIVER_BOARD,
     {INFO_LEVEL, L"CRouter::LoadIMBDriver> START"},
     {INFO_LEVEL, L"driver: %08x"},
     {INFO_LEVEL, L"CRouter::LoadIMBDriver> STOP status=%d"}};
 
 constinit const CRouter::S_ROAD CRouter::s_BTRoad = {
+    "BT",
     TORNVAL_DRIVER_BT_PROBE,
     {INFO_LEVEL, L"CRouter::LoadBTDriver> START"},
     {INFO_LEVEL, L"CRouter::LoadBTDriver> driver: %08x"},
     {INFO_LEVEL, L"CRouter::LoadBTDriver> STOP status=%d"}};
 
 constinit const CRouter::S_ROAD CRouter::s_USBRoad = {
+    "USB",
     TORNVAL_DRIVER_USB_PROBE,
     {INFO_LEVEL, L"CRouter::LoadUSBDriver> START"},
     {INFO_LEVEL, L"CRouter::LoadUSBDriver> driver: %08x"},
     {INFO_LEVEL, L"CRouter::LoadUSBDriver> STOP status=%d"}};
 
-constinit std::atomic<bool> CRouter::s_bOpen{true};
-constinit std::atomic<uint32_t> CRouter::s_ulCalls{0};
-constinit std::atomic<bool> CRouter::s_bForked{false};
-
-CRouter::CCall::CCall()
-{
-    ++s_ulCalls;
-    try {
-        if (s_bOpen) {
-            m_pRouter = &Instance();
-        }
-    } catch (...) {
-        --s_ulCalls;
-        throw;
-    }
-}
-
-CRouter::CCall::~CCall()
-{
-    --s_ulCalls;
-}
-
-CRouter& CRouter::Instance()
-{
-    static CRouter s_Router;
-    return s_Router;
-}
-
-CRouter::CRouter() : m_hMutex(cecore::CreateMutexW(false))
-{
-    try {
-        ReadConfiguration();
-    } catch (const std::bad_alloc&) {
-        // As without a file: the modes are 0, and nothing can be loaded.
-        m_ulBTMode = m_ulUSBMode = m_ulIMMode = MODE_NONE;
-        m_bLoadBT = m_bLoadUSB = false;
-    }
-    static_cast<void>(pthread_atfork(nullptr, nullptr, [] {
-        s_bForked = true;
-        s_bOpen = false;
-        AbandonTraceLog();
-    }));
-}
-
-CRouter::~CRouter()
-{
-    Retire();
-}
-
-void CRouter::Retire()
-{
-    s_bOpen = false;
-    for (uint32_t l_ulWaited = 0; s_ulCalls != 0 && !s_bForked && l_ulWaited < k_ulRetireWait;
-         ++l_ulWaited) {
-        cecore::Sleep(1);
-    }
-    if (s_ulCalls != 0 || s_bForked) {
-        // Somebody is still inside, or these drivers are a copy of the parent's: left alone, in a
-        // place that nobody destroys.
-        static_cast<void>(m_hMutex.Release());
-        static decltype(m_mapDrivers)* s_pAbandoned = nullptr;
-        if (s_pAbandoned == nullptr) {
-            s_pAbandoned = new (std::nothrow) decltype(m_mapDrivers)();
-        }
-        if (s_pAbandoned != nullptr) {
-            s_pAbandoned->merge(m_mapDrivers);
-        }
-        return;
-    }
-    UnloadMeasDrivers();
-}
-
 void CRouter::ReadConfiguration()
 {
     CConfigFile l_Config;
-    if (!LoadModuleConfiguration(l_Config)) {
+    m_ulConfigurationError = ReadModuleConfiguration(l_Config);
+    if (m_ulConfigurationError != 0) {
         return;
     }
     const auto l_fnMode = [&l_Config](const char* i_pszSection) -> uint32_t {
@@ -171,11 +98,12 @@ void CRouter::ReadConfiguration()
     std::unique_ptr<CTraceLog> l_pLog;
     if (l_ulType == 0) {
         l_pLog.reset(new (std::nothrow) CTraceLogFile("\\hd00\\log_tornval.txt", l_usLevel));
-        SetTraceLog(std::move(l_pLog));
-        ResetTraceLog();
     } else if (l_ulType == 1) {
         l_pLog.reset(new (std::nothrow) CTraceLogConsole(l_usLevel));
+    }
+    if (l_pLog != nullptr && l_pLog->IsWhole()) {
         SetTraceLog(std::move(l_pLog));
+        ResetTraceLog();
     }
 }
 
@@ -187,13 +115,17 @@ std::unique_ptr<CMeasDriver> CRouter::CreateDriver(uint32_t i_ulDriverType)
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        // No memory, or a link library that throws: the other drivers are still to come.
+        // The other drivers are still to come.
+        cecore::NoteReason(0, "the driver was not built: no memory, or its link library threw");
         return nullptr;
     }
 }
 
 std::unique_ptr<CMeasDriver> CRouter::BuildDriver(uint32_t i_ulDriverType) const
 {
+    if (m_ulConfigurationError != 0) {
+        NoteConfigurationReason(m_ulConfigurationError);
+    }
     std::unique_ptr<CMeasDriver> l_pDriver;
     switch (i_ulDriverType) {
     case TORNVAL_DRIVER_BT_PROBE:
@@ -242,11 +174,13 @@ S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver
             }
             Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR id=%d is taken",
                   l_ulDriverID);
+            cecore::NoteReason(0, "another driver has the ID %u", l_ulDriverID);
         }
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {
         Trace(ERROR_LEVEL, L"CRouter::InitAndAddDriverToMap> ERROR exception");
+        cecore::NoteReason(0, "the driver was not kept: no memory, or its link library threw");
     }
     l_Result.ulStatus = 1;
     io_pDriver.reset();
@@ -255,6 +189,7 @@ S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver
 
 uint32_t CRouter::LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result)
 {
+    const cecore::CReasonScope l_Scope(i_Road.pszLinkType);
     i_Road.Start.Emit();
     std::unique_ptr<CMeasDriver> l_pDriver = CreateDriver(i_Road.ulDriverType);
     i_Road.Driver.Emit(l_pDriver.get());
@@ -277,20 +212,15 @@ uint32_t CRouter::LoadMODriver(S_RESULT& io_Result)
     return LoadByRoad(s_MORoad, io_Result);
 }
 
-uint32_t CRouter::LoadBTDriver(S_RESULT& io_Result)
-{
-    return LoadByRoad(s_BTRoad, io_Result);
-}
-
-uint32_t CRouter::LoadUSBDriver(S_RESULT& io_Result)
-{
-    return LoadByRoad(s_USBRoad, io_Result);
-}
-
 S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
 {
     Trace(INFO_LEVEL, L"CRouter::LoadMeasDriver> START");
+    if (m_bLoadBegun) {
+        cecore::ForgetReasons();
+    }
+    m_bLoadBegun = true;
     UnloadMeasDrivers();
+    PutExitEntryLast();
     S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_LOAD);
     if ((i_lMask & TORNVAL_LOAD_MILLIOHM) != 0) {
         LoadMODriver(l_Result);
@@ -299,29 +229,21 @@ S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
         LoadIMBDriver(l_Result);
     }
     if (i_lMask != 0 && m_bLoadBT) {
-        LoadBTDriver(l_Result);
+        LoadByRoad(s_BTRoad, l_Result);
     }
     if (i_lMask != 0 && m_bLoadUSB) {
-        LoadUSBDriver(l_Result);
+        LoadByRoad(s_USBRoad, l_Result);
+    }
+    if (i_lMask != 0 && (i_lMask & (TORNVAL_LOAD_MILLIOHM | TORNVAL_LOAD_BOARD)) == 0 &&
+        !m_bLoadBT && !m_bLoadUSB) {
+        cecore::NoteReason(0,
+                           "the mask 0x%02x asks for no driver: 0x%02x is the milliohm module, "
+                           "0x%02x the board",
+                           i_lMask, TORNVAL_LOAD_MILLIOHM, TORNVAL_LOAD_BOARD);
     }
     Trace(INFO_LEVEL, L"CRouter::LoadMeasDriver> STOP status=%d", l_Result.ulStatus);
-    UnloadAtExit();
+    PutExitEntryLast();
     return l_Result;
-}
-
-void CRouter::UnloadAtExit()
-{
-    // A host that ends without unloading runs the exit lists of all libraries, the last one first:
-    // those of the link libraries, which came after the router, before the router's own. So each
-    // load puts one more entry behind what its links have put there, and the drivers go while their
-    // links stand.
-    const bool l_bReal =
-        m_ulIMMode == MODE_REAL || m_ulBTMode == MODE_REAL || m_ulUSBMode == MODE_REAL;
-    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
-    if (l_bReal && !m_mapDrivers.empty()) {
-        static_cast<void>(
-            abi::__cxa_atexit([](void*) { Instance().Retire(); }, nullptr, &__dso_handle));
-    }
 }
 
 void CRouter::UnloadMeasDrivers()

@@ -175,7 +175,6 @@ uint32_t CIntMeasDriver::TGPIO(int32_t i_lPin, int32_t i_lValue)
         return 0;
     }
     const cecore::CUniqueHandle l_hProcess(l_Process.hProcess);
-    const cecore::CUniqueHandle l_hThread(l_Process.hThread);
     return cecore::WaitForSingleObject(l_hProcess.Get(), cecore::INFINITE) == cecore::WAIT_OBJECT_0
                ? 1
                : 0;

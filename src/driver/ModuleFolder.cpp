@@ -1,11 +1,18 @@
 #include "driver/ModuleFolder.h"
 
+#include <cstring>
 #include <cwchar>
 
 #include "platform/Format.h"
 #include "platform/Module.h"
+#include "platform/Reason.h"
 
 namespace tornval {
+namespace {
+
+constexpr const char* k_pszConfiguration = "TornvalC63.ini";
+
+} // namespace
 
 void GetModuleFolder(wchar_t* o_pwszFolder, uint32_t i_ulSize)
 {
@@ -22,17 +29,49 @@ void GetModuleFolder(wchar_t* o_pwszFolder, uint32_t i_ulSize)
     cecore::FormatWide(l_pwszEnd, i_ulSize - l_ulUsed, L"\\");
 }
 
-bool LoadModuleConfiguration(CConfigFile& o_Config)
+uint32_t ReadModuleConfiguration(CConfigFile& o_Config)
 {
+    // A folder that was cut to its buffer is another one, and may have a configuration: not read.
+    if (CeGetPath(CECORE_PATH_HOME, nullptr, 0) + std::strlen(k_pszConfiguration) >= k_ulMaxPath) {
+        return cecore::ERROR_FILENAME_EXCED_RANGE;
+    }
     wchar_t l_awszFolder[k_ulMaxPath];
     char l_aszPath[k_ulMaxPath];
-    // A path that was cut to its buffer is another one, and may be there: it is not read.
-    const bool l_bWhole =
-        cecore::GetModuleFileNameW(nullptr, l_awszFolder, k_ulMaxPath) < k_ulMaxPath - 1;
     GetModuleFolder(l_awszFolder, k_ulMaxPath);
-    const size_t l_ulLength =
-        cecore::FormatNarrow(l_aszPath, sizeof(l_aszPath), "%S%s", l_awszFolder, "TornvalC63.ini");
-    return l_bWhole && l_ulLength < sizeof(l_aszPath) - 1 && o_Config.Load(l_aszPath);
+    cecore::FormatNarrow(l_aszPath, sizeof(l_aszPath), "%S%s", l_awszFolder, k_pszConfiguration);
+    const uint32_t l_ulBefore = cecore::GetLastError();
+    ::SetLastError(cecore::ERROR_NOT_ENOUGH_MEMORY);
+    if (!o_Config.Load(l_aszPath)) {
+        return cecore::GetLastError();
+    }
+    ::SetLastError(l_ulBefore);
+    return cecore::ERROR_SUCCESS;
+}
+
+bool LoadModuleConfiguration(CConfigFile& o_Config)
+{
+    const uint32_t l_ulError = ReadModuleConfiguration(o_Config);
+    if (l_ulError != cecore::ERROR_SUCCESS) {
+        NoteConfigurationReason(l_ulError);
+    }
+    return l_ulError == cecore::ERROR_SUCCESS;
+}
+
+void NoteConfigurationReason(uint32_t i_ulError)
+{
+    char l_aszFolder[k_ulMaxPath + 1];
+    const uint32_t l_ulLength = CeGetPath(CECORE_PATH_HOME, l_aszFolder, sizeof(l_aszFolder));
+    const char* l_pszWhy = "it cannot be read";
+    if (i_ulError == cecore::ERROR_FILENAME_EXCED_RANGE) {
+        l_pszWhy = "its path is too long, 259 characters are the most";
+    } else if (i_ulError == cecore::ERROR_FILE_NOT_FOUND ||
+               i_ulError == cecore::ERROR_PATH_NOT_FOUND) {
+        l_pszWhy = "there is no such file";
+    } else if (i_ulError == cecore::ERROR_NOT_ENOUGH_MEMORY) {
+        l_pszWhy = "there is no memory for it";
+    }
+    cecore::NoteReason(i_ulError, "configuration %s%s%s: %s", l_aszFolder,
+                       l_ulLength < sizeof(l_aszFolder) ? "" : "...", k_pszConfiguration, l_pszWhy);
 }
 
 } // namespace tornval

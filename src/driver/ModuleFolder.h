@@ -24,8 +24,15 @@ void GetModuleFolder(wchar_t* o_pwszFolder, uint32_t i_ulSize);
 /**
  * Loads TornvalC63.ini from the folder of the host executable.
  *
- * @return true if the file could be opened.
+ * @return 0 if the file could be opened, else why not: 2 not there, 206 its path is longer than 259
+ *         characters, 5 no access, ...
  */
+uint32_t ReadModuleConfiguration(CConfigFile& o_Config);
+
+/** As above. @return whether the file could be opened; if not, the reason is noted. */
 bool LoadModuleConfiguration(CConfigFile& o_Config);
+
+/** Notes for the host why the configuration could not be read. */
+void NoteConfigurationReason(uint32_t i_ulError);
 
 } // namespace tornval

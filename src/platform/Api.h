@@ -32,8 +32,10 @@ inline constexpr uint32_t ERROR_INVALID_PARAMETER = 87;
 inline constexpr uint32_t ERROR_MOD_NOT_FOUND = 126;
 inline constexpr uint32_t ERROR_PROC_NOT_FOUND = 127;
 inline constexpr uint32_t ERROR_BAD_EXE_FORMAT = 193;
+inline constexpr uint32_t ERROR_FILENAME_EXCED_RANGE = 206;
 inline constexpr uint32_t ERROR_MORE_DATA = 234;
 inline constexpr uint32_t ERROR_NOT_OWNER = 288;
+inline constexpr uint32_t ERROR_TIMEOUT = 1460;
 
 /** The calling thread's last-error value. A call that succeeds leaves it alone. */
 CECORE_API uint32_t GetLastError();
@@ -48,6 +50,12 @@ CECORE_API bool CloseHandle(Handle i_hObject);
 
 /** Number of handles now open in the process, for tests that look for leaks. */
 CECORE_API uint32_t GetOpenHandleCount();
+
+/**
+ * Whether the process ends. What a library gives back when it is unloaded is left alone then: threads
+ * that nobody joined may still use it.
+ */
+CECORE_API bool IsProcessEnding();
 
 /** Owner of one handle; closes it at the end of its life. */
 class CUniqueHandle

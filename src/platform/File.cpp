@@ -1,17 +1,24 @@
 #include "File.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <cwctype>
 #include <map>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Clock.h"
 #include "Device.h"
 #include "Objects.h"
 #include "Path.h"
@@ -51,7 +58,7 @@ class CFileObject final : public CKernelObject
 {
 public:
     explicit CFileObject(CDescriptor i_File)
-        : CKernelObject(EObjectKind::File), m_File(std::move(i_File))
+        : CKernelObject(EObjectKind::FILE), m_File(std::move(i_File))
     {
     }
     [[nodiscard]] int Get() const { return m_File.Get(); }
@@ -64,7 +71,7 @@ class CDeviceObject final : public CKernelObject
 {
 public:
     explicit CDeviceObject(std::shared_ptr<IDevice> i_pDevice)
-        : CKernelObject(EObjectKind::Device), m_pDevice(std::move(i_pDevice))
+        : CKernelObject(EObjectKind::DEVICE), m_pDevice(std::move(i_pDevice))
     {
     }
     void OnClosed() override { m_pDevice->Close(); }
@@ -74,39 +81,97 @@ private:
     std::shared_ptr<IDevice> m_pDevice;
 };
 
+/** Orders names as the registry compares them: without case. */
+struct S_NO_CASE
+{
+    bool operator()(const std::wstring& i_strLeft, const std::wstring& i_strRight) const
+    {
+        return std::lexicographical_compare(i_strLeft.begin(), i_strLeft.end(), i_strRight.begin(),
+                                            i_strRight.end(),
+                                            [](wchar_t i_cLeft, wchar_t i_cRight) {
+                                                return std::towlower(static_cast<wint_t>(i_cLeft)) <
+                                                       std::towlower(static_cast<wint_t>(i_cRight));
+                                            });
+    }
+};
+
 struct S_DEVICE_TABLE
 {
     std::mutex Mutex;
-    std::map<std::wstring, std::shared_ptr<IDevice>> mapDevices;
+    std::map<std::wstring, std::shared_ptr<IDevice>, S_NO_CASE> mapDevices;
 };
-
-S_DEVICE_TABLE& DeviceTable()
-{
-    static S_DEVICE_TABLE s_Table;
-    return s_Table;
-}
 
 std::shared_ptr<IDevice> FindDevice(const wchar_t* i_pwszName)
 {
-    S_DEVICE_TABLE& l_Table = DeviceTable();
+    auto& l_Table = Resident<S_DEVICE_TABLE>();
     const std::lock_guard l_Lock(l_Table.Mutex);
     const auto l_It = l_Table.mapDevices.find(i_pwszName);
     return l_It == l_Table.mapDevices.end() ? nullptr : l_It->second;
 }
 
-bool WriteAll(int i_lDescriptor, const char* i_pcText, size_t i_ulLength)
+bool WriteAll(int i_lDescriptor, std::string_view i_strText)
 {
-    while (i_ulLength > 0) {
-        const ssize_t l_lWritten = write(i_lDescriptor, i_pcText, i_ulLength);
+    while (!i_strText.empty()) {
+        const ssize_t l_lWritten = write(i_lDescriptor, i_strText.data(), i_strText.size());
         if (l_lWritten < 0 && errno != EINTR) {
             ::SetLastError(wire::SystemErrorOf(errno));
             return false;
         }
-        const size_t l_ulWritten = l_lWritten < 0 ? 0 : static_cast<size_t>(l_lWritten);
-        i_pcText += l_ulWritten;
-        i_ulLength -= l_ulWritten;
+        i_strText.remove_prefix(l_lWritten < 0 ? 0 : static_cast<size_t>(l_lWritten));
     }
     return true;
+}
+
+/** Whether the standard output was open when this library was loaded. */
+constinit bool s_bStandardOutput = true;
+
+[[gnu::constructor]] void LookAtStandardOutput()
+{
+    s_bStandardOutput = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+}
+
+/** Holds the lock of a stream, which another thread may keep for good: it waits for the reader. */
+class CStreamLock
+{
+public:
+    CStreamLock(std::FILE* i_pStream, std::chrono::steady_clock::time_point i_End)
+        : m_pStream(i_pStream)
+    {
+        while (ftrylockfile(m_pStream) != 0) {
+            if (std::chrono::steady_clock::now() >= i_End) {
+                m_pStream = nullptr;
+                return;
+            }
+            Sleep(1);
+        }
+    }
+    CStreamLock(const CStreamLock&) = delete;
+    CStreamLock& operator=(const CStreamLock&) = delete;
+    ~CStreamLock()
+    {
+        if (m_pStream != nullptr) {
+            funlockfile(m_pStream);
+        }
+    }
+    explicit operator bool() const { return m_pStream != nullptr; }
+
+private:
+    std::FILE* m_pStream;
+};
+
+/** Waits until a write of a line would not block. A pipe takes 4096 bytes at least then. */
+bool WaitForRoom(int i_lDescriptor, std::chrono::steady_clock::time_point i_End)
+{
+    pollfd l_Poll{i_lDescriptor, POLLOUT, 0};
+    while (true) {
+        const auto l_Left =
+            std::chrono::ceil<std::chrono::milliseconds>(i_End - std::chrono::steady_clock::now());
+        const int l_lReady =
+            poll(&l_Poll, 1, static_cast<int>(std::max<int64_t>(l_Left.count(), 0)));
+        if (l_lReady >= 0 || errno != EINTR) {
+            return l_lReady != 0;
+        }
+    }
 }
 
 /** Keeps a write to a pipe without a reader from ending the process by SIGPIPE. A thread is not
@@ -147,14 +212,14 @@ private:
 
 void RegisterDevice(const wchar_t* i_pwszName, std::shared_ptr<IDevice> i_pDevice)
 {
-    S_DEVICE_TABLE& l_Table = DeviceTable();
+    auto& l_Table = Resident<S_DEVICE_TABLE>();
     const std::lock_guard l_Lock(l_Table.Mutex);
     l_Table.mapDevices[i_pwszName] = std::move(i_pDevice);
 }
 
 void UnregisterDevice(const wchar_t* i_pwszName)
 {
-    S_DEVICE_TABLE& l_Table = DeviceTable();
+    auto& l_Table = Resident<S_DEVICE_TABLE>();
     const std::lock_guard l_Lock(l_Table.Mutex);
     l_Table.mapDevices.erase(i_pwszName);
 }
@@ -162,7 +227,7 @@ void UnregisterDevice(const wchar_t* i_pwszName)
 bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
                      void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
 {
-    const auto l_pDevice = FindObject<CDeviceObject>(i_hDevice, EObjectKind::Device);
+    const auto l_pDevice = FindObject<CDeviceObject>(i_hDevice, EObjectKind::DEVICE);
     uint32_t l_ulReturned = 0;
     const bool l_bDone =
         l_pDevice != nullptr &&
@@ -174,7 +239,7 @@ bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uin
 }
 
 Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uint32_t, uint32_t)
-{
+try {
     Handle l_hObject = 0;
     if (i_pwszName == nullptr) {
         ::SetLastError(ERROR_INVALID_PARAMETER);
@@ -187,18 +252,20 @@ Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uin
         }
     } else {
         const bool l_bWrite = (i_ulAccess & GENERIC_WRITE) != 0;
-        CDescriptor l_File =
-            OpenRegular(ToSystemPath(i_pwszName).c_str(), l_bWrite ? O_RDWR : O_RDONLY);
-        if (l_File.Get() >= 0) {
+        CDescriptor l_File = OpenRegular(FindFile(i_pwszName).Get(), l_bWrite ? O_RDWR : O_RDONLY);
+        if (l_File) {
             l_hObject = CreateObject<CFileObject>(std::move(l_File));
         }
     }
     return l_hObject == 0 ? INVALID_HANDLE_VALUE : l_hObject;
+} catch (const std::bad_alloc&) {
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return INVALID_HANDLE_VALUE;
 }
 
 uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
 {
-    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::File);
+    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::FILE);
     struct stat l_Status = {};
     if (l_pFile == nullptr) {
         return INVALID_FILE_SIZE;
@@ -216,7 +283,7 @@ uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
 
 bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pulRead)
 {
-    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::File);
+    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::FILE);
     uint32_t l_ulRead = 0;
     while (l_pFile != nullptr && l_ulRead < i_ulSize) {
         const ssize_t l_lRead =
@@ -249,26 +316,56 @@ CStream OpenForReading(const char* i_pszPath)
     return l_pStream;
 }
 
-bool AppendToFile(const char* i_pszPath, const char* i_pcText, size_t i_ulLength)
+std::unique_ptr<char[]> MakeSystemPath(const char* i_pszPath)
 {
-    const CDescriptor l_File =
-        OpenRegular(CSystemPath(i_pszPath).Get(), O_WRONLY | O_CREAT | O_APPEND);
-    return l_File.Get() >= 0 && WriteAll(l_File.Get(), i_pcText, i_ulLength);
+    const CSystemPath l_Path(i_pszPath);
+    const size_t l_ulSize = std::strlen(l_Path.Get()) + 1;
+    std::unique_ptr<char[]> l_pszPath(new (std::nothrow) char[l_ulSize]);
+    if (l_pszPath != nullptr) {
+        std::copy_n(l_Path.Get(), l_ulSize, l_pszPath.get());
+    }
+    return l_pszPath;
 }
 
-bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLength)
+bool AppendToFile(const char* i_pszPath, std::string_view i_strText)
 {
-    const CPipeGuard l_Guard;
-    // Past the stream: a host that prints wide characters has a stream that takes no others.
-    static_cast<void>(std::fflush(i_pStream));
-    return WriteAll(fileno(i_pStream), i_pcText, i_ulLength);
+    const CDescriptor l_File = OpenRegular(i_pszPath, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
+    return l_File && WriteAll(l_File.Get(), i_strText);
 }
 
 bool EmptyFile(const char* i_pszPath)
 {
-    const CDescriptor l_File =
-        OpenRegular(CSystemPath(i_pszPath).Get(), O_WRONLY | O_CREAT | O_TRUNC);
-    return l_File.Get() >= 0;
+    const CDescriptor l_File = OpenRegular(i_pszPath, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+    return static_cast<bool>(l_File);
+}
+
+bool HasStandardOutput()
+{
+    return s_bStandardOutput && fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+}
+
+bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLength,
+                    uint32_t i_ulMilliseconds)
+{
+    const auto l_End =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(i_ulMilliseconds);
+    const int l_lDescriptor = fileno(i_pStream);
+    if (l_lDescriptor < 0) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    const CPipeGuard l_Guard;
+    const CStreamLock l_Lock(i_pStream, l_End);
+    bool l_bRoom = l_Lock && WaitForRoom(l_lDescriptor, l_End);
+    if (l_bRoom) {
+        // Past the stream: a host that prints wide characters has a stream that takes no others.
+        static_cast<void>(std::fflush(i_pStream));
+        l_bRoom = WaitForRoom(l_lDescriptor, l_End);
+    }
+    if (!l_bRoom) {
+        ::SetLastError(ERROR_TIMEOUT);
+    }
+    return l_bRoom && WriteAll(l_lDescriptor, {i_pcText, i_ulLength});
 }
 
 } // namespace cecore

@@ -50,40 +50,39 @@ public:
         }
     }
 
+    void Fill(size_t i_ulCount, C i_cChar)
+    {
+        for (; i_ulCount > 0; --i_ulCount) {
+            Put(i_cChar);
+        }
+    }
+
     template <typename S>
     void PutPadded(const S* i_pText, size_t i_ulLength, const S_CONVERSION& i_How)
     {
         const size_t l_ulPad = i_How.ulWidth > i_ulLength ? i_How.ulWidth - i_ulLength : 0;
-        for (size_t i = 0; !i_How.bLeft && i < l_ulPad; ++i) {
-            Put(C(' '));
-        }
-        for (size_t i = 0; i < i_ulLength; ++i) {
-            Put(ConvertChar<C>(i_pText[i]));
-        }
-        for (size_t i = 0; i_How.bLeft && i < l_ulPad; ++i) {
-            Put(C(' '));
-        }
+        Fill(i_How.bLeft ? 0 : l_ulPad, C(' '));
+        std::for_each(i_pText, i_pText + i_ulLength, [this](S i_c) { Put(ConvertChar<C>(i_c)); });
+        Fill(i_How.bLeft ? l_ulPad : 0, C(' '));
     }
 
     /** A number from its digits: a sign, zeros up to the width or the precision, the digits. */
     void PutNumber(bool i_bNegative, const char* i_pszDigits, size_t i_ulDigits,
                    const S_CONVERSION& i_How, size_t i_ulMinDigits)
     {
-        char l_aszText[k_ulMaxWidth + 512];
-        size_t l_ulLength = 0;
         const size_t l_ulSign = i_bNegative ? 1 : 0;
         size_t l_ulZeros = i_ulMinDigits > i_ulDigits ? i_ulMinDigits - i_ulDigits : 0;
         if (i_How.bZeroFill && !i_How.bLeft && i_How.ulWidth > l_ulSign + i_ulDigits + l_ulZeros) {
             l_ulZeros = i_How.ulWidth - l_ulSign - i_ulDigits;
         }
-        if (i_bNegative) {
-            l_aszText[l_ulLength++] = '-';
-        }
-        for (size_t i = 0; i < l_ulZeros; ++i) {
-            l_aszText[l_ulLength++] = '0';
-        }
-        std::copy_n(i_pszDigits, i_ulDigits, l_aszText + l_ulLength);
-        PutPadded(l_aszText, l_ulLength + i_ulDigits, i_How);
+        const size_t l_ulLength = l_ulSign + l_ulZeros + i_ulDigits;
+        const size_t l_ulPad = i_How.ulWidth > l_ulLength ? i_How.ulWidth - l_ulLength : 0;
+        Fill(i_How.bLeft ? 0 : l_ulPad, C(' '));
+        Fill(l_ulSign, C('-'));
+        Fill(l_ulZeros, C('0'));
+        std::for_each(i_pszDigits, i_pszDigits + i_ulDigits,
+                      [this](char i_c) { Put(ConvertChar<C>(i_c)); });
+        Fill(i_How.bLeft ? l_ulPad : 0, C(' '));
     }
 
     size_t Finish()
@@ -205,20 +204,20 @@ size_t Format(C* o_pText, size_t i_ulSize, const C* i_pFormat, const S_FORMAT_AR
         }
         const S_FORMAT_ARG& l_Arg = i_pArgs[l_ulArg++];
         switch (l_Arg.eKind) {
-        case EFormatKind::Integer:
+        case EFormatKind::INTEGER:
             PutInteger(l_Writer, static_cast<char>(*l_p), l_Arg.ulInteger, l_How);
             break;
-        case EFormatKind::Pointer:
+        case EFormatKind::POINTER:
             PutInteger(l_Writer, *l_p == 'X' ? 'X' : 'x',
                        reinterpret_cast<uintptr_t>(l_Arg.pPointer), l_How);
             break;
-        case EFormatKind::Double:
+        case EFormatKind::DOUBLE:
             PutDouble(l_Writer, l_Arg.dDouble, l_How);
             break;
-        case EFormatKind::Narrow:
+        case EFormatKind::NARROW:
             PutString(l_Writer, l_Arg.pszNarrow, l_How);
             break;
-        case EFormatKind::Wide:
+        case EFormatKind::WIDE:
             PutString(l_Writer, l_Arg.pwszWide, l_How);
             break;
         }

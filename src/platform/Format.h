@@ -22,11 +22,11 @@ namespace cecore {
 /** What a conversion takes. */
 enum class EFormatKind : uint8_t
 {
-    Integer,
-    Double,
-    Pointer,
-    Narrow,
-    Wide
+    INTEGER,
+    DOUBLE,
+    POINTER,
+    NARROW,
+    WIDE
 };
 
 /** One argument with its kind: the formatter never guesses. */
@@ -50,17 +50,17 @@ consteval EFormatKind KindOfArg()
 {
     using U = std::decay_t<T>;
     if constexpr (std::is_floating_point_v<U>) {
-        return EFormatKind::Double;
+        return EFormatKind::DOUBLE;
     } else if constexpr (std::is_integral_v<U> || std::is_enum_v<U>) {
         static_assert(sizeof(U) <= sizeof(uint32_t), "integers are 32 bits wide at most");
-        return EFormatKind::Integer;
+        return EFormatKind::INTEGER;
     } else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) {
-        return EFormatKind::Narrow;
+        return EFormatKind::NARROW;
     } else if constexpr (std::is_same_v<U, const wchar_t*> || std::is_same_v<U, wchar_t*>) {
-        return EFormatKind::Wide;
+        return EFormatKind::WIDE;
     } else {
         static_assert(std::is_pointer_v<U>, "not a type that can be formatted");
-        return EFormatKind::Pointer;
+        return EFormatKind::POINTER;
     }
 }
 
@@ -69,15 +69,15 @@ S_FORMAT_ARG MakeArg(const T& i_Value)
 {
     S_FORMAT_ARG l_Arg{};
     l_Arg.eKind = KindOfArg<T>();
-    if constexpr (KindOfArg<T>() == EFormatKind::Double) {
+    if constexpr (KindOfArg<T>() == EFormatKind::DOUBLE) {
         l_Arg.dDouble = static_cast<double>(i_Value);
-    } else if constexpr (KindOfArg<T>() == EFormatKind::Integer) {
+    } else if constexpr (KindOfArg<T>() == EFormatKind::INTEGER) {
         // Through the signed type where there is one, so that a negative byte stays negative.
         // NOLINTNEXTLINE(bugprone-signed-char-misuse)
         l_Arg.ulInteger = static_cast<uint32_t>(i_Value);
-    } else if constexpr (KindOfArg<T>() == EFormatKind::Narrow) {
+    } else if constexpr (KindOfArg<T>() == EFormatKind::NARROW) {
         l_Arg.pszNarrow = i_Value;
-    } else if constexpr (KindOfArg<T>() == EFormatKind::Wide) {
+    } else if constexpr (KindOfArg<T>() == EFormatKind::WIDE) {
         l_Arg.pwszWide = i_Value;
     } else {
         l_Arg.pPointer = static_cast<const void*>(i_Value);
@@ -99,16 +99,16 @@ constexpr bool Fits(C i_cConversion, EFormatKind i_eKind)
     switch (i_cConversion) {
     case 'd':
     case 'u':
-        return i_eKind == EFormatKind::Integer;
+        return i_eKind == EFormatKind::INTEGER;
     case 'x':
     case 'X':
-        return i_eKind == EFormatKind::Integer || i_eKind == EFormatKind::Pointer;
+        return i_eKind == EFormatKind::INTEGER || i_eKind == EFormatKind::POINTER;
     case 'f':
-        return i_eKind == EFormatKind::Double;
+        return i_eKind == EFormatKind::DOUBLE;
     case 's':
-        return i_eKind == (l_bWideFormat ? EFormatKind::Wide : EFormatKind::Narrow);
+        return i_eKind == (l_bWideFormat ? EFormatKind::WIDE : EFormatKind::NARROW);
     case 'S':
-        return i_eKind == (l_bWideFormat ? EFormatKind::Narrow : EFormatKind::Wide);
+        return i_eKind == (l_bWideFormat ? EFormatKind::NARROW : EFormatKind::WIDE);
     default:
         return false;
     }
@@ -127,7 +127,7 @@ public:
     consteval TFormat(const C* i_pFormat) : m_pFormat(i_pFormat)
     {
         constexpr size_t l_ulNbArgs = sizeof...(Args);
-        const EFormatKind l_aeKinds[l_ulNbArgs + 1] = {KindOfArg<Args>()..., EFormatKind::Integer};
+        const EFormatKind l_aeKinds[l_ulNbArgs + 1] = {KindOfArg<Args>()..., EFormatKind::INTEGER};
         size_t l_ulArg = 0;
         for (const C* l_p = i_pFormat; *l_p != 0; ++l_p) {
             if (*l_p != '%') {

@@ -1,12 +1,15 @@
 #include "Memory.h"
 
 #include <algorithm>
-#include <fstream>
+#include <charconv>
 #include <mutex>
 #include <optional>
-#include <string>
+#include <string_view>
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include "wire/Descriptor.h"
 
 namespace cecore {
 namespace {
@@ -16,18 +19,26 @@ constexpr uint64_t k_ullTargetMemory = 512ULL << 20;
 std::mutex s_Mutex;
 std::optional<S_MEMORYSTATUS> s_Override;
 
-/** A figure of the kernel's table, in bytes; 0 if it is not there. */
-uint64_t ReadMemInfo(const std::string& i_strName)
+/** The kernel's table as text, read without taking memory; empty if it is not there. */
+std::string_view ReadMemInfo(char* o_pcText, size_t i_ulSize)
 {
-    std::ifstream l_File("/proc/meminfo");
-    std::string l_strWord;
-    uint64_t l_ullKilobytes = 0;
-    while (l_File >> l_strWord) {
-        if (l_strWord == i_strName && l_File >> l_ullKilobytes) {
-            return l_ullKilobytes * 1024;
-        }
+    const wire::CDescriptor l_File(open("/proc/meminfo", O_RDONLY | O_CLOEXEC));
+    const ssize_t l_lRead = l_File ? read(l_File.Get(), o_pcText, i_ulSize) : 0;
+    return {o_pcText, static_cast<size_t>(std::max<ssize_t>(l_lRead, 0))};
+}
+
+/** A figure of that table, in bytes; 0 if it is not there. */
+uint64_t FindFigure(std::string_view i_strTable, std::string_view i_strName)
+{
+    size_t l_ulAt = i_strTable.find(i_strName);
+    if (l_ulAt == std::string_view::npos) {
+        return 0;
     }
-    return 0;
+    l_ulAt = std::min(i_strTable.find_first_of("0123456789", l_ulAt), i_strTable.size());
+    uint64_t l_ullKilobytes = 0;
+    std::from_chars(i_strTable.data() + l_ulAt, i_strTable.data() + i_strTable.size(),
+                    l_ullKilobytes);
+    return l_ullKilobytes * 1024;
 }
 
 } // namespace
@@ -50,8 +61,11 @@ void GlobalMemoryStatus(S_MEMORYSTATUS* io_pStatus)
             return;
         }
     }
-    uint64_t l_ullTotal = ReadMemInfo("MemTotal:");
-    uint64_t l_ullAvailable = ReadMemInfo("MemAvailable:");
+    // Both figures stand in the first lines.
+    char l_acTable[512];
+    const std::string_view l_strTable = ReadMemInfo(l_acTable, sizeof(l_acTable));
+    uint64_t l_ullTotal = FindFigure(l_strTable, "MemTotal:");
+    uint64_t l_ullAvailable = FindFigure(l_strTable, "MemAvailable:");
     if (l_ullTotal == 0 || l_ullAvailable == 0) {
         // No such table here: what the C library knows.
         const auto l_ullPage = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));

@@ -1,9 +1,10 @@
 #include "Module.h"
 
 #include <algorithm>
-#include <string>
+#include <string_view>
 
 #include <dlfcn.h>
+#include <link.h>
 #include <sys/stat.h>
 
 #include "Format.h"
@@ -12,6 +13,87 @@
 
 namespace cecore {
 
+namespace {
+
+/** One call of LoadLibraryW: tries places until one of them gives the library. */
+class CLoading
+{
+public:
+    explicit CLoading(const char* i_pszName) : m_pszName(i_pszName) {}
+
+    /** Opens a file. */
+    ModuleHandle Open(const char* i_pszPath)
+    {
+        struct stat l_Status = {};
+        if (stat(i_pszPath, &l_Status) != 0) {
+            return Refuse(i_pszPath, "no such file");
+        }
+        m_ulError = ERROR_BAD_EXE_FORMAT;
+        // The loader would wait for a writer of a pipe.
+        return S_ISREG(l_Status.st_mode) ? Load(i_pszPath) : Refuse(i_pszPath, "no regular file");
+    }
+
+    /** Opens a file of a folder; an empty one is no place. */
+    ModuleHandle OpenIn(CSystemPath i_Folder)
+    {
+        if (i_Folder.GetText().empty()) {
+            return nullptr;
+        }
+        i_Folder.Append(m_pszName);
+        return *i_Folder.Get() == '\0' ? Refuse("the host's folder", "the path is too long")
+                                       : Open(i_Folder.Get());
+    }
+
+    /** Leaves the search to the system. */
+    ModuleHandle Load(const char* i_pszTried)
+    {
+        ModuleHandle l_hModule = dlopen(i_pszTried, RTLD_NOW | RTLD_LOCAL);
+        const char* l_pszWhy = l_hModule == nullptr ? dlerror() : nullptr;
+        return l_hModule != nullptr
+                   ? l_hModule
+                   : Refuse(i_pszTried, l_pszWhy == nullptr ? "not loaded" : l_pszWhy);
+    }
+
+    /** 193 once a file was found, whatever became of it; 126 before. */
+    [[nodiscard]] uint32_t GetError() const { return m_ulError; }
+
+private:
+    ModuleHandle Refuse(const char* i_pszTried, const char* i_pszWhy) const
+    {
+        NoteReason(m_ulError, "link library %s: tried %s: %s", m_pszName, i_pszTried, i_pszWhy);
+        return nullptr;
+    }
+
+    const char* m_pszName;
+    uint32_t m_ulError = ERROR_MOD_NOT_FOUND;
+};
+
+/** Name of an entry point; one that is longer than any is cut, and then found nowhere. */
+struct S_ENTRY_NAME
+{
+    explicit S_ENTRY_NAME(const wchar_t* i_pwszName)
+    {
+        FormatNarrow(aszName, sizeof(aszName), "%S", i_pwszName);
+    }
+    char aszName[256];
+};
+
+/** File of the library that an address is in; null if it is that of the handle. */
+const char* FindForeignOwner(ModuleHandle i_hModule, void* i_pAddress)
+{
+    link_map* l_pOwn = nullptr;
+    link_map* l_pFound = nullptr;
+    Dl_info l_Info{};
+    return dlinfo(i_hModule, RTLD_DI_LINKMAP, &l_pOwn) == 0 &&
+                   dladdr1(i_pAddress, &l_Info, reinterpret_cast<void**>(&l_pFound),
+                           RTLD_DL_LINKMAP) != 0 &&
+                   l_pFound == l_pOwn
+               ? nullptr
+               : l_Info.dli_fname;
+}
+
+} // namespace
+
 ModuleHandle LoadLibraryW(const wchar_t* i_pwszName)
 {
     if (i_pwszName == nullptr || *i_pwszName == 0) {
@@ -19,54 +101,42 @@ ModuleHandle LoadLibraryW(const wchar_t* i_pwszName)
         ::SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
     }
-    const std::string l_strName = ToSystemPath(i_pwszName);
-    uint32_t l_ulError = ERROR_MOD_NOT_FOUND;
-    const auto l_fnRefuse = [&](const std::string& i_strTried, const char* i_pszWhy) {
-        NoteReason(l_ulError, "link library %s: tried %s: %s", l_strName.c_str(),
-                   i_strTried.c_str(), i_pszWhy);
-        return nullptr;
-    };
-    const auto l_fnLoad = [&](const std::string& i_strTried) -> ModuleHandle {
-        ModuleHandle l_hModule = dlopen(i_strTried.c_str(), RTLD_NOW | RTLD_LOCAL);
-        const char* l_pszWhy = l_hModule == nullptr ? dlerror() : nullptr;
-        return l_hModule != nullptr
-                   ? l_hModule
-                   : l_fnRefuse(i_strTried, l_pszWhy == nullptr ? "not loaded" : l_pszWhy);
-    };
-    const auto l_fnOpen = [&](const std::string& i_strPath) -> ModuleHandle {
-        struct stat l_Status = {};
-        if (stat(i_strPath.c_str(), &l_Status) != 0) {
-            return l_fnRefuse(i_strPath, "no such file");
-        }
-        l_ulError = ERROR_BAD_EXE_FORMAT;
-        // The loader would wait for a writer of a pipe.
-        return S_ISREG(l_Status.st_mode) ? l_fnLoad(i_strPath)
-                                         : l_fnRefuse(i_strPath, "no regular file");
-    };
+    const CSystemPath l_Name(i_pwszName);
+    CLoading l_Loading(l_Name.Get());
     ModuleHandle l_hModule = nullptr;
-    if (l_strName.find('/') == std::string::npos) {
-        const std::string l_strHost = GetHostFileName();
-        l_hModule = l_fnOpen(l_strHost.substr(0, l_strHost.rfind('/') + 1) + l_strName);
-        if (l_hModule == nullptr) {
-            l_hModule = l_fnLoad(l_strName);
-        }
+    if (l_Name.GetText().find('/') != std::string_view::npos) {
+        l_hModule = l_Loading.Open(l_Name.Get());
     } else {
-        l_hModule = l_fnOpen(l_strName);
+        l_hModule = l_Loading.OpenIn(GetHomeFolder());
+        if (l_hModule == nullptr) {
+            l_hModule = l_Loading.OpenIn(GetLinksFolder());
+        }
+        if (l_hModule == nullptr) {
+            l_hModule = l_Loading.Load(l_Name.Get());
+        }
     }
     if (l_hModule == nullptr) {
-        ::SetLastError(l_ulError);
+        ::SetLastError(l_Loading.GetError());
     }
     return l_hModule;
 }
 
 void* GetProcAddressW(ModuleHandle i_hModule, const wchar_t* i_pwszName)
 {
-    void* l_pAddress = i_hModule == nullptr || i_pwszName == nullptr
-                           ? nullptr
-                           : dlsym(i_hModule, ToNarrow(i_pwszName).c_str());
+    const S_ENTRY_NAME l_Name(i_pwszName == nullptr ? L"" : i_pwszName);
+    void* l_pAddress = i_hModule == nullptr ? nullptr : dlsym(i_hModule, l_Name.aszName);
+    // The system also looks in the libraries that this one needs.
+    const char* l_pszOwner =
+        l_pAddress == nullptr ? nullptr : FindForeignOwner(i_hModule, l_pAddress);
+    if (l_pszOwner != nullptr) {
+        NoteReason(ERROR_PROC_NOT_FOUND,
+                   "the link library has no entry point %s; the one of %s is not taken",
+                   l_Name.aszName, l_pszOwner);
+        l_pAddress = nullptr;
+    } else if (l_pAddress == nullptr) {
+        NoteReason(ERROR_PROC_NOT_FOUND, "the link library has no entry point %s", l_Name.aszName);
+    }
     if (l_pAddress == nullptr) {
-        NoteReason(ERROR_PROC_NOT_FOUND, "the link library has no entry point %S",
-                   i_pwszName == nullptr ? L"" : i_pwszName);
         ::SetLastError(ERROR_PROC_NOT_FOUND);
     }
     return l_pAddress;
@@ -87,9 +157,10 @@ uint32_t GetModuleFileNameW(ModuleHandle i_hModule, wchar_t* o_pwszName, uint32_
         ::SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
-    std::string l_strName = GetHostFileName();
-    std::replace(l_strName.begin(), l_strName.end(), '/', '\\');
-    return static_cast<uint32_t>(FormatWide(o_pwszName, i_ulSize, L"%S", l_strName.c_str()));
+    const size_t l_ulLength =
+        FormatWide(o_pwszName, i_ulSize, L"%S", GetHostFileName().GetText().data());
+    std::replace(o_pwszName, o_pwszName + l_ulLength, L'/', L'\\');
+    return static_cast<uint32_t>(l_ulLength);
 }
 
 } // namespace cecore

@@ -15,13 +15,17 @@ using ModuleHandle = void*;
 
 /**
  * Loads a library. A name without a folder is tried beside the host executable (or in TORNVAL_HOME)
- * first, then by the system's search.
+ * first, then where link libraries are installed, then by the system's search.
  *
  * @return null with error 126 (not found, or the name is empty) or 193 (found, but no library).
  */
 CECORE_API ModuleHandle LoadLibraryW(const wchar_t* i_pwszName);
 
-/** Entry point of a library. @return null with error 127 if it has none of that name. */
+/**
+ * Entry point of a library itself, not of one that it needs.
+ *
+ * @return null with error 127 if it has none of that name.
+ */
 CECORE_API void* GetProcAddressW(ModuleHandle i_hModule, const wchar_t* i_pwszName);
 
 /** Gives a library back. @return false, with error 6, for a null handle. */

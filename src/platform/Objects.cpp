@@ -1,48 +1,96 @@
 #include "Objects.h"
 
-#include <atomic>
+#include <array>
+#include <cstdlib>
+#include <mutex>
 
 #include "Sync.h"
 
+namespace cecore {
 namespace {
 
-// A handle from its low end: 14 bits of slot, 14 bits of generation, 4 bits of kind.
-constexpr uint32_t k_ulSlotBits = 14;
-constexpr uint32_t k_ulGenerationBits = 14;
-constexpr uint32_t k_ulMaxSlots = 1U << k_ulSlotBits;
-constexpr uint32_t k_ulGenerationMask = (1U << k_ulGenerationBits) - 1;
+constexpr uint32_t k_ulGenerationStep = 1U << k_ulSlotBits;
+constexpr uint32_t k_ulGenerationMask = ((1U << k_ulGenerationBits) - 1) << k_ulSlotBits;
 // Closed slots rest in a queue this long before one is used again, so that a generation comes round
 // only after a very large number of handles.
 constexpr uint32_t k_ulMinResting = 256;
+constexpr uint32_t k_ulChunkSlots = 64;
+constexpr uint32_t k_ulMaxChunks = k_ulMaxSlots / k_ulChunkSlots;
 
 thread_local uint32_t t_ulLastError = 0;
 
-/** Handles outlive the table at the end of a process: they are refused then like stale ones. */
-constinit std::atomic<bool> s_bTableGone{false};
+/** Set when the process ends, before the libraries are taken down. */
+constinit std::atomic<bool> s_bProcessEnding{false};
 
-uint32_t SlotOf(cecore::Handle i_hObject)
+/** The slots by chunks, which stay where they are; a lookup takes no lock. */
+constinit std::array<std::atomic<S_SLOT*>, k_ulMaxChunks> s_apChunks{};
+
+/** What an opening and a closing change. */
+struct S_TABLE
 {
-    return i_hObject & (k_ulMaxSlots - 1);
+    std::mutex Mutex;
+    uint32_t ulNbSlots = 0;
+    // Closed slots are chained in the order of their closing: a close allocates nothing, so it cannot
+    // fail in a destructor.
+    uint32_t ulFirstFree = 0;
+    uint32_t ulLastFree = 0;
+    uint32_t ulNbFree = 0;
+    uint32_t ulCount = 0;
+};
+constinit S_TABLE s_Table;
+static_assert(std::is_trivially_destructible_v<std::mutex>, "it stays when the process ends");
+
+constinit std::array<S_WAITING_ROOM, 64> s_aWaitingRooms{};
+
+/** A slot that is free. The table is locked. @return false with the last error set. */
+bool TakeSlot(uint32_t& o_ulSlot)
+{
+    if (s_Table.ulNbFree > k_ulMinResting ||
+        (s_Table.ulNbSlots == k_ulMaxSlots && s_Table.ulNbFree > 0)) {
+        o_ulSlot = s_Table.ulFirstFree;
+        s_Table.ulFirstFree = SlotOf(o_ulSlot)->ulNextFree;
+        --s_Table.ulNbFree;
+        return true;
+    }
+    if (s_Table.ulNbSlots == k_ulMaxSlots) {
+        ::SetLastError(ERROR_TOO_MANY_OPEN_FILES);
+        return false;
+    }
+    o_ulSlot = s_Table.ulNbSlots;
+    if (o_ulSlot % k_ulChunkSlots == 0) {
+        auto* l_pChunk = new (std::nothrow) S_SLOT[k_ulChunkSlots];
+        if (l_pChunk == nullptr) {
+            ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return false;
+        }
+        s_apChunks[o_ulSlot / k_ulChunkSlots].store(l_pChunk, std::memory_order_release);
+    }
+    ++s_Table.ulNbSlots;
+    return true;
 }
 
-uint32_t GenerationOf(cecore::Handle i_hObject)
+[[gnu::constructor]] void OnLoad()
 {
-    return (i_hObject >> k_ulSlotBits) & k_ulGenerationMask;
+    // Of all entries of the exit list one of the first, so it runs when the others are through.
+    static_cast<void>(std::atexit([] { s_bProcessEnding = true; }));
 }
 
-uint32_t KindOf(cecore::Handle i_hObject)
+[[gnu::destructor]] void OnUnload()
 {
-    return i_hObject >> (k_ulSlotBits + k_ulGenerationBits);
+    // At the end of a process the threads that still run keep their handles.
+    if (!s_bProcessEnding) {
+        for (auto& l_pChunk : s_apChunks) {
+            delete[] l_pChunk.exchange(nullptr);
+        }
+    }
 }
 
 } // namespace
 
-void SetLastError(uint32_t code)
+bool IsProcessEnding()
 {
-    t_ulLastError = code;
+    return s_bProcessEnding;
 }
-
-namespace cecore {
 
 uint32_t GetLastError()
 {
@@ -55,120 +103,102 @@ uint32_t CKernelObject::Wait(uint32_t)
     return WAIT_FAILED;
 }
 
-CObjectTable* CObjectTable::Instance()
+S_SLOT* SlotOf(Handle i_hObject)
 {
-    static CObjectTable s_Table;
-    return s_bTableGone ? nullptr : &s_Table;
+    const uint32_t l_ulSlot = i_hObject & k_ulSlotMask;
+    S_SLOT* l_pChunk = s_apChunks[l_ulSlot / k_ulChunkSlots].load(std::memory_order_acquire);
+    return l_pChunk == nullptr ? nullptr : l_pChunk + l_ulSlot % k_ulChunkSlots;
 }
 
-CObjectTable::~CObjectTable()
+S_WAITING_ROOM& WaitingRoomOf(Handle i_hObject)
 {
-    s_bTableGone = true;
+    return s_aWaitingRooms[i_hObject % s_aWaitingRooms.size()];
 }
 
-Handle InsertObject(std::shared_ptr<CKernelObject> i_pObject)
+void WakeWaitingRoom(Handle i_hObject)
 {
-    CObjectTable* l_pTable = CObjectTable::Instance();
-    if (l_pTable == nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
-        return 0;
-    }
-    return l_pTable->Insert(std::move(i_pObject));
+    S_WAITING_ROOM& l_Room = WaitingRoomOf(i_hObject);
+    // Who has looked at the state and found it unchanged sleeps by the time that this is had.
+    pthread_mutex_lock(&l_Room.Mutex);
+    pthread_mutex_unlock(&l_Room.Mutex);
+    pthread_cond_broadcast(&l_Room.Changed);
 }
 
-Handle CObjectTable::Insert(std::shared_ptr<CKernelObject> i_pObject)
+Handle OpenHandle(EObjectKind i_Kind, uint32_t i_ulState, std::shared_ptr<CKernelObject> i_pObject)
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const std::lock_guard l_Lock(s_Table.Mutex);
     uint32_t l_ulSlot = 0;
-    if (m_ulNbFree > k_ulMinResting || (m_vSlots.size() >= k_ulMaxSlots && m_ulNbFree > 0)) {
-        l_ulSlot = m_ulFirstFree;
-        m_ulFirstFree = m_vSlots[l_ulSlot].ulNextFree;
-        --m_ulNbFree;
-    } else if (m_vSlots.size() < k_ulMaxSlots) {
-        l_ulSlot = static_cast<uint32_t>(m_vSlots.size());
-        m_vSlots.emplace_back();
-    } else {
-        ::SetLastError(ERROR_TOO_MANY_OPEN_FILES);
+    if (!TakeSlot(l_ulSlot)) {
         return 0;
     }
-    S_SLOT& l_Slot = m_vSlots[l_ulSlot];
-    const auto l_ulKind = static_cast<uint32_t>(i_pObject->GetKind());
+    S_SLOT& l_Slot = *SlotOf(l_ulSlot);
     l_Slot.pObject = std::move(i_pObject);
-    ++m_ulCount;
-    return (l_ulKind << (k_ulSlotBits + k_ulGenerationBits)) |
-           (l_Slot.ulGeneration << k_ulSlotBits) | l_ulSlot;
+    l_Slot.Holder.store({}, std::memory_order_relaxed);
+    l_Slot.ulHolds.store(0, std::memory_order_relaxed);
+    const uint32_t l_ulIdentity =
+        (static_cast<uint32_t>(i_Kind) << (k_ulSlotBits + k_ulGenerationBits)) |
+        l_Slot.ulState.load(std::memory_order_relaxed);
+    l_Slot.ulState.store(l_ulIdentity | i_ulState, std::memory_order_release);
+    ++s_Table.ulCount;
+    return l_ulIdentity | l_ulSlot;
 }
 
-CObjectTable::S_SLOT* CObjectTable::GetSlot(Handle i_hObject)
-{
-    const uint32_t l_ulSlot = SlotOf(i_hObject);
-    if (l_ulSlot >= m_vSlots.size()) {
-        return nullptr;
-    }
-    S_SLOT& l_Slot = m_vSlots[l_ulSlot];
-    const bool l_bSame = l_Slot.pObject != nullptr &&
-                         l_Slot.ulGeneration == GenerationOf(i_hObject) &&
-                         static_cast<uint32_t>(l_Slot.pObject->GetKind()) == KindOf(i_hObject);
-    return l_bSame ? &l_Slot : nullptr;
-}
-
-std::shared_ptr<CKernelObject> CObjectTable::Find(Handle i_hObject)
-{
-    const std::lock_guard l_Lock(m_Mutex);
-    const S_SLOT* l_pSlot = GetSlot(i_hObject);
-    if (l_pSlot == nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    return l_pSlot->pObject;
-}
-
-bool CObjectTable::Remove(Handle i_hObject)
+std::shared_ptr<CKernelObject> FindObject(Handle i_hObject)
 {
     std::shared_ptr<CKernelObject> l_pObject;
-    {
-        const std::lock_guard l_Lock(m_Mutex);
-        S_SLOT* l_pSlot = GetSlot(i_hObject);
-        if (l_pSlot != nullptr) {
-            l_pObject = std::move(l_pSlot->pObject);
-            l_pSlot->pObject.reset();
-            l_pSlot->ulGeneration = (l_pSlot->ulGeneration + 1) & k_ulGenerationMask;
-            const uint32_t l_ulSlot = SlotOf(i_hObject);
-            (m_ulNbFree == 0 ? m_ulFirstFree : m_vSlots[m_ulLastFree].ulNextFree) = l_ulSlot;
-            m_ulLastFree = l_ulSlot;
-            ++m_ulNbFree;
-            --m_ulCount;
+    if (const S_SLOT* l_pSlot = SlotOf(i_hObject)) {
+        const std::lock_guard l_Lock(s_Table.Mutex);
+        if (IdentityOf(l_pSlot->ulState.load(std::memory_order_relaxed)) == IdentityOf(i_hObject)) {
+            l_pObject = l_pSlot->pObject;
         }
     }
     if (l_pObject == nullptr) {
         ::SetLastError(ERROR_INVALID_HANDLE);
-        return false;
     }
-    // Outside the lock: the object may have something to tear down.
-    l_pObject->OnClosed();
-    return true;
-}
-
-uint32_t CObjectTable::GetCount()
-{
-    const std::lock_guard l_Lock(m_Mutex);
-    return m_ulCount;
+    return l_pObject;
 }
 
 bool CloseHandle(Handle i_hObject)
 {
-    CObjectTable* l_pTable = CObjectTable::Instance();
-    if (l_pTable == nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
-        return false;
+    std::shared_ptr<CKernelObject> l_pObject;
+    uint32_t l_ulState = 0;
+    {
+        S_SLOT* l_pSlot = SlotOf(i_hObject);
+        const std::lock_guard l_Lock(s_Table.Mutex);
+        if (l_pSlot == nullptr || KindOf(i_hObject) == 0 ||
+            IdentityOf(l_pSlot->ulState.load(std::memory_order_relaxed)) != IdentityOf(i_hObject)) {
+            ::SetLastError(ERROR_INVALID_HANDLE);
+            return false;
+        }
+        l_ulState = l_pSlot->ulState.exchange((i_hObject + k_ulGenerationStep) & k_ulGenerationMask,
+                                              std::memory_order_acq_rel);
+        l_pObject = std::move(l_pSlot->pObject);
+        const uint32_t l_ulSlot = i_hObject & k_ulSlotMask;
+        (s_Table.ulNbFree == 0 ? s_Table.ulFirstFree : SlotOf(s_Table.ulLastFree)->ulNextFree) =
+            l_ulSlot;
+        s_Table.ulLastFree = l_ulSlot;
+        ++s_Table.ulNbFree;
+        --s_Table.ulCount;
     }
-    return l_pTable->Remove(i_hObject);
+    // Outside the lock: the object may have something to tear down.
+    if ((l_ulState & k_ulParked) != 0) {
+        WakeWaitingRoom(i_hObject);
+    }
+    if (l_pObject != nullptr) {
+        l_pObject->OnClosed();
+    }
+    return true;
 }
 
 uint32_t GetOpenHandleCount()
 {
-    CObjectTable* l_pTable = CObjectTable::Instance();
-    return l_pTable == nullptr ? 0 : l_pTable->GetCount();
+    const std::lock_guard l_Lock(s_Table.Mutex);
+    return s_Table.ulCount;
 }
 
 } // namespace cecore
+
+void SetLastError(uint32_t code)
+{
+    cecore::t_ulLastError = code;
+}

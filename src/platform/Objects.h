@@ -1,31 +1,39 @@
 /**
  * @file Objects.h
  * @brief The table of kernel objects behind the handles. Inner header of the core services.
+ *
+ * Every handle has a slot, and slots stay where they are until the library is unloaded. The state of
+ * a slot is one word: kind and generation of the handle that is open there, and below them what a
+ * mutex or an event is. So taking a mutex is one change of that word, which fails by itself when the
+ * handle is stale; no lock of the table, and nothing to keep alive. Kinds with more to them hang an
+ * object on their slot.
+ *
+ * At the end of a process threads may still be inside, so nothing here is destroyed then.
  */
 #pragma once
 
+#include <atomic>
 #include <memory>
-#include <mutex>
-#include <vector>
+#include <new>
+
+#include <pthread.h>
 
 #include "Api.h"
 
 namespace cecore {
 
-/** Kinds of objects; the value stands in the handle. 0 and 15 stay free, so no handle is 0 or -1.
- */
+/** Kinds of objects; the value stands in the handle. 0 and 15 stay free: no handle is 0 or -1. */
 enum class EObjectKind : uint8_t
 {
-    Mutex = 1,
-    Event,
-    Process,
-    Thread,
-    File,
-    Device,
-    RegistryKey
+    MUTEX = 1,
+    EVENT,
+    PROCESS,
+    FILE,
+    DEVICE,
+    REGISTRY_KEY
 };
 
-/** Base of what a handle stands for. */
+/** Base of what a handle stands for, where its slot alone is not enough. */
 class CKernelObject
 {
 public:
@@ -44,71 +52,76 @@ private:
     EObjectKind m_Kind;
 };
 
-/** All open handles of the process. */
-class CObjectTable
+// A handle from its low end: 14 bits of slot, 14 bits of generation, 4 bits of kind.
+inline constexpr uint32_t k_ulSlotBits = 14;
+inline constexpr uint32_t k_ulGenerationBits = 14;
+inline constexpr uint32_t k_ulMaxSlots = 1U << k_ulSlotBits;
+inline constexpr uint32_t k_ulSlotMask = k_ulMaxSlots - 1;
+
+/** What a handle and the state of its slot have in common: kind and generation. */
+constexpr uint32_t IdentityOf(Handle i_hObject)
 {
-public:
-    /** Null once the process has ended so far that there are no objects any more. */
-    static CObjectTable* Instance();
+    return i_hObject & ~k_ulSlotMask;
+}
+constexpr uint32_t KindOf(Handle i_hObject)
+{
+    return i_hObject >> (k_ulSlotBits + k_ulGenerationBits);
+}
 
-    CObjectTable() = default;
-    CObjectTable(const CObjectTable&) = delete;
-    CObjectTable& operator=(const CObjectTable&) = delete;
-    ~CObjectTable();
+// Below the identity in the state of a slot.
+/** The mutex is held; the event is set. */
+inline constexpr uint32_t k_ulTaken = 1;
+/** A thread sleeps in the slot's waiting room: whoever changes the state wakes it. */
+inline constexpr uint32_t k_ulParked = 2;
+/** The event stays set until it is reset. */
+inline constexpr uint32_t k_ulManual = 4;
 
-    /** @return the new handle; 0 with error 4 when the table is full. */
-    Handle Insert(std::shared_ptr<CKernelObject> i_pObject);
-    /** @return null, with error 6, if the handle is not open. */
-    std::shared_ptr<CKernelObject> Find(Handle i_hObject);
-    bool Remove(Handle i_hObject);
-    uint32_t GetCount();
-
-    /** As Find, for one class; null, with error 6, for another kind. */
-    template <typename T>
-    std::shared_ptr<T> FindAs(Handle i_hObject, EObjectKind i_Kind)
-    {
-        std::shared_ptr<CKernelObject> l_pObject = Find(i_hObject);
-        if (l_pObject != nullptr && l_pObject->GetKind() != i_Kind) {
-            SetLastError(ERROR_INVALID_HANDLE);
-            l_pObject.reset();
-        }
-        return std::static_pointer_cast<T>(std::move(l_pObject));
-    }
-
-private:
-    struct S_SLOT
-    {
-        std::shared_ptr<CKernelObject> pObject;
-        uint32_t ulGeneration = 0;
-        uint32_t ulNextFree = 0; /**< the slot that was closed after this one */
-    };
-
-    /** The slot of an open handle, or null. The mutex is held. */
-    S_SLOT* GetSlot(Handle i_hObject);
-
-    std::mutex m_Mutex;
-    std::vector<S_SLOT> m_vSlots;
-    // Closed slots are chained in the order of their closing: a close allocates nothing, so it
-    // cannot fail in a destructor.
-    uint32_t m_ulFirstFree = 0;
-    uint32_t m_ulLastFree = 0;
-    uint32_t m_ulNbFree = 0;
-    uint32_t m_ulCount = 0;
+/** One slot; on cache lines of its own, so that threads with different locks do not meet. */
+struct alignas(64) S_SLOT
+{
+    /** Identity of the handle that is open here (kind 0: none), and the bits above. */
+    std::atomic<uint32_t> ulState{0};
+    /** Mutex: how often its holder has taken it. Its holder alone writes here. */
+    std::atomic<uint32_t> ulHolds{0};
+    /** Mutex: the thread that holds it; nobody's value when it is free. */
+    std::atomic<pthread_t> Holder{};
+    /** The slot that was closed after this one. */
+    uint32_t ulNextFree = 0;
+    std::shared_ptr<CKernelObject> pObject;
 };
 
-/** As the table's Insert, also when there is no table any more. */
-Handle InsertObject(std::shared_ptr<CKernelObject> i_pObject);
+/** The slot that a handle names, whether it is open there or not; null if there is no such slot. */
+S_SLOT* SlotOf(Handle i_hObject);
 
-/** As the table's FindAs, also when there is no table any more. */
+/** A place to sleep in until the state of a slot changes. Several slots share one. */
+struct S_WAITING_ROOM
+{
+    pthread_mutex_t Mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t Changed = PTHREAD_COND_INITIALIZER;
+};
+S_WAITING_ROOM& WaitingRoomOf(Handle i_hObject);
+void WakeWaitingRoom(Handle i_hObject);
+
+/**
+ * Opens a handle.
+ *
+ * @param i_ulState bits below the identity that it begins with.
+ * @return 0 with error 4 when the table is full, 8 when there is no memory.
+ */
+Handle OpenHandle(EObjectKind i_Kind, uint32_t i_ulState, std::shared_ptr<CKernelObject> i_pObject);
+
+/** The object of an open handle; null, with error 6, if it is not open or has none. */
+std::shared_ptr<CKernelObject> FindObject(Handle i_hObject);
+
+/** As above, for one class. */
 template <typename T>
 std::shared_ptr<T> FindObject(Handle i_hObject, EObjectKind i_Kind)
 {
-    CObjectTable* l_pTable = CObjectTable::Instance();
-    if (l_pTable == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (KindOf(i_hObject) != static_cast<uint32_t>(i_Kind)) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    return l_pTable->FindAs<T>(i_hObject, i_Kind);
+    return std::static_pointer_cast<T>(FindObject(i_hObject));
 }
 
 /** Makes an object and its handle. @return 0 with the last error set on failure. */
@@ -116,11 +129,22 @@ template <typename T, typename... Args>
 Handle CreateObject(Args&&... i_Args)
 {
     try {
-        return InsertObject(std::make_shared<T>(std::forward<Args>(i_Args)...));
+        auto l_pObject = std::make_shared<T>(std::forward<Args>(i_Args)...);
+        const EObjectKind l_Kind = l_pObject->GetKind();
+        return OpenHandle(l_Kind, 0, std::move(l_pObject));
     } catch (const std::bad_alloc&) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return 0;
     }
+}
+
+/** The one object of its class, made at its first use and never destroyed: see above. */
+template <typename T>
+T& Resident()
+{
+    alignas(T) static unsigned char s_aucPlace[sizeof(T)];
+    static T& s_Object = *new (s_aucPlace) T();
+    return s_Object;
 }
 
 } // namespace cecore

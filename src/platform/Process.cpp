@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cwchar>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -15,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Format.h"
 #include "Objects.h"
 #include "Path.h"
 #include "Sync.h"
@@ -28,17 +30,20 @@ namespace {
 class CProcessObject final : public CKernelObject
 {
 public:
-    CProcessObject() : CKernelObject(EObjectKind::Process) {}
+    CProcessObject() : CKernelObject(EObjectKind::PROCESS) {}
 
     /** Nobody waited for the end: a child that has ended is given back, another lives on. */
     ~CProcessObject() override { HasEnded(); }
 
     /** Starts the program, once. @return false with the last error set. */
-    bool Start(std::string i_strApplication, const std::string& i_strArguments,
+    bool Start(const char* i_pszApplication, const wchar_t* i_pwszArguments,
                uint32_t& o_ulProcessId)
     {
-        std::vector<std::string> l_vstrWords{std::move(i_strApplication)};
-        std::istringstream l_Line(i_strArguments);
+        std::string l_strArguments(std::wcslen(i_pwszArguments) + 1, '\0');
+        l_strArguments.resize(
+            FormatNarrow(l_strArguments.data(), l_strArguments.size(), "%S", i_pwszArguments));
+        std::vector<std::string> l_vstrWords{i_pszApplication};
+        std::istringstream l_Line(l_strArguments);
         for (std::string l_strWord; l_Line >> l_strWord;) {
             l_vstrWords.push_back(l_strWord);
         }
@@ -104,12 +109,6 @@ private:
     bool m_bClosed = false;
 };
 
-class CThreadObject final : public CKernelObject
-{
-public:
-    CThreadObject() : CKernelObject(EObjectKind::Thread) {}
-};
-
 } // namespace
 
 bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszCommandLine,
@@ -120,19 +119,17 @@ bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszComma
         return false;
     }
     try {
-        // Both objects before the start: a program that runs always has its handle.
+        // Its handle before the start: a program that runs always has one.
         const auto l_pProcess = std::make_shared<CProcessObject>();
-        CUniqueHandle l_hProcess(InsertObject(l_pProcess));
-        CUniqueHandle l_hThread(CreateObject<CThreadObject>());
+        CUniqueHandle l_hProcess(OpenHandle(EObjectKind::PROCESS, 0, l_pProcess));
         uint32_t l_ulProcessId = 0;
-        if (!l_hProcess || !l_hThread ||
-            !l_pProcess->Start(ToSystemPath(i_pwszApplication),
-                               i_pwszCommandLine == nullptr ? std::string()
-                                                            : ToNarrow(i_pwszCommandLine),
+        if (!l_hProcess ||
+            !l_pProcess->Start(FindFile(i_pwszApplication).Get(),
+                               i_pwszCommandLine == nullptr ? L"" : i_pwszCommandLine,
                                l_ulProcessId)) {
             return false;
         }
-        *o_pInformation = {l_hProcess.Release(), l_hThread.Release(), l_ulProcessId};
+        *o_pInformation = {l_hProcess.Release(), l_ulProcessId};
         return true;
     } catch (const std::bad_alloc&) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);

@@ -8,18 +8,18 @@
 
 namespace cecore {
 
-/** What a start gives back; both handles are the caller's to close. */
+/** What a start gives back. */
 struct S_PROCESS_INFORMATION
 {
-    Handle hProcess; /**< can be waited for */
-    Handle hThread;  /**< stands for the program's first thread; there to be closed */
+    Handle hProcess; /**< can be waited for; the caller's to close */
     uint32_t ulProcessId;
 };
 
 /**
  * Starts a program. It gets its own path as argument 0, then the words of the command line.
  *
- * @param i_pwszApplication   path of the program.
+ * @param i_pwszApplication   path of the program. Without a leading slash it is looked for in
+ *                            the host's folder, then in the working folder.
  * @param i_pwszCommandLine   arguments, separated by blanks; may be null.
  * @param[out] o_pInformation filled on success.
  * @return false with the last error set: 2 not found, 5 no access, 193 no program, ...

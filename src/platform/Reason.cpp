@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 namespace cecore {
 namespace {
@@ -47,6 +48,12 @@ CReasonScope::~CReasonScope()
 void ForgetReasons()
 {
     const std::lock_guard l_Lock(s_Reasons.Mutex);
+    s_Reasons.ulCount = 0;
+}
+
+void RenewReasonsInChild()
+{
+    new (&s_Reasons.Mutex) std::mutex();
     s_Reasons.ulCount = 0;
 }
 

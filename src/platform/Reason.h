@@ -30,6 +30,9 @@ private:
 /** Forgets what was noted: a new load of the drivers begins. */
 CECORE_API void ForgetReasons();
 
+/** For a forked child: nobody holds the notes there, whatever the other threads of its parent did. */
+CECORE_API void RenewReasonsInChild();
+
 /** Notes a reason; the last-error value stays as it is. Never fails its caller, allocates nothing. */
 template <typename... Args>
 void NoteReason(uint32_t i_ulCode, TNarrowFormat<std::type_identity_t<Args>...> i_Format,

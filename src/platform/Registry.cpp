@@ -21,12 +21,6 @@ struct S_REGISTRY
     std::map<std::wstring, Values> mapKeys;
 };
 
-S_REGISTRY& Registry()
-{
-    static S_REGISTRY s_Registry;
-    return s_Registry;
-}
-
 std::wstring Fold(const wchar_t* i_pwszName)
 {
     std::wstring l_strName = i_pwszName;
@@ -40,7 +34,7 @@ class CRegistryKeyObject final : public CKernelObject
 {
 public:
     explicit CRegistryKeyObject(std::wstring i_strKey)
-        : CKernelObject(EObjectKind::RegistryKey), m_strKey(std::move(i_strKey))
+        : CKernelObject(EObjectKind::REGISTRY_KEY), m_strKey(std::move(i_strKey))
     {
     }
     [[nodiscard]] const std::wstring& GetName() const { return m_strKey; }
@@ -55,14 +49,14 @@ void SetRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry, cons
                       uint32_t i_ulSize)
 {
     const auto* l_pcData = static_cast<const unsigned char*>(i_pData);
-    S_REGISTRY& l_Registry = Registry();
+    auto& l_Registry = Resident<S_REGISTRY>();
     const std::lock_guard l_Lock(l_Registry.Mutex);
     l_Registry.mapKeys[Fold(i_pwszKey)][Fold(i_pwszEntry)].assign(l_pcData, l_pcData + i_ulSize);
 }
 
 void DeleteRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry)
 {
-    S_REGISTRY& l_Registry = Registry();
+    auto& l_Registry = Resident<S_REGISTRY>();
     const std::lock_guard l_Lock(l_Registry.Mutex);
     const auto l_It = l_Registry.mapKeys.find(Fold(i_pwszKey));
     if (l_It != l_Registry.mapKeys.end()) {
@@ -74,13 +68,13 @@ void DeleteRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry)
 }
 
 uint32_t RegOpenKeyExW(Handle i_hRoot, const wchar_t* i_pwszKey, uint32_t, Handle* o_phKey)
-{
+try {
     if (i_hRoot != HKEY_LOCAL_MACHINE) {
         return ERROR_INVALID_HANDLE;
     }
     std::wstring l_strKey = Fold(i_pwszKey);
     {
-        S_REGISTRY& l_Registry = Registry();
+        auto& l_Registry = Resident<S_REGISTRY>();
         const std::lock_guard l_Lock(l_Registry.Mutex);
         if (!l_Registry.mapKeys.contains(l_strKey)) {
             return ERROR_FILE_NOT_FOUND;
@@ -88,16 +82,18 @@ uint32_t RegOpenKeyExW(Handle i_hRoot, const wchar_t* i_pwszKey, uint32_t, Handl
     }
     *o_phKey = CreateObject<CRegistryKeyObject>(std::move(l_strKey));
     return *o_phKey == 0 ? GetLastError() : ERROR_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return ERROR_NOT_ENOUGH_MEMORY;
 }
 
 uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pData,
                           uint32_t* io_pulSize)
-{
-    const auto l_pKey = FindObject<CRegistryKeyObject>(i_hKey, EObjectKind::RegistryKey);
+try {
+    const auto l_pKey = FindObject<CRegistryKeyObject>(i_hKey, EObjectKind::REGISTRY_KEY);
     if (l_pKey == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
-    S_REGISTRY& l_Registry = Registry();
+    auto& l_Registry = Resident<S_REGISTRY>();
     const std::lock_guard l_Lock(l_Registry.Mutex);
     const auto l_Key = l_Registry.mapKeys.find(l_pKey->GetName());
     if (l_Key == l_Registry.mapKeys.end()) {
@@ -115,6 +111,8 @@ uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pDa
     }
     std::copy(l_It->second.begin(), l_It->second.end(), static_cast<unsigned char*>(o_pData));
     return ERROR_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return ERROR_NOT_ENOUGH_MEMORY;
 }
 
 uint32_t RegCloseKey(Handle i_hKey)

@@ -1,124 +1,187 @@
 #include "Sync.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <thread>
+#include <ctime>
 
 #include "Objects.h"
 
 namespace cecore {
 namespace {
 
-/** What mutex and event share: a state under a lock, and a wait that a close ends. */
-class CWaitable : public CKernelObject
+constexpr uint32_t k_ulMutexKind = static_cast<uint32_t>(EObjectKind::MUTEX);
+constexpr uint32_t k_ulEventKind = static_cast<uint32_t>(EObjectKind::EVENT);
+
+uint32_t Fail(uint32_t i_ulError)
+{
+    ::SetLastError(i_ulError);
+    return WAIT_FAILED;
+}
+
+/** A mutex or an event by its handle. */
+class CWaitable
 {
 public:
-    using CKernelObject::CKernelObject;
-
-    uint32_t Wait(uint32_t i_ulMilliseconds) override
+    CWaitable(Handle i_hObject, S_SLOT& io_Slot)
+        : m_hObject(i_hObject), m_ulIdentity(IdentityOf(i_hObject)), m_Slot(io_Slot)
     {
-        std::unique_lock l_Lock(m_Mutex);
-        const auto l_fnDone = [this] { return m_bClosed || IsFree(); };
-        if (i_ulMilliseconds == INFINITE) {
-            m_Changed.wait(l_Lock, l_fnDone);
-        } else if (!l_fnDone() &&
-                   // A wait of nothing only looks: the system's timer would cost a thousand looks.
-                   (i_ulMilliseconds == 0 ||
-                    !m_Changed.wait_for(l_Lock, std::chrono::milliseconds(i_ulMilliseconds),
-                                        l_fnDone))) {
-            return WAIT_TIMEOUT;
-        }
-        if (m_bClosed) {
-            ::SetLastError(ERROR_INVALID_HANDLE);
-            return WAIT_FAILED;
-        }
-        Take();
-        return WAIT_OBJECT_0;
     }
 
-    void OnClosed() override
+    /** Takes it if that can be done at once. @return WAIT_TIMEOUT if it cannot. */
+    uint32_t Try()
     {
-        const std::lock_guard l_Lock(m_Mutex);
-        m_bClosed = true;
-        m_Changed.notify_all();
+        uint32_t l_ulState = m_Slot.ulState.load(std::memory_order_relaxed);
+        while (IdentityOf(l_ulState) == m_ulIdentity) {
+            const bool l_bTaken = (l_ulState & k_ulTaken) != 0;
+            uint32_t l_ulNext = l_ulState;
+            if (KindOf(m_hObject) == k_ulMutexKind) {
+                if (l_bTaken && IsHeldHere()) {
+                    m_Slot.ulHolds.fetch_add(1, std::memory_order_relaxed);
+                    return WAIT_OBJECT_0;
+                }
+                if (l_bTaken) {
+                    return WAIT_TIMEOUT;
+                }
+                l_ulNext |= k_ulTaken;
+            } else {
+                if (!l_bTaken) {
+                    return WAIT_TIMEOUT;
+                }
+                l_ulNext &= (l_ulState & k_ulManual) != 0 ? ~0U : ~k_ulTaken;
+            }
+            if (m_Slot.ulState.compare_exchange_weak(l_ulState, l_ulNext, std::memory_order_acq_rel,
+                                                     std::memory_order_relaxed)) {
+                if (KindOf(m_hObject) == k_ulMutexKind) {
+                    m_Slot.ulHolds.store(1, std::memory_order_relaxed);
+                    m_Slot.Holder.store(pthread_self(), std::memory_order_relaxed);
+                }
+                return WAIT_OBJECT_0;
+            }
+        }
+        return Fail(ERROR_INVALID_HANDLE);
     }
 
-protected:
-    [[nodiscard]] virtual bool IsFree() const = 0;
-    virtual void Take() = 0;
+    /** Takes it, and sleeps in the waiting room as long as that cannot be done. */
+    uint32_t Wait(uint32_t i_ulMilliseconds)
+    {
+        using std::chrono::steady_clock;
+        const auto l_End = steady_clock::now() + std::chrono::milliseconds(i_ulMilliseconds);
+        const auto l_lEnd =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(l_End.time_since_epoch()).count();
+        timespec l_Until{};
+        l_Until.tv_sec = static_cast<time_t>(l_lEnd / 1000000000);
+        l_Until.tv_nsec = static_cast<long>(l_lEnd % 1000000000);
+        S_WAITING_ROOM& l_Room = WaitingRoomOf(m_hObject);
+        const CRoomLock l_Lock(l_Room);
+        while (true) {
+            const uint32_t l_ulResult = Try();
+            if (l_ulResult != WAIT_TIMEOUT) {
+                return l_ulResult;
+            }
+            if (!Park()) {
+                continue;
+            }
+            if (i_ulMilliseconds == INFINITE) {
+                pthread_cond_wait(&l_Room.Changed, &l_Room.Mutex);
+            } else if (steady_clock::now() >= l_End) {
+                return WAIT_TIMEOUT;
+            } else {
+                pthread_cond_clockwait(&l_Room.Changed, &l_Room.Mutex, CLOCK_MONOTONIC, &l_Until);
+            }
+        }
+    }
 
-    std::mutex m_Mutex;
-    std::condition_variable m_Changed;
+    bool ReleaseMutex()
+    {
+        uint32_t l_ulState = m_Slot.ulState.load(std::memory_order_relaxed);
+        if (IdentityOf(l_ulState) == m_ulIdentity) {
+            if ((l_ulState & k_ulTaken) == 0 || !IsHeldHere()) {
+                ::SetLastError(ERROR_NOT_OWNER);
+                return false;
+            }
+            if (m_Slot.ulHolds.fetch_sub(1, std::memory_order_relaxed) > 1) {
+                return true;
+            }
+            m_Slot.Holder.store({}, std::memory_order_relaxed);
+        }
+        return Change(l_ulState, [](uint32_t i_ul) { return i_ul & ~(k_ulTaken | k_ulParked); });
+    }
+
+    bool SetEvent()
+    {
+        return Change(m_Slot.ulState.load(std::memory_order_relaxed),
+                      [](uint32_t i_ul) { return (i_ul | k_ulTaken) & ~k_ulParked; });
+    }
 
 private:
-    bool m_bClosed = false;
-};
-
-class CMutexObject final : public CWaitable
-{
-public:
-    CMutexObject() : CWaitable(EObjectKind::Mutex) {}
-
-    bool Release()
+    /** Holds a waiting room; a thread that is cancelled in its sleep leaves it as well. */
+    class CRoomLock
     {
-        const std::lock_guard l_Lock(m_Mutex);
-        if (m_ulHolds == 0 || m_Owner != std::this_thread::get_id()) {
-            ::SetLastError(ERROR_NOT_OWNER);
-            return false;
+    public:
+        explicit CRoomLock(S_WAITING_ROOM& io_Room) : m_Room(io_Room)
+        {
+            pthread_mutex_lock(&m_Room.Mutex);
         }
-        if (--m_ulHolds == 0) {
-            m_Changed.notify_one();
+        CRoomLock(const CRoomLock&) = delete;
+        CRoomLock& operator=(const CRoomLock&) = delete;
+        ~CRoomLock() { pthread_mutex_unlock(&m_Room.Mutex); }
+
+    private:
+        S_WAITING_ROOM& m_Room;
+    };
+
+    [[nodiscard]] bool IsHeldHere() const
+    {
+        return pthread_equal(m_Slot.Holder.load(std::memory_order_relaxed), pthread_self()) != 0;
+    }
+
+    /** Leaves word in the state that somebody sleeps. @return false if it has changed meanwhile. */
+    bool Park()
+    {
+        uint32_t l_ulState = m_Slot.ulState.load(std::memory_order_relaxed);
+        const bool l_bBlocks =
+            IdentityOf(l_ulState) == m_ulIdentity &&
+            ((l_ulState & k_ulTaken) != 0) == (KindOf(m_hObject) == k_ulMutexKind);
+        return l_bBlocks && m_Slot.ulState.compare_exchange_strong(
+                                l_ulState, l_ulState | k_ulParked, std::memory_order_relaxed);
+    }
+
+    /** Brings the state to another one and wakes who waits for that. */
+    template <typename F>
+    bool Change(uint32_t i_ulState, F&& i_fnNext)
+    {
+        do {
+            if (IdentityOf(i_ulState) != m_ulIdentity) {
+                ::SetLastError(ERROR_INVALID_HANDLE);
+                return false;
+            }
+        } while (!m_Slot.ulState.compare_exchange_weak(
+            i_ulState, i_fnNext(i_ulState), std::memory_order_acq_rel, std::memory_order_relaxed));
+        if ((i_ulState & k_ulParked) != 0) {
+            WakeWaitingRoom(m_hObject);
         }
         return true;
     }
 
-private:
-    [[nodiscard]] bool IsFree() const override
-    {
-        return m_ulHolds == 0 || m_Owner == std::this_thread::get_id();
-    }
-    void Take() override
-    {
-        m_Owner = std::this_thread::get_id();
-        ++m_ulHolds;
-    }
-
-    std::thread::id m_Owner;
-    uint32_t m_ulHolds = 0;
+    Handle m_hObject;
+    uint32_t m_ulIdentity;
+    S_SLOT& m_Slot;
 };
 
-class CEventObject final : public CWaitable
+/** The slot of a handle of that kind; null, with error 6, if it is of another or there is none. */
+S_SLOT* SlotOfKind(Handle i_hObject, uint32_t i_ulKind)
 {
-public:
-    CEventObject(bool i_bManualReset, bool i_bInitialState)
-        : CWaitable(EObjectKind::Event), m_bManualReset(i_bManualReset), m_bSet(i_bInitialState)
-    {
+    S_SLOT* l_pSlot = KindOf(i_hObject) == i_ulKind ? SlotOf(i_hObject) : nullptr;
+    if (l_pSlot == nullptr) {
+        ::SetLastError(ERROR_INVALID_HANDLE);
     }
-
-    void Set()
-    {
-        const std::lock_guard l_Lock(m_Mutex);
-        m_bSet = true;
-        if (m_bManualReset) {
-            m_Changed.notify_all();
-        } else {
-            m_Changed.notify_one();
-        }
-    }
-
-private:
-    [[nodiscard]] bool IsFree() const override { return m_bSet; }
-    void Take() override { m_bSet = m_bManualReset; }
-
-    bool m_bManualReset;
-    bool m_bSet;
-};
+    return l_pSlot;
+}
 
 } // namespace
 
 Handle CreateMutexW(bool i_bInitialOwner)
 {
-    const Handle l_hMutex = CreateObject<CMutexObject>();
+    const Handle l_hMutex = OpenHandle(EObjectKind::MUTEX, 0, nullptr);
     if (l_hMutex != 0 && i_bInitialOwner) {
         WaitForSingleObject(l_hMutex, INFINITE);
     }
@@ -127,35 +190,38 @@ Handle CreateMutexW(bool i_bInitialOwner)
 
 Handle CreateEventW(bool i_bManualReset, bool i_bInitialState)
 {
-    return CreateObject<CEventObject>(i_bManualReset, i_bInitialState);
+    return OpenHandle(EObjectKind::EVENT,
+                      (i_bManualReset ? k_ulManual : 0) | (i_bInitialState ? k_ulTaken : 0),
+                      nullptr);
 }
 
 uint32_t WaitForSingleObject(Handle i_hObject, uint32_t i_ulMilliseconds)
 {
-    CObjectTable* l_pTable = CObjectTable::Instance();
-    if (l_pTable == nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
-        return WAIT_FAILED;
+    if (KindOf(i_hObject) != k_ulMutexKind && KindOf(i_hObject) != k_ulEventKind) {
+        const std::shared_ptr<CKernelObject> l_pObject = FindObject(i_hObject);
+        return l_pObject == nullptr ? WAIT_FAILED : l_pObject->Wait(i_ulMilliseconds);
     }
-    const std::shared_ptr<CKernelObject> l_pObject = l_pTable->Find(i_hObject);
-    return l_pObject == nullptr ? WAIT_FAILED : l_pObject->Wait(i_ulMilliseconds);
+    S_SLOT* l_pSlot = SlotOf(i_hObject);
+    if (l_pSlot == nullptr) {
+        return Fail(ERROR_INVALID_HANDLE);
+    }
+    CWaitable l_Object(i_hObject, *l_pSlot);
+    const uint32_t l_ulResult = l_Object.Try();
+    return l_ulResult != WAIT_TIMEOUT || i_ulMilliseconds == 0 ? l_ulResult
+                                                               : l_Object.Wait(i_ulMilliseconds);
 }
 
 bool ReleaseMutex(Handle i_hMutex)
 {
-    const auto l_pMutex = FindObject<CMutexObject>(i_hMutex, EObjectKind::Mutex);
-    return l_pMutex != nullptr && l_pMutex->Release();
+    S_SLOT* l_pSlot = SlotOfKind(i_hMutex, k_ulMutexKind);
+    return l_pSlot != nullptr && CWaitable(i_hMutex, *l_pSlot).ReleaseMutex();
 }
 
 } // namespace cecore
 
 int SetEvent(uint32_t handle)
 {
-    const auto l_pEvent =
-        cecore::FindObject<cecore::CEventObject>(handle, cecore::EObjectKind::Event);
-    if (l_pEvent == nullptr) {
-        return 0;
-    }
-    l_pEvent->Set();
-    return 1;
+    using namespace cecore;
+    S_SLOT* l_pSlot = SlotOfKind(handle, k_ulEventKind);
+    return l_pSlot != nullptr && CWaitable(handle, *l_pSlot).SetEvent() ? 1 : 0;
 }

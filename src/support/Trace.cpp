@@ -2,31 +2,29 @@
 
 #include <cstring>
 #include <cwchar>
+#include <string_view>
 
 #include "platform/Clock.h"
 #include "platform/File.h"
+#include "platform/Reason.h"
 
 namespace tornval {
 namespace {
 
 constexpr size_t k_ulTextSize = 2048;
-constexpr size_t k_ulPrefixSize = 96;
+constexpr size_t k_ulPrefixSize = 64;
 
-/** Gives the logger back when the library goes; whoever traces after that finds none. */
-struct S_LOG_OWNER
+/** How long a console that nobody reads is waited for, in milliseconds. */
+constexpr uint32_t k_ulConsoleWait = 1000;
+
+/** A finished line as bytes, its line end included; the prefix stands before it. */
+std::string_view NarrowLine(char (&o_aszLine)[k_ulPrefixSize + k_ulTextSize], size_t i_ulPrefix,
+                            const wchar_t* i_pwszText)
 {
-    std::unique_ptr<CTraceLog> pLog;
-
-    S_LOG_OWNER() = default;
-    S_LOG_OWNER(const S_LOG_OWNER&) = delete;
-    S_LOG_OWNER& operator=(const S_LOG_OWNER&) = delete;
-    ~S_LOG_OWNER() { detail::s_pTraceLog.store(nullptr, std::memory_order_release); }
-};
-
-S_LOG_OWNER& Owner()
-{
-    static S_LOG_OWNER s_Owner;
-    return s_Owner;
+    const size_t l_ulText =
+        cecore::FormatNarrow(o_aszLine + i_ulPrefix, k_ulTextSize, "%S", i_pwszText);
+    o_aszLine[i_ulPrefix + l_ulText] = '\n';
+    return {o_aszLine, i_ulPrefix + l_ulText + 1};
 }
 
 const wchar_t* SuffixOf(uint16_t i_usLevel)
@@ -70,16 +68,15 @@ void TraceV(CTraceLog& io_Log, uint16_t i_usLevel, const wchar_t* i_pwszFormat,
 
 void SetTraceLog(std::unique_ptr<CTraceLog> i_pLog)
 {
-    detail::s_pTraceLog.store(i_pLog.get(), std::memory_order_release);
-    Owner().pLog = std::move(i_pLog);
+    delete detail::s_pTraceLog.exchange(i_pLog.release(), std::memory_order_acq_rel);
 }
 
-void AbandonTraceLog()
+void KeepTraceLogInChild()
 {
-    detail::s_pTraceLog.store(nullptr, std::memory_order_release);
-    static CTraceLog* s_pAbandoned = nullptr;
-    s_pAbandoned = Owner().pLog.release();
-    static_cast<void>(s_pAbandoned);
+    CTraceLog* l_pLog = detail::s_pTraceLog.load(std::memory_order_acquire);
+    if (l_pLog != nullptr) {
+        l_pLog->LeaveMutexToParent();
+    }
 }
 
 void ResetTraceLog()
@@ -105,16 +102,10 @@ CTraceLog::~CTraceLog()
 CTraceLogFile::CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel) : CTraceLog(i_usLevel)
 {
     if (i_pszPath != nullptr) {
-        const size_t l_ulSize = std::strlen(i_pszPath) + 1;
-        m_pszPath = new char[l_ulSize];
-        std::memcpy(m_pszPath, i_pszPath, l_ulSize);
+        m_pszPath = cecore::MakeSystemPath(i_pszPath);
+        m_bPathHeld = m_pszPath != nullptr;
     }
     Reset();
-}
-
-CTraceLogFile::~CTraceLogFile()
-{
-    delete[] m_pszPath;
 }
 
 void CTraceLogFile::WriteLine(const wchar_t* i_pwszText)
@@ -126,33 +117,59 @@ void CTraceLogFile::WriteLine(const wchar_t* i_pwszText)
     }
     char l_aszLine[k_ulPrefixSize + k_ulTextSize];
     // The hour is one ahead of UTC and does not wrap: 23 hours print as 24.
-    size_t l_ulLength = cecore::FormatNarrow(
+    const size_t l_ulPrefix = cecore::FormatNarrow(
         l_aszLine, k_ulPrefixSize, "%u/%u/%u AT %.2u:%.2u:%.2u: [%.ld] [th%08x] ", l_Time.usMonth,
         l_Time.usDay, l_Time.usYear, l_Time.usHour + 1, l_Time.usMinute, l_Time.usSecond,
         cecore::GetTickCount(), cecore::GetCurrentThreadId());
-    l_ulLength += cecore::FormatNarrow(l_aszLine + l_ulLength, sizeof(l_aszLine) - l_ulLength,
-                                       "%S\n", i_pwszText);
-    cecore::AppendToFile(m_pszPath, l_aszLine, l_ulLength);
+    cecore::AppendToFile(m_pszPath.get(), NarrowLine(l_aszLine, l_ulPrefix, i_pwszText));
 }
 
 void CTraceLogFile::Reset()
 {
     const cecore::CMutexGuard l_Lock(m_hMutex);
-    if (m_pszPath != nullptr) {
-        cecore::EmptyFile(m_pszPath);
+    if (m_pszPath != nullptr && !cecore::EmptyFile(m_pszPath.get())) {
+        // The lines go without a word; this is the word.
+        cecore::NoteReason(cecore::GetLastError(),
+                           "the trace log %s cannot be written: it must be a regular file, no "
+                           "symbolic link, in a folder that is there",
+                           m_pszPath.get());
     }
+}
+
+CTraceLogConsole::CTraceLogConsole(uint16_t i_usLevel)
+    : CTraceLog(i_usLevel), m_bOutput(cecore::HasStandardOutput())
+{
 }
 
 void CTraceLogConsole::WriteLine(const wchar_t* i_pwszText)
 {
     const cecore::CMutexGuard l_Lock(m_hMutex);
-    if (i_pwszText == nullptr) {
+    if (i_pwszText == nullptr || !m_bOutput) {
         return;
     }
+    if (m_ulDropped != 0) {
+        wchar_t l_awszLost[64];
+        cecore::FormatWide(l_awszLost, 64, L"CTraceLogConsole::WriteLine> %u lines lost",
+                           m_ulDropped);
+        if (!Write(l_awszLost, 0)) {
+            ++m_ulDropped;
+            return;
+        }
+        m_ulDropped = 0;
+    }
+    if (!Write(i_pwszText, k_ulConsoleWait)) {
+        ++m_ulDropped;
+    }
+}
+
+bool CTraceLogConsole::Write(const wchar_t* i_pwszText, uint32_t i_ulMilliseconds)
+{
     char l_aszLine[k_ulPrefixSize + k_ulTextSize];
-    const size_t l_ulLength = cecore::FormatNarrow(l_aszLine, sizeof(l_aszLine), "[%.ld]%S\n",
-                                                   cecore::GetTickCount(), i_pwszText);
-    cecore::WriteToConsole(stdout, l_aszLine, l_ulLength);
+    const size_t l_ulPrefix =
+        cecore::FormatNarrow(l_aszLine, k_ulPrefixSize, "[%.ld]", cecore::GetTickCount());
+    const std::string_view l_strLine = NarrowLine(l_aszLine, l_ulPrefix, i_pwszText);
+    return cecore::WriteToConsole(stdout, l_strLine.data(), l_strLine.size(), i_ulMilliseconds) ||
+           cecore::GetLastError() != cecore::ERROR_TIMEOUT;
 }
 
 } // namespace tornval

@@ -43,6 +43,10 @@ public:
     {
         return (m_usLevel & i_usLevel) == i_usLevel;
     }
+    /** Whether it found the memory that it needs. One that did not is not installed. */
+    [[nodiscard]] virtual bool IsWhole() const { return m_hMutex != 0; }
+    /** For a forked child: a thread that it does not have may hold the mutex, so it goes without. */
+    void LeaveMutexToParent() { m_hMutex = 0; }
 
 protected:
     cecore::Handle m_hMutex;
@@ -51,30 +55,42 @@ protected:
 
 /**
  * Logger into a file that is opened, written and closed for each line. A file that cannot be opened
- * loses the line without a word.
+ * loses the line without a word; so does one that is no regular file, or a symbolic link.
  */
 class CTraceLogFile final : public CTraceLog
 {
 public:
     /** @param i_pszPath path in the target's form, copied; null: no output. Empties the file. */
     CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel);
-    ~CTraceLogFile() override;
 
     void WriteLine(const wchar_t* i_pwszText) override;
     void Reset() override;
+    [[nodiscard]] bool IsWhole() const override { return CTraceLog::IsWhole() && m_bPathHeld; }
 
 private:
-    char* m_pszPath = nullptr;
+    /** As this system has it: a line takes little of its caller's stack. */
+    std::unique_ptr<char[]> m_pszPath;
+    bool m_bPathHeld = true;
 };
 
-/** Logger onto the standard output. */
+/**
+ * Logger onto the standard output. Waits a second at most for one that nobody reads; from then on
+ * lines are dropped and counted until it is read again. A process that was started without a standard
+ * output has none.
+ */
 class CTraceLogConsole final : public CTraceLog
 {
 public:
-    using CTraceLog::CTraceLog;
+    explicit CTraceLogConsole(uint16_t i_usLevel);
 
     void WriteLine(const wchar_t* i_pwszText) override;
     void Reset() override {}
+
+private:
+    bool Write(const wchar_t* i_pwszText, uint32_t i_ulMilliseconds);
+
+    bool m_bOutput;
+    uint32_t m_ulDropped = 0;
 };
 
 namespace detail {
@@ -87,14 +103,14 @@ void TraceV(CTraceLog& io_Log, uint16_t i_usLevel, const wchar_t* i_pwszFormat,
 
 } // namespace detail
 
-/** Installs the logger and owns it; one already installed is released. Null leaves none. */
+/**
+ * Installs the logger and owns it; one already installed is released, so nobody may be tracing then.
+ * Null leaves none. The last one stays until the process ends: threads may trace to the very end.
+ */
 void SetTraceLog(std::unique_ptr<CTraceLog> i_pLog);
 
-/**
- * Leaves the logger alone for good, without giving anything back: for a forked child, whose locks may
- * be held by threads that it does not have.
- */
-void AbandonTraceLog();
+/** Lets the logger work in a forked child. */
+void KeepTraceLogInChild();
 
 /** Starts the output of the current logger afresh, if there is one. */
 void ResetTraceLog();

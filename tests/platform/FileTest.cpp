@@ -22,6 +22,11 @@ Handle OpenWide(const std::string& i_strPath)
     return CreateFileW(l_strPath.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0);
 }
 
+bool Append(const char* i_pszTarget, const char* i_pszText)
+{
+    return AppendToFile(MakeSystemPath(i_pszTarget).get(), i_pszText);
+}
+
 } // namespace
 
 TEST(Files, AreFoundByTheTargetsPaths)
@@ -42,7 +47,7 @@ TEST(Files, AreFoundByTheTargetsPaths)
                     {"\\hd00\\" + std::string(PATH_MAX, 'x'), nullptr},
                     {std::string(PATH_MAX, '\\'), nullptr}};
     for (const auto& l_Case : l_aCases) {
-        EXPECT_EQ(AppendToFile(l_Case.strTarget.c_str(), "text", 4), l_Case.pszFile != nullptr);
+        EXPECT_EQ(Append(l_Case.strTarget.c_str(), "text"), l_Case.pszFile != nullptr);
         const CUniqueHandle l_hFile(OpenWide(l_Case.strTarget));
         if (l_Case.pszFile == nullptr) {
             EXPECT_EQ(l_hFile.Get(), INVALID_HANDLE_VALUE);
@@ -70,7 +75,7 @@ TEST(Files, ThatCouldBlockOrNeverEndAreRefused)
             SetLastError(0);
             EXPECT_FALSE(l_lRoad == 0   ? OpenForReading(l_psz) != nullptr
                          : l_lRoad == 1 ? OpenWide(l_psz) != INVALID_HANDLE_VALUE
-                         : l_lRoad == 2 ? AppendToFile(l_psz, "x", 1)
+                         : l_lRoad == 2 ? AppendToFile(l_psz, "x")
                                         : EmptyFile(l_psz))
                 << l_lRoad << " " << l_psz;
             EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << l_lRoad << " " << l_psz;
@@ -81,8 +86,9 @@ TEST(Files, ThatCouldBlockOrNeverEndAreRefused)
 TEST(Files, AreReadWrittenAndEmptied)
 {
     const CTestHome l_Home;
-    EXPECT_TRUE(EmptyFile("\\hd00\\file")) << "made if need be";
-    EXPECT_TRUE(AppendToFile("\\hd00\\file", "12345", 5) && AppendToFile("\\hd00\\file", "678", 3));
+    const std::string l_strFile = l_Home.Path("file");
+    EXPECT_TRUE(EmptyFile(l_strFile.c_str())) << "made if need be";
+    EXPECT_TRUE(Append("\\hd00\\file", "12345") && Append("\\hd00\\file", "678"));
     const CUniqueHandle l_hFile(OpenWide("\\hd00\\file"));
     for (const char* l_pszExpected : {"12345", "678", ""}) {
         char l_aszText[5];
@@ -90,7 +96,7 @@ TEST(Files, AreReadWrittenAndEmptied)
         EXPECT_TRUE(ReadFile(l_hFile.Get(), l_aszText, 5, &l_ulRead));
         EXPECT_EQ(std::string(l_aszText, l_ulRead), l_pszExpected);
     }
-    EXPECT_TRUE(EmptyFile("\\hd00\\file"));
+    EXPECT_TRUE(EmptyFile(l_strFile.c_str()));
     EXPECT_EQ(GetFileSize(l_hFile.Get(), nullptr), 0U);
     uint32_t l_ulHigh = 0;
     ASSERT_EQ(truncate(l_Home.Path("file").c_str(), (1LL << 32) + 5), 0);

@@ -102,7 +102,6 @@ TEST(Processes, AreStartedWithTheirWordsAndWaitedFor)
             }
             EXPECT_EQ(l_Case.ulError, 0U);
             const CUniqueHandle l_hProcess(l_Process.hProcess);
-            const CUniqueHandle l_hThread(l_Process.hThread);
             EXPECT_EQ(WaitForSingleObject(l_hProcess.Get(), INFINITE), WAIT_OBJECT_0);
             EXPECT_EQ(WaitForSingleObject(l_hProcess.Get(), 0), WAIT_OBJECT_0) << "it stays so";
             EXPECT_EQ(l_Home.Read("said"), l_Case.pszSaid);

@@ -62,7 +62,6 @@ TEST(Waits, EndWhenTheObjectIsClosed)
 {
     S_PROCESS_INFORMATION l_Process{};
     ASSERT_TRUE(CreateProcessW(L"\\bin\\sleep", L"300", &l_Process));
-    const CUniqueHandle l_hThread(l_Process.hThread);
     for (const Handle l_hObject :
          {CreateEventW(false, false), CreateMutexW(true), l_Process.hProcess}) {
         std::atomic<uint32_t> l_ulResult = 1;
