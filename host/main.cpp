@@ -4,6 +4,7 @@
  */
 #include "LoadProbe.h"
 #include "Program.h"
+#include "cecore.h"
 
 #include <csignal>
 
@@ -30,7 +31,8 @@ int main(int i_lArgc, char** i_ppszArgv)
                    "TORNVAL_HD00.",
                    "tornval"};
     l_App.require_subcommand(1);
-    l_App.set_version_flag("--version", TORNVAL_VERSION);
+    l_App.set_version_flag("--version",
+                           std::string("tornval " TORNVAL_VERSION ", library ") + CeGetVersion());
     l_App.footer(host::ExitCodesHelp());
 
     host::CProgram l_Program;

@@ -61,10 +61,19 @@
 
 #include <stdint.h>
 
+/** Version of this header. Before 1.0.0 a new minor version may change what a host sees. */
+#define TORNVAL_VERSION_MAJOR 0
+#define TORNVAL_VERSION_MINOR 1
+#define TORNVAL_VERSION_PATCH 0
+#define TORNVAL_VERSION "0.1.0"
+
+/** How a function is shown. Define it, empty say for a parser of headers, to have it otherwise. */
+#ifndef TORNVAL_API
 #if defined(__GNUC__)
 #define TORNVAL_API __attribute__((visibility("default")))
 #else
 #define TORNVAL_API
+#endif
 #endif
 
 #ifdef __cplusplus

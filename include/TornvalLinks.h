@@ -19,10 +19,13 @@
 #include <stdint.h>
 #include <wchar.h>
 
+/** How an entry point is shown. Define it, empty say, to have it otherwise. */
+#ifndef TORNVAL_LINK_API
 #if defined(__GNUC__)
 #define TORNVAL_LINK_API __attribute__((visibility("default")))
 #else
 #define TORNVAL_LINK_API
+#endif
 #endif
 
 #ifdef __cplusplus

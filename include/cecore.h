@@ -9,10 +9,13 @@
 
 #include <stdint.h>
 
+/** How a function is shown. Define it, empty say, to have it otherwise. */
+#ifndef CECORE_API
 #if defined(__GNUC__)
 #define CECORE_API __attribute__((visibility("default")))
 #else
 #define CECORE_API
+#endif
 #endif
 
 #ifdef __cplusplus
@@ -100,6 +103,12 @@ enum
  * @return length of the folder, without the terminator; 0 for an unknown kind.
  */
 CECORE_API uint32_t CeGetPath(uint32_t kind, char* buffer, uint32_t size);
+
+/**
+ * Version of the measurement library that these core services belong to, as in "0.1.0". A program
+ * compares it with the TORNVAL_VERSION that it was compiled with.
+ */
+CECORE_API const char* CeGetVersion(void);
 
 #ifdef __cplusplus
 }
