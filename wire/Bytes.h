@@ -19,6 +19,11 @@ inline uint32_t ReadLe32(const uint8_t* i_pucData)
            (static_cast<uint32_t>(ReadLe16(i_pucData + 2)) << 16);
 }
 
+inline uint64_t ReadLe64(const uint8_t* i_pucData)
+{
+    return ReadLe32(i_pucData) | (static_cast<uint64_t>(ReadLe32(i_pucData + 4)) << 32);
+}
+
 inline void WriteLe16(uint8_t* o_pucData, uint16_t i_usValue)
 {
     o_pucData[0] = static_cast<uint8_t>(i_usValue);
