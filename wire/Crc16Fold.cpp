@@ -299,8 +299,7 @@ WIRE_WIDE uint16_t ComputeCrcFold256(const uint8_t* i_pucData, size_t i_ulLength
     if (i_ulLength < 256) {
         return ComputeCrcFold128(i_pucData, i_ulLength);
     }
-    __m256i l_A = _mm256_xor_si256(LoadWide(i_pucData),
-                                   _mm256_zextsi128_si256(Word(k_usCrcStart)));
+    __m256i l_A = _mm256_xor_si256(LoadWide(i_pucData), _mm256_zextsi128_si256(Word(k_usCrcStart)));
     __m256i l_B = LoadWide(i_pucData + 32);
     __m256i l_C = LoadWide(i_pucData + 64);
     __m256i l_D = LoadWide(i_pucData + 96);
@@ -316,8 +315,8 @@ WIRE_WIDE uint16_t ComputeCrcFold256(const uint8_t* i_pucData, size_t i_ulLength
     const __m256i l_Half = PairWide(k_Move512);
     const __m256i l_Quarter = PairWide(k_Move256);
     l_D = FoldWide(FoldWide(l_A, l_Half, l_C), l_Quarter, FoldWide(l_B, l_Half, l_D));
-    const __m128i l_Last = Fold(_mm256_castsi256_si128(l_D), Pair(k_Move128),
-                                _mm256_extracti128_si256(l_D, 1));
+    const __m128i l_Last =
+        Fold(_mm256_castsi256_si128(l_D), Pair(k_Move128), _mm256_extracti128_si256(l_D, 1));
     return Finish(l_Last, i_pucData, i_ulLength);
 }
 

@@ -16,7 +16,8 @@
 
 namespace wire {
 
-inline constexpr uint32_t k_ulCrcPolynomial = 0x8005; // bit n is the coefficient of x^n; x^16 is left out
+inline constexpr uint32_t k_ulCrcPolynomial =
+    0x8005; // bit n is the coefficient of x^n; x^16 is left out
 inline constexpr uint16_t k_usCrcStart = 0xFFFF;
 
 /** The remainder after some more bytes; a step of the portable form, good for a few of them. */

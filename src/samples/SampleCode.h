@@ -15,6 +15,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
+
+#include "samples/Scaling.h"
 
 namespace tornval {
 
@@ -26,7 +29,8 @@ struct S_SAMPLE_STATE
 };
 
 /** Decodes one code of which the first byte is read already; a second one stands at its place. */
-inline size_t DecodeSample(unsigned i_ulFirst, const uint8_t* i_pucSecond, S_SAMPLE_STATE& io_State)
+constexpr size_t DecodeSample(unsigned i_ulFirst, const uint8_t* i_pucSecond,
+                              S_SAMPLE_STATE& io_State)
 {
     if ((i_ulFirst & 0x80U) != 0) {
         const unsigned l_ulStep = i_ulFirst & 0x3FU;
@@ -51,17 +55,6 @@ inline size_t DecodeSample(unsigned i_ulFirst, const uint8_t* i_pucSecond, S_SAM
 inline size_t DecodeSample(const uint8_t* i_pucCode, S_SAMPLE_STATE& io_State)
 {
     return DecodeSample(i_pucCode[0], i_pucCode + 1, io_State);
-}
-
-/**
- * A sample as a measure: its value as a signed number, times the coefficient of its range.
- *
- * In unsigned arithmetic: a coefficient is 256 at most, but the product may not overflow for any.
- */
-inline int32_t ScaleSampleValue(uint16_t i_usValue, int32_t i_lCoef)
-{
-    const int32_t l_lValue = static_cast<int16_t>(i_usValue);
-    return static_cast<int32_t>(static_cast<uint32_t>(l_lValue) * static_cast<uint32_t>(i_lCoef));
 }
 
 /**
@@ -90,8 +83,47 @@ inline size_t NextSample(const uint8_t* i_pucCode, size_t i_ulSize, S_SAMPLE_STA
 size_t DecodeOneChannel(const uint8_t* i_pucData, size_t i_ulSize, int32_t i_lCoefLow,
                         int32_t i_lCoefHigh, int32_t* o_plSamples);
 
+/** A stream of interleaved channels, and where its measures go. */
+struct S_STREAM
+{
+    const uint8_t* pucData;
+    size_t ulSize;
+    uint32_t ulNbChannel;      /**< 1 to k_ulMaxScaledChannels */
+    uint32_t ulMaxSamples;     /**< room in each channel's array; a full one ends the decoding */
+    int32_t* const* pplArrays; /**< one for each channel; a null one is counted, not filled */
+    const S_SCALING& Scaling;
+};
+
 /**
- * Decodes a stream of interleaved channels.
+ * Decodes a stream whose scaling is known beforehand, with the fastest form.
+ *
+ * @return number of samples in all. A channel's turns come round as in DecodeChannels, so its count
+ *         follows: CountOfChannel.
+ */
+size_t DecodeStream(const S_STREAM& i_Stream);
+
+/** Samples of one channel, counted from 0, among that many in all. */
+inline uint32_t CountOfChannel(size_t i_ulTotal, uint32_t i_ulNbChannel, uint32_t i_ulChannel)
+{
+    return static_cast<uint32_t>((i_ulTotal + i_ulNbChannel - 1 - i_ulChannel) / i_ulNbChannel);
+}
+
+/** One way to decode a stream. All store the same; they differ in what they ask of the processor. */
+struct S_SAMPLE_FORM
+{
+    const char* pszName;
+    bool (*pfnRuns)(); /**< whether this processor has what it takes */
+    size_t (*pfnDecode)(const S_STREAM& i_Stream);
+};
+
+/** Every form that was compiled, the best first; the last one is portable and always runs. */
+std::span<const S_SAMPLE_FORM> SampleForms();
+
+/** Makes DecodeStream use that form, which must run; null: the best again. For tests and benches. */
+void UseSampleForm(const S_SAMPLE_FORM* i_pForm);
+
+/**
+ * Decodes a stream of interleaved channels, sample by sample.
  *
  * @param io_pStates    i_ulNbChannel states, cleared by the caller; at least one channel.
  * @param io_plCounts   i_ulNbChannel counts, cleared by the caller.
