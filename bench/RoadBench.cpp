@@ -17,6 +17,7 @@ public:
     explicit CInstantBoard(const std::vector<uint8_t>& i_vData)
     {
         const CTestHome l_Home("[IM]\nCHANNEL_1=0\nCHANNEL_2=1\nCHANNEL_3=2\n");
+        ScaleInBulk<CIntMeasDriver>(this);
         ReadConfiguration();
         for (auto& l_dA : s_dCoefA) {
             l_dA = 10000.0;

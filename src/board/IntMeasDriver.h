@@ -177,6 +177,9 @@ protected:
      *
      * @return false for a null block.
      */
+    /** The calibration of each channel's input; false if a channel names none. */
+    bool GetScaling(S_SCALING& o_Scaling) const override;
+
     bool CheckReply(uint32_t i_ulReturned, S_DATA* io_pAnswer) const;
 
     /** A whole exchange in blocks and with an event of its own. */

@@ -17,6 +17,7 @@ int32_t CIntMeasDriver::s_lInstanceCount = 0;
 CIntMeasDriver::CIntMeasDriver()
 {
     ++s_lInstanceCount;
+    ScaleInBulk<CIntMeasDriver>(this);
     m_ulDriverType = TORNVAL_DRIVER_BOARD;
     SetIdentity(TakeDriverNumber(), 4000, "IM");
     CreateSyncEvent(&m_hSync, &m_Frame);

@@ -5,6 +5,7 @@
 
 #include "board/IntMeasDriver.h"
 #include "platform/Clock.h"
+#include "samples/Scaling.h"
 #include "support/Numbers.h"
 
 namespace tornval {
@@ -26,12 +27,6 @@ constexpr uint32_t k_ulMaxCompressed = RS_BLOCK_SIZE - k_ulAnswerDataOffset - 4;
 /** Bytes of an answer block that hold status, head and all values but samples. */
 constexpr uint32_t k_ulDecodedHead = 256;
 static_assert(k_ulAnswerDataOffset + 8 * k_ulNbVoies <= k_ulDecodedHead);
-
-/** From the converter's value to a measure, in this order of operations. */
-double Calibrate(double i_dValue, double i_dA, double i_dB)
-{
-    return (i_dValue * i_dA + i_dB) * 0.0001;
-}
 
 /** The caller's wait on top of the fixed one; never a wait without end. */
 uint32_t AnswerWait(uint32_t i_ulTimeout)
@@ -354,6 +349,20 @@ void CIntMeasDriver::ScaleSample(int32_t* o_plValue, uint32_t i_ulChannel, uint3
     *o_plValue = TruncateToInt32(Calibrate(static_cast<int16_t>(i_usSample),
                                            s_dCoefA[l_ulVoie].load(std::memory_order_relaxed),
                                            s_dCoefB[l_ulVoie].load(std::memory_order_relaxed)));
+}
+
+bool CIntMeasDriver::GetScaling(S_SCALING& o_Scaling) const
+{
+    o_Scaling.bCalibrated = true;
+    for (uint32_t i = 0; i < m_ulNbChannel; ++i) {
+        const uint32_t l_ulVoie = m_pulVoies[i];
+        if (i >= o_Scaling.aChannels.size() || l_ulVoie >= k_ulNbVoies) {
+            return false;
+        }
+        o_Scaling.aChannels[i].dA = s_dCoefA[l_ulVoie].load(std::memory_order_relaxed);
+        o_Scaling.aChannels[i].dB = s_dCoefB[l_ulVoie].load(std::memory_order_relaxed);
+    }
+    return true;
 }
 
 uint32_t CIntMeasDriver::GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff)

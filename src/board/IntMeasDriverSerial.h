@@ -16,7 +16,7 @@ namespace tornval {
 class CIntMeasDriverSerial : public CIntMeasDriver, public CSerialDriverUser
 {
 public:
-    CIntMeasDriverSerial() = default;
+    CIntMeasDriverSerial() { ScaleInBulk<CIntMeasDriver>(this); }
     ~CIntMeasDriverSerial() override;
 
     /** Reads section IM, loads the link library, opens the link. A link that does not open fails

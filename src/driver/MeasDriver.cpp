@@ -109,6 +109,11 @@ uint32_t CMeasDriver::DecompressSample(const uint8_t* i_pcCode, uint16_t i_usPre
     return static_cast<uint32_t>(l_ulLength);
 }
 
+bool CMeasDriver::GetScaling(S_SCALING&) const
+{
+    return false;
+}
+
 uint32_t CMeasDriver::DecompressSamplesMultiChannel(const uint8_t* i_pcData, uint32_t i_ulDataSize,
                                                     int32_t** o_plProcessedData_Voie,
                                                     uint32_t i_lNbChannel,
@@ -120,9 +125,23 @@ uint32_t CMeasDriver::DecompressSamplesMultiChannel(const uint8_t* i_pcData, uin
         return 0;
     }
     std::memset(o_lProcessedDataSize, 0, i_lNbChannel * sizeof(*o_lProcessedDataSize));
+    if (i_lNbChannel == 0 || i_pcData == nullptr) {
+        return 0;
+    }
+    S_SCALING l_Scaling;
+    if (m_pBulkClass != nullptr && *m_pBulkClass == typeid(*this) &&
+        i_lNbChannel <= k_ulMaxScaledChannels && GetScaling(l_Scaling)) {
+        const size_t l_ulTotal = DecodeStream({i_pcData, i_ulDataSize, i_lNbChannel, i_ulMaxSamples,
+                                               o_plProcessedData_Voie, l_Scaling});
+        for (uint32_t l_ul = 0; l_ul < i_lNbChannel; ++l_ul) {
+            o_lProcessedDataSize[l_ul] =
+                static_cast<int32_t>(CountOfChannel(l_ulTotal, i_lNbChannel, l_ul));
+        }
+        return static_cast<uint32_t>(l_ulTotal);
+    }
     const std::unique_ptr<S_SAMPLE_STATE[]> l_pStates(new (std::nothrow)
                                                           S_SAMPLE_STATE[i_lNbChannel]);
-    if (l_pStates == nullptr || i_lNbChannel == 0 || i_pcData == nullptr) {
+    if (l_pStates == nullptr) {
         return 0;
     }
     const auto l_fnStore = [&](uint32_t i_ulChannel, uint32_t i_ulIndex,

@@ -5,10 +5,13 @@
 #pragma once
 
 #include <atomic>
+#include <type_traits>
+#include <typeinfo>
 
 #include "driver/Records.h"
 #include "platform/Module.h"
 #include "platform/Sync.h"
+#include "samples/Scaling.h"
 
 namespace tornval {
 
@@ -75,7 +78,7 @@ public:
                                       uint32_t i_ulNbCoeff);
 
     /** Turns one decoded sample into a measure. Stores nothing for a null pointer or a channel that
-     *  the driver does not have. */
+     *  the driver does not have. A class that overrides it is asked for each sample of a stream. */
     virtual void ScaleSample(int32_t* o_plValue, uint32_t i_ulChannel, uint32_t i_ulHighRange,
                              uint16_t i_usSample) = 0;
 
@@ -103,7 +106,8 @@ public:
                                      uint8_t* o_pucRange);
 
     /**
-     * Decodes a stream of interleaved channels, scaling each sample with ScaleSample.
+     * Decodes a stream of interleaved channels, scaling each sample with ScaleSample, or many at a
+     * time by what GetScaling tells where the class has said that the two agree.
      *
      * @param o_plProcessedData_Voie one array for each channel; a null one is counted, not filled.
      * @param o_lProcessedDataSize   one count for each channel.
@@ -136,6 +140,27 @@ protected:
     void SetIdentity(uint32_t i_ulIndex, uint32_t i_ulBase, const char* i_pszLinkType);
     void SetDriverName(const char* i_pszDriverName);
 
+    /**
+     * The bulk hook behind ScaleSample: tells beforehand what it does, for a whole stream.
+     *
+     * @param[out] o_Scaling filled for every channel of the driver.
+     * @return false: ask ScaleSample, sample by sample. Default.
+     */
+    virtual bool GetScaling(S_SCALING& o_Scaling) const;
+
+    /**
+     * Says, in the constructor of Driver, that GetScaling of Family tells what ScaleSample does. It
+     * holds for objects of exactly that class: one below may have a ScaleSample of its own.
+     */
+    template <typename Family, typename Driver>
+    void ScaleInBulk(const Driver*)
+    {
+        static_assert(std::is_same_v<decltype(&Driver::ScaleSample),
+                                     void (Family::*)(int32_t*, uint32_t, uint32_t, uint16_t)>,
+                      "this class has a ScaleSample that GetScaling knows nothing of");
+        m_pBulkClass = &typeid(Driver);
+    }
+
     cecore::ModuleHandle m_hDriverDll = nullptr;
     uint32_t m_ulDriverIndex = 0;
     int8_t m_cLastCmdeID = 0;
@@ -150,6 +175,9 @@ protected:
     int32_t m_alCoefHighRange[10] = {};
     uint32_t m_ulNbChannel = 0;
     uint32_t* m_pulVoies = nullptr;
+
+private:
+    const std::type_info* m_pBulkClass = nullptr;
 };
 
 } // namespace tornval

@@ -102,6 +102,18 @@ void CProbeDriver::ScaleSample(int32_t* o_plValue, uint32_t i_ulChannel, uint32_
     }
 }
 
+bool CProbeDriver::GetScaling(S_SCALING& o_Scaling) const
+{
+    if (m_ulNbChannel > o_Scaling.aChannels.size()) {
+        return false;
+    }
+    for (uint32_t l_ul = 0; l_ul < m_ulNbChannel; ++l_ul) {
+        o_Scaling.aChannels[l_ul].lLow = m_alCoefLowRange[l_ul];
+        o_Scaling.aChannels[l_ul].lHigh = m_alCoefHighRange[l_ul];
+    }
+    return true;
+}
+
 S_RESULT CProbeDriver::GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie, uint8_t,
                                          uint32_t i_ulMeasureParam)
 {

@@ -65,6 +65,9 @@ public:
                                uint32_t i_ulMeasureParam) override;
 
 protected:
+    /** The coefficients of both channels; false if there are more. */
+    bool GetScaling(S_SCALING& o_Scaling) const override;
+
     /** @name Steps of an instant measure. They take the lock in each send and fetch alone. */
     ///@{
     S_RESULT StartRollingCmde(uint32_t i_ulVoie, uint32_t i_ulMeasureParam);

@@ -40,6 +40,7 @@ std::atomic<uint32_t> s_ulCounter{0};
 
 CUSBProbeDriver::CUSBProbeDriver()
 {
+    ScaleInBulk<CProbeDriver>(this);
     m_ulDriverType = k_Link.ulDriverType;
     SetIdentity(s_ulCounter++, k_Link.ulBaseID, k_Link.pszLinkType);
     if (LoadProbeLibrary().ulStatus == 1) {

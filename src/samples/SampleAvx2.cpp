@@ -197,8 +197,8 @@ TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lan
     const __m256d l_Measure = _mm256_mul_pd(
         _mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(i_Values), i_Lanes.A), i_Lanes.B),
         _mm256_set1_pd(0.0001));
-    return _mm256_cvttpd_epi32(_mm256_min_pd(_mm256_max_pd(l_Measure, _mm256_set1_pd(-2147483648.0)),
-                                             _mm256_set1_pd(2147483647.0)));
+    return _mm256_cvttpd_epi32(_mm256_min_pd(
+        _mm256_max_pd(l_Measure, _mm256_set1_pd(-2147483648.0)), _mm256_set1_pd(2147483647.0)));
 }
 
 /** How values become measures, as kinds that the loops are compiled for. */
@@ -218,9 +218,8 @@ TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_
         return _mm256_set_m128i(CalibrateFour(High(l_Values), i_Lanes),
                                 CalibrateFour(Low(l_Values), i_Lanes));
     } else if constexpr (i_eKind == KIND_RANGES) {
-        return _mm256_mullo_epi32(l_Values,
-                                  _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High,
-                                                     _mm256_cvtepi16_epi32(i_IsHigh)));
+        return _mm256_mullo_epi32(l_Values, _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High,
+                                                               _mm256_cvtepi16_epi32(i_IsHigh)));
     } else {
         return _mm256_mullo_epi32(l_Values, i_Lanes.Low);
     }
@@ -264,14 +263,13 @@ TORNVAL_AVX2_INLINE void DecodeSteps(__m256i i_Bytes, __m256i& io_Value, const S
     const __m256i l_Steps = _mm256_sign_epi8(l_Size, l_Sign);
     // Two steps fit into a byte, more do not.
     const __m256i l_Pairs = _mm256_add_epi8(l_Steps, _mm256_slli_epi64(l_Steps, 8));
-    const __m256i l_Even =
-        SumEights(_mm256_srai_epi16(_mm256_unpacklo_epi8(l_Pairs, l_Pairs), 8));
+    const __m256i l_Even = SumEights(_mm256_srai_epi16(_mm256_unpacklo_epi8(l_Pairs, l_Pairs), 8));
     __m256i l_Odd = SumEights(_mm256_srai_epi16(_mm256_unpackhi_epi8(l_Pairs, l_Pairs), 8));
     // Eights 0 and 2, then 1 and 3.
     l_Odd = _mm256_add_epi16(l_Odd, LastOfEights(l_Even));
     const __m256i l_Last = LastOfEights(l_Odd);
-    const __m256i l_FirstHalf = _mm256_add_epi16(_mm256_permute2x128_si256(l_Even, l_Odd, 0x20),
-                                                 io_Value);
+    const __m256i l_FirstHalf =
+        _mm256_add_epi16(_mm256_permute2x128_si256(l_Even, l_Odd, 0x20), io_Value);
     const __m256i l_Middle =
         _mm256_add_epi16(io_Value, _mm256_permute2x128_si256(l_Last, l_Last, 0x00));
     const __m256i l_SecondHalf =
@@ -284,9 +282,8 @@ TORNVAL_AVX2_INLINE void DecodeSteps(__m256i i_Bytes, __m256i& io_Value, const S
 /** Spreads sixteen bits over sixteen words. */
 TORNVAL_AVX2_INLINE __m256i SpreadBits(unsigned i_ulBits)
 {
-    const __m256i l_Bits =
-        _mm256_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384,
-                          static_cast<int16_t>(0x8000));
+    const __m256i l_Bits = _mm256_setr_epi16(1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048,
+                                             4096, 8192, 16384, static_cast<int16_t>(0x8000));
     return _mm256_cmpeq_epi16(
         _mm256_and_si256(_mm256_set1_epi16(static_cast<int16_t>(i_ulBits)), l_Bits), l_Bits);
 }
@@ -305,8 +302,8 @@ TORNVAL_AVX2_INLINE void DecodeSixteen(__m256i i_Words, S_ONLY& io_Only, const S
                                        int32_t* o_plMeasures)
 {
     const S_SAID l_Said = Understand(i_Words);
-    const __m256i l_Sums = SumEights(
-        _mm256_add_epi16(l_Said.Number, _mm256_bslli_epi128(l_Said.Number, 2)));
+    const __m256i l_Sums =
+        SumEights(_mm256_add_epi16(l_Said.Number, _mm256_bslli_epi128(l_Said.Number, 2)));
     const unsigned l_ulAbsolute = ~GatherBits(l_Said.IsStep) & 0xFFFFU;
     const __m256i l_Places =
         _mm256_set_m128i(LoadHalf(k_aExcessPlaces[l_ulAbsolute >> 8].data()),
@@ -501,8 +498,7 @@ TORNVAL_AVX2_INLINE void StoreRows(const S_ROWS& i_Values, const S_ROWS& i_IsHig
                 const __m256i l_Measures = Measure<i_eKind>(
                     l_aValues[l_ulColumn], l_aIsHigh[i_eKind == KIND_RANGES ? l_ulColumn : 0],
                     Spread(io_Channels.Scaling.aChannels[l_ul]));
-                const size_t l_ulLeft =
-                    CountOfChannel(i_ulCount, l_ulNbChannel, l_ul) - l_ulRow;
+                const size_t l_ulLeft = CountOfChannel(i_ulCount, l_ulNbChannel, l_ul) - l_ulRow;
                 if (l_ulLeft >= 8) {
                     Store(l_plNext, l_Measures);
                     io_Channels.aplNext[l_ul] = l_plNext + 8;

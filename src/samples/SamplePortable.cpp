@@ -125,8 +125,7 @@ size_t ReadWordsPortable(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount
         } else {
             for (; l_ullStarts != 0; l_ullStarts &= l_ullStarts - 1) {
                 const uint8_t* l_pucCode = l_pucData + std::countr_zero(l_ullStarts);
-                o_pusWords[i_ulCount++] =
-                    static_cast<uint16_t>((l_pucCode[0] << 8) | l_pucCode[1]);
+                o_pusWords[i_ulCount++] = static_cast<uint16_t>((l_pucCode[0] << 8) | l_pucCode[1]);
             }
         }
         io_Rest.pucData += k_ulMaskBytes;
@@ -158,19 +157,17 @@ void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io
     for (uint32_t l_ul = 0; l_ul < io_Channels.ulNbChannel; ++l_ul) {
         const S_CHANNEL_SCALE l_Scale = io_Channels.Scaling.aChannels[l_ul];
         if (io_Channels.Scaling.bCalibrated) {
-            DecodeChannelWords(io_pusWords, i_ulCount, io_Channels, l_ul,
-                               [&](const S_SAMPLE_STATE& i_State) {
-                                   return TruncateToInt32(
-                                       Calibrate(static_cast<int16_t>(i_State.usValue), l_Scale.dA,
-                                                 l_Scale.dB));
-                               });
+            DecodeChannelWords(
+                io_pusWords, i_ulCount, io_Channels, l_ul, [&](const S_SAMPLE_STATE& i_State) {
+                    return TruncateToInt32(
+                        Calibrate(static_cast<int16_t>(i_State.usValue), l_Scale.dA, l_Scale.dB));
+                });
         } else {
             const int32_t l_alCoefs[2] = {l_Scale.lLow, l_Scale.lHigh};
-            DecodeChannelWords(io_pusWords, i_ulCount, io_Channels, l_ul,
-                               [&](const S_SAMPLE_STATE& i_State) {
-                                   return ScaleSampleValue(i_State.usValue,
-                                                           l_alCoefs[i_State.ucRange]);
-                               });
+            DecodeChannelWords(
+                io_pusWords, i_ulCount, io_Channels, l_ul, [&](const S_SAMPLE_STATE& i_State) {
+                    return ScaleSampleValue(i_State.usValue, l_alCoefs[i_State.ucRange]);
+                });
         }
     }
 }

@@ -25,6 +25,7 @@ std::atomic<uint32_t> s_ulCounter{0};
 
 CBTProbeDriverSimu::CBTProbeDriverSimu()
 {
+    ScaleInBulk<CProbeDriver>(this);
     m_ulDriverType = TORNVAL_DRIVER_BT_PROBE;
     SetIdentity(s_ulCounter++, k_ulBaseID, "BT");
 }

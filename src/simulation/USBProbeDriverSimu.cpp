@@ -13,6 +13,7 @@ std::atomic<uint32_t> s_ulCounter{0};
 
 CUSBProbeDriverSimu::CUSBProbeDriverSimu()
 {
+    ScaleInBulk<CProbeDriver>(this);
     SetIdentity(s_ulCounter++, k_ulBaseID, "USB");
 }
 

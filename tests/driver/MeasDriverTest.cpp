@@ -17,7 +17,7 @@ using namespace tornval;
 namespace {
 
 /** The base with the least that makes it a driver, its inside open. */
-class CPlainDriver final : public CMeasDriver
+class CPlainDriver : public CMeasDriver
 {
 public:
     explicit CPlainDriver(uint32_t i_ulNbChannel = 0) { m_ulNbChannel = i_ulNbChannel; }
@@ -45,6 +45,30 @@ public:
     {
         *o_plValue = static_cast<int32_t>(1000000 * i_ulChannel + 100000 * i_ulHighRange) +
                      static_cast<int16_t>(i_usSample);
+    }
+};
+
+/** One that tells its scaling, here another one: 7 times the value. */
+class CBulkDriver : public CPlainDriver
+{
+public:
+    CBulkDriver() : CPlainDriver(1) { ScaleInBulk<CPlainDriver>(this); }
+
+protected:
+    bool GetScaling(S_SCALING& o_Scaling) const override
+    {
+        o_Scaling.aChannels[0].lLow = 7;
+        return true;
+    }
+};
+
+/** A class below it, with a ScaleSample of its own and nothing else. */
+class COwnScaleDriver final : public CBulkDriver
+{
+public:
+    void ScaleSample(int32_t* o_plValue, uint32_t, uint32_t, uint16_t i_usSample) override
+    {
+        *o_plValue = 1000 + i_usSample;
     }
 };
 
@@ -150,6 +174,22 @@ TEST(MeasDriver, DecodesChannelsThroughItsScale)
     EXPECT_EQ(l_fnDecode(2, 1), 2U);
     EXPECT_EQ(l_fnDecode(2, 0), 0U);
     EXPECT_TRUE(l_alCounts[0] == 0 && l_alCounts[1] == 0);
+}
+
+TEST(MeasDriver, AsksScaleSampleWhereTheClassHasNotSaidWhatItDoes)
+{
+    const auto l_fnDecode = [](CMeasDriver&& io_Driver) {
+        const uint8_t l_aucData[] = {0x01, 0x00, 0x82};
+        int32_t l_alSamples[2] = {}, l_lCount = 0;
+        int32_t* l_plArray = l_alSamples;
+        EXPECT_EQ(
+            io_Driver.DecompressSamplesMultiChannel(l_aucData, 3, &l_plArray, 1, &l_lCount, 2), 2U);
+        EXPECT_EQ(l_lCount, 2);
+        return std::pair(l_alSamples[0], l_alSamples[1]);
+    };
+    EXPECT_EQ(l_fnDecode(CPlainDriver(1)), std::pair(256, 258));
+    EXPECT_EQ(l_fnDecode(CBulkDriver()), std::pair(7 * 256, 7 * 258));
+    EXPECT_EQ(l_fnDecode(COwnScaleDriver()), std::pair(1256, 1258));
 }
 
 TEST(ModuleFolder, EndsInOneBackslash)

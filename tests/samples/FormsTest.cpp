@@ -72,8 +72,9 @@ struct S_DECODED
 };
 
 template <typename Decode>
-S_DECODED RunForm(Decode&& i_fnDecode, const uint8_t* i_pucData, size_t i_ulSize, uint32_t i_ulChannels,
-              uint32_t i_ulMaxSamples, const S_SCALING& i_Scaling, uint32_t i_ulNull)
+S_DECODED RunForm(Decode&& i_fnDecode, const uint8_t* i_pucData, size_t i_ulSize,
+                  uint32_t i_ulChannels, uint32_t i_ulMaxSamples, const S_SCALING& i_Scaling,
+                  uint32_t i_ulNull)
 {
     S_DECODED l_Decoded;
     std::vector<std::unique_ptr<int32_t[]>> l_vpArrays;
@@ -93,7 +94,10 @@ S_DECODED RunForm(Decode&& i_fnDecode, const uint8_t* i_pucData, size_t i_ulSize
 
 S_SCALING MakeScaling(CRandom& io_Random, bool i_bCalibrated, bool i_bWild)
 {
-    const double k_adWild[] = {4294967295.0, -2147483648.0, 1e300, 0.0,
+    const double k_adWild[] = {4294967295.0,
+                               -2147483648.0,
+                               1e300,
+                               0.0,
                                std::numeric_limits<double>::infinity(),
                                std::numeric_limits<double>::quiet_NaN()};
     S_SCALING l_Scaling;
@@ -102,7 +106,8 @@ S_SCALING MakeScaling(CRandom& io_Random, bool i_bCalibrated, bool i_bWild)
         l_Scale = {static_cast<int32_t>(io_Random(i_bWild ? 0x100000000U : 256)),
                    static_cast<int32_t>(io_Random(i_bWild ? 0x100000000U : 4096)),
                    i_bWild ? k_adWild[io_Random(6)] : io_Random(30000),
-                   i_bWild ? k_adWild[io_Random(6)] : static_cast<int32_t>(io_Random(0x100000000U)) / 8};
+                   i_bWild ? k_adWild[io_Random(6)]
+                           : static_cast<int32_t>(io_Random(0x100000000U)) / 8};
     }
     return l_Scaling;
 }
@@ -128,9 +133,9 @@ TEST(Forms, OfTheCrcAgreeAtEveryLengthAndAlignment)
                 ASSERT_EQ(l_Form.pfnCompute(l_Tight.Get(), l_ulLength), l_usExpected)
                     << l_Form.pszName << ", " << l_ulLength;
                 wire::UseCrcForm(&l_Form);
-                ASSERT_EQ(wire::CCrc16().ComputeCrc16(l_Tight.Get(),
-                                                      static_cast<uint32_t>(l_ulLength)),
-                          l_usExpected);
+                ASSERT_EQ(
+                    wire::CCrc16().ComputeCrc16(l_Tight.Get(), static_cast<uint32_t>(l_ulLength)),
+                    l_usExpected);
             }
         }
     }
@@ -146,23 +151,22 @@ TEST(Forms, OfTheDecoderAgreeWithThePlainLoop)
         const size_t l_ulSize = l_Random(l_ulMost);
         const unsigned l_aulSteps[] = {100, 99, 95, 50, 0};
         const unsigned l_aulHigh[] = {0, 0, 10, 50, 100};
-        const Bytes l_vCodes = MakeCodes(l_Random, l_ulSize, l_aulSteps[l_Random(5)],
-                                         l_aulHigh[l_Random(5)]);
+        const Bytes l_vCodes =
+            MakeCodes(l_Random, l_ulSize, l_aulSteps[l_Random(5)], l_aulHigh[l_Random(5)]);
         const uint32_t l_ulChannels = l_Random(2) == 0 ? 1 : 1 + l_Random(10);
         // A stream has no more samples than bytes; less room ends it early.
-        const auto l_ulMax = static_cast<uint32_t>(
-            l_Random(4) == 0 ? l_Random(l_ulSize + 1)
-                                : (l_ulSize + l_ulChannels - 1) / l_ulChannels);
+        const auto l_ulMax =
+            static_cast<uint32_t>(l_Random(4) == 0 ? l_Random(l_ulSize + 1)
+                                                   : (l_ulSize + l_ulChannels - 1) / l_ulChannels);
         const uint32_t l_ulNull = l_Random(8) == 0 ? l_Random(l_ulChannels) : 10;
-        const S_SCALING l_Scaling =
-            MakeScaling(l_Random, l_Random(2) == 0, l_Random(4) == 0);
+        const S_SCALING l_Scaling = MakeScaling(l_Random, l_Random(2) == 0, l_Random(4) == 0);
         const CTightBytes l_Tight(l_vCodes, l_Random(33), l_ulSize);
         const S_DECODED l_Expected = RunForm(PlainDecode, l_Tight.Get(), l_ulSize, l_ulChannels,
-                                         l_ulMax, l_Scaling, l_ulNull);
+                                             l_ulMax, l_Scaling, l_ulNull);
         for (const S_SAMPLE_FORM& l_Form : SampleForms()) {
             if (l_Form.pfnRuns()) {
                 ASSERT_EQ(RunForm(l_Form.pfnDecode, l_Tight.Get(), l_ulSize, l_ulChannels, l_ulMax,
-                              l_Scaling, l_ulNull),
+                                  l_Scaling, l_ulNull),
                           l_Expected)
                     << l_Form.pszName << ", round " << l_lRound << ", bytes " << l_ulSize
                     << ", channels " << l_ulChannels << ", room " << l_ulMax;

@@ -27,10 +27,10 @@ inline int32_t PlainScale(const tornval::S_SCALING& i_Scaling, uint32_t i_ulChan
     const auto l_sValue = static_cast<int16_t>(i_usValue);
     if (i_Scaling.bCalibrated) {
         const double l_dMeasure = (l_sValue * l_Scale.dA + l_Scale.dB) * 0.0001;
-        return l_dMeasure != l_dMeasure       ? 0
-               : l_dMeasure <= -2147483648.0  ? INT32_MIN
-               : l_dMeasure >= 2147483647.0   ? INT32_MAX
-                                              : static_cast<int32_t>(l_dMeasure);
+        return l_dMeasure != l_dMeasure      ? 0
+               : l_dMeasure <= -2147483648.0 ? INT32_MIN
+               : l_dMeasure >= 2147483647.0  ? INT32_MAX
+                                             : static_cast<int32_t>(l_dMeasure);
     }
     const int64_t l_llCoef = i_ucRange != 0 ? l_Scale.lHigh : l_Scale.lLow;
     return static_cast<int32_t>(static_cast<uint64_t>(l_sValue * l_llCoef));
@@ -49,16 +49,15 @@ inline size_t PlainDecode(const tornval::S_STREAM& i_Stream)
         uint16_t& l_usValue = l_ausValues[l_ulChannel];
         if ((l_ucFirst & 0x80) != 0) {
             const int l_lStep = l_ucFirst & 0x3F;
-            l_usValue =
-                static_cast<uint16_t>((l_ucFirst & 0x40) != 0 ? l_usValue - l_lStep
-                                                              : l_usValue + l_lStep);
+            l_usValue = static_cast<uint16_t>((l_ucFirst & 0x40) != 0 ? l_usValue - l_lStep
+                                                                      : l_usValue + l_lStep);
             l_ulUsed += 1;
         } else {
             if (l_ulUsed + 1 == i_Stream.ulSize) {
                 break;
             }
-            l_usValue = static_cast<uint16_t>((l_ucFirst & 0x0F) * 256 +
-                                              i_Stream.pucData[l_ulUsed + 1]);
+            l_usValue =
+                static_cast<uint16_t>((l_ucFirst & 0x0F) * 256 + i_Stream.pucData[l_ulUsed + 1]);
             if ((l_ucFirst & 0x10) != 0) {
                 l_usValue |= 0xF000;
             }
@@ -67,8 +66,8 @@ inline size_t PlainDecode(const tornval::S_STREAM& i_Stream)
         }
         int32_t* l_plArray = i_Stream.pplArrays[l_ulChannel];
         if (l_plArray != nullptr) {
-            l_plArray[l_aulCounts[l_ulChannel]] = PlainScale(i_Stream.Scaling, l_ulChannel,
-                                                             l_usValue, l_aucRanges[l_ulChannel]);
+            l_plArray[l_aulCounts[l_ulChannel]] =
+                PlainScale(i_Stream.Scaling, l_ulChannel, l_usValue, l_aucRanges[l_ulChannel]);
         }
         ++l_aulCounts[l_ulChannel];
         ++l_ulTotal;
