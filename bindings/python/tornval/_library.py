@@ -97,10 +97,12 @@ _CORE: _Declarations = {
 }
 
 try:
-    # Written by the build: both seen from this folder.
+    # Written by the build; both are seen from the folder of this module.
     from ._place import LIBRARY_FOLDER, LINKS_FOLDER  # type: ignore[import]
 except ImportError:
     LIBRARY_FOLDER, LINKS_FOLDER = None, None
+
+_HERE = Path(__file__).resolve().parent
 
 
 def library_folder() -> Optional[Path]:
@@ -110,7 +112,7 @@ def library_folder() -> Optional[Path]:
     if named:
         return Path(named)
     if LIBRARY_FOLDER is not None:
-        folder = (Path(__file__).resolve().parent / LIBRARY_FOLDER).resolve()
+        folder = (_HERE / LIBRARY_FOLDER).resolve()
         if folder.is_dir():
             return folder
     return None
@@ -120,7 +122,7 @@ def link_library(name: str) -> str:
     """Path of a link library of this installation, or its bare name for the loader to look for."""
     named = os.environ.get("TORNVAL_LIBRARY_DIR")
     for folder in ([Path(named) / "tornval/links", Path(named) / "../links"] if named else
-                   [Path(__file__).resolve().parent / (LINKS_FOLDER or "")]):
+                   [_HERE / (LINKS_FOLDER or ".")]):
         if (folder / name).is_file():
             return str((folder / name).resolve())
     return name
