@@ -61,11 +61,16 @@
 
 #include <stdint.h>
 
-/** Version of this header. Before 1.0.0 a new minor version may change what a host sees. */
-#define TORNVAL_VERSION_MAJOR 0
-#define TORNVAL_VERSION_MINOR 1
-#define TORNVAL_VERSION_PATCH 0
-#define TORNVAL_VERSION "0.1.0"
+/**
+ * @name Version of this header
+ * Before 1.0.0 a new minor version may change what a host sees.
+ * @{
+ */
+#define TORNVAL_VERSION_MAJOR 0 /**< in the name of the library, libTornvalC63.so.0 */
+#define TORNVAL_VERSION_MINOR 1 /**< more than before, or other than before while it is 0.x */
+#define TORNVAL_VERSION_PATCH 0 /**< the same, mended */
+#define TORNVAL_VERSION "0.1.0" /**< the three as text */
+/** @} */
 
 /** How a function is shown. Define it, empty say for a parser of headers, to have it otherwise. */
 #ifndef TORNVAL_API
@@ -173,6 +178,8 @@ typedef struct S_DRIVER_INFO
  * @return ulStep 6; ulStatus 1 if one of the drivers did not come up, with no further reason: that
  *         is in the trace log. The others stand all the same: EnumMeasDrivers() tells which.
  * @note Threads: runs alone.
+ * @par Example
+ * @snippet snippets.c LoadMeasDrivers
  */
 TORNVAL_API S_RESULT LoadMeasDrivers(int32_t i_lMask);
 
@@ -185,6 +192,8 @@ TORNVAL_API S_RESULT LoadMeasDrivers(int32_t i_lMask);
  * @param[out] o_pulNbDrivers number of records written; may not be null.
  * @return 1 done; 0 if a pointer is null (the number is then 0).
  * @note Threads: beside everything but LoadMeasDrivers().
+ * @par Example
+ * @snippet snippets.c EnumMeasDrivers
  */
 TORNVAL_API uint32_t EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDrivers,
                                      uint32_t* o_pulNbDrivers);
@@ -199,6 +208,8 @@ TORNVAL_API uint32_t EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMax
  *         from a board whose coefficients are read already. ulStep 3 with ulDriverType 0 if there was
  *         nothing to do, and with ulStatus 1 if there is no such driver.
  * @note Threads: nothing else on this driver meanwhile.
+ * @par Example
+ * @snippet snippets.c InitialiseMeasBoard
  */
 TORNVAL_API S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceInit);
 
@@ -210,6 +221,8 @@ TORNVAL_API S_RESULT InitialiseMeasBoard(uint32_t i_ulDriverID, int32_t bForceIn
  * @return The driver's record, ulStep 4; ulStatus 1 if there is no such driver or the link did not
  *         close.
  * @note Threads: beside everything but LoadMeasDrivers().
+ * @par Example
+ * @snippet snippets.c ResetMeasBoard
  */
 TORNVAL_API S_RESULT ResetMeasBoard(uint32_t i_ulDriverID);
 
@@ -224,6 +237,8 @@ TORNVAL_API S_RESULT ResetMeasBoard(uint32_t i_ulDriverID);
  *                                  milliohm module.
  * @return ulStep 2, or 7 when the device refused the command (its word is in ulFwStatus).
  * @note Threads: see the head of this file; keep the send and its fetch together.
+ * @par Example
+ * @snippet snippets.c SendMeasBoardCmd
  */
 TORNVAL_API S_RESULT SendMeasBoardCmd(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
                                       S_RECEIVE_STRUCT* o_pReceiveStruct, const void* i_pcData);
@@ -249,6 +264,8 @@ TORNVAL_API S_RESULT SendMeasBoardCmd(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pC
  * @return ulStep 5; ulStatus 1 on a time-out, on a refusal by the firmware (its number is in
  *         ulFwStatus) or on an answer that does not decode.
  * @note Threads: see the head of this file; keep the send and its fetch together.
+ * @par Example
+ * @snippet snippets.c GetMeasBoardResult
  */
 TORNVAL_API S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte,
                                         char* o_pcRawData, int32_t* o_plProcessedDataSize,
@@ -262,6 +279,8 @@ TORNVAL_API S_RESULT GetMeasBoardResult(uint32_t i_ulDriverID, uint32_t i_ulNbRe
  * @return ulStep 2 and ulStatus 1 from a board on a serial link; success with ulStep 0 from a
  *         simulated one; ulStep 0 and ulStatus 1 without a board.
  * @note Threads: beside everything but LoadMeasDrivers().
+ * @par Example
+ * @snippet snippets.c CurrentGeneratorBurst
  */
 TORNVAL_API S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst);
 
@@ -274,10 +293,18 @@ TORNVAL_API S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst);
  * @return ulStep 5 from a real board, or the stage that failed (2 send, 7 refused by the device, 5);
  *         0 from a simulated board or when no board is loaded.
  * @note Threads: beside everything but LoadMeasDrivers().
+ * @par Example
+ * @snippet snippets.c GetInstantMeasure
  */
 TORNVAL_API S_RESULT GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie);
 
-/** As GetInstantMeasure(), without calibration: the value of the converter. */
+/**
+ * As GetInstantMeasure(), without calibration: the value of the converter.
+ *
+ * @note Threads: as there.
+ * @par Example
+ * @snippet snippets.c GetInstantMeasureWithoutCompensation
+ */
 TORNVAL_API S_RESULT GetInstantMeasureWithoutCompensation(int32_t* o_plValue, uint32_t i_ulVoie);
 
 /**
@@ -290,6 +317,8 @@ TORNVAL_API S_RESULT GetInstantMeasureWithoutCompensation(int32_t* o_plValue, ui
  * @return The record of the stage that ran last, as from GetInstantMeasure(); ulStep 0 and ulStatus 1
  *         if there is no such driver.
  * @note Threads: see the head of this file.
+ * @par Example
+ * @snippet snippets.c GetInstantMeasureOnDevice
  */
 TORNVAL_API S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue,
                                                uint32_t i_ulVoie, uint32_t i_ulMeasureParam);
@@ -302,11 +331,19 @@ TORNVAL_API S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o
  *         module is loaded. A measure that the module refused has its status byte in ulFwStatus,
  *         with its sign extended to 32 bits.
  * @note Threads: beside everything but LoadMeasDrivers(). Blocks until the measure is in or failed.
+ * @par Example
+ * @snippet snippets.c GetAllMicroOhmMeasure
  */
 TORNVAL_API S_RESULT GetAllMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2,
                                            int32_t* o_plValue3);
 
-/** As GetAllMicroOhmMeasure(), with the first value alone. */
+/**
+ * As GetAllMicroOhmMeasure(), with the first value alone.
+ *
+ * @note Threads: as there.
+ * @par Example
+ * @snippet snippets.c GetMicroOhmMeasure
+ */
 TORNVAL_API S_RESULT GetMicroOhmMeasure(int32_t* o_plValue);
 
 /**
@@ -318,6 +355,8 @@ TORNVAL_API S_RESULT GetMicroOhmMeasure(int32_t* o_plValue);
  * @param      i_ulNbCoeff number of entries in each array.
  * @return 1 done; 0 without a board, for a null array or for 0 entries.
  * @note Threads: beside everything but LoadMeasDrivers().
+ * @par Example
+ * @snippet snippets.c GetMBCalibrationCoeff
  */
 TORNVAL_API uint32_t GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff);
 
@@ -332,6 +371,8 @@ TORNVAL_API uint32_t GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_
  * @return The record of the last command that was run; ulStep 0 and ulStatus 1 for a null array or
  *         no entry. A simulated board reports success, whatever it is given, and stores nothing.
  * @note Threads: nothing else on the board meanwhile; it is restarted.
+ * @par Example
+ * @snippet snippets.c SetMBCalibration
  */
 TORNVAL_API S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB,
                                       uint32_t i_ulNbCoeff);

@@ -72,19 +72,28 @@ enum
     RS_ANSWER_FRAME_OFFSET = 4
 };
 
+/** @name Types of the entry points of a serial library
+ * @{ */
+/** Type of RS_Init(). */
 typedef uint32_t (*PFN_RS_INIT)(uint32_t port, uint32_t constant, uint32_t baud_rate,
                                 uint32_t data_bits, uint32_t word1, uint32_t word2, uint32_t zero);
+/** Type of RS_Init_Ex(). */
 typedef uint32_t (*PFN_RS_INIT_EX)(uint32_t port, uint32_t constant, uint32_t baud_rate,
                                    uint32_t data_bits, uint32_t word1, uint32_t word2,
                                    uint32_t zero, uint32_t* link_handle);
+/** Type of RS_DeviceIoControl(). */
 typedef uint32_t (*PFN_RS_DEVICEIOCONTROL)(uint32_t constant, uint32_t code, const void* in,
                                            uint32_t in_size, void* out, uint32_t out_size,
                                            uint32_t* count, uint32_t zero);
+/** Type of RS_DeviceIoControl_Ex(). */
 typedef uint32_t (*PFN_RS_DEVICEIOCONTROL_EX)(uint32_t constant, uint32_t code, const void* in,
                                               uint32_t in_size, void* out, uint32_t out_size,
                                               uint32_t* count, uint32_t zero, uint32_t link_handle);
+/** Type of RS_Close(). */
 typedef uint32_t (*PFN_RS_CLOSE)(void);
+/** Type of RS_Close_Ex(). */
 typedef uint32_t (*PFN_RS_CLOSE_EX)(uint32_t link_handle);
+/** @} */
 
 /** Opens the link of a serial port. Non-zero: open. */
 TORNVAL_LINK_API uint32_t RS_Init(uint32_t port, uint32_t constant, uint32_t baud_rate,
@@ -124,20 +133,33 @@ enum
     PROBE_LINK_CONSTANT = 1000
 };
 
+/** @name Types of the entry points of a probe's library
+ * @{ */
+/** Type of PBT_Init(). */
 typedef uint32_t (*PFN_PBT_INIT)(uint32_t port, const wchar_t* baud_rate, uint32_t timeout);
+/** Type of PUSB_Init(). */
 typedef uint32_t (*PFN_PUSB_INIT)(uint32_t port);
+/** Type of PBT_Close() and PUSB_Close(). */
 typedef uint32_t (*PFN_PROBE_CLOSE)(void);
+/** Type of PBT_DeviceIoControl() and PUSB_DeviceIoControl(). */
 typedef uint32_t (*PFN_PROBE_DEVICEIOCONTROL)(uint32_t device, uint32_t constant, uint32_t code,
                                               const void* in, uint32_t in_size, void* out,
                                               uint32_t out_size, uint32_t* count, uint32_t zero);
+/** @} */
 
+/** Opens the port of a Bluetooth probe; the rate comes as text. Non-zero: open. */
 TORNVAL_LINK_API uint32_t PBT_Init(uint32_t port, const wchar_t* baud_rate, uint32_t timeout);
+/** Closes it. Non-zero: closed. */
 TORNVAL_LINK_API uint32_t PBT_Close(void);
+/** One exchange, IOCTL_PBT_... Zero: failed, the reason is the last error. */
 TORNVAL_LINK_API uint32_t PBT_DeviceIoControl(uint32_t device, uint32_t constant, uint32_t code,
                                               const void* in, uint32_t in_size, void* out,
                                               uint32_t out_size, uint32_t* count, uint32_t zero);
+/** Opens the port of a USB probe. Non-zero: open. */
 TORNVAL_LINK_API uint32_t PUSB_Init(uint32_t port);
+/** Closes it. Non-zero: closed. */
 TORNVAL_LINK_API uint32_t PUSB_Close(void);
+/** One exchange, IOCTL_PUSB_... Zero: failed, the reason is the last error. */
 TORNVAL_LINK_API uint32_t PUSB_DeviceIoControl(uint32_t device, uint32_t constant, uint32_t code,
                                                const void* in, uint32_t in_size, void* out,
                                                uint32_t out_size, uint32_t* count, uint32_t zero);

@@ -68,6 +68,7 @@ typedef struct CECORE_REASON
  * Notes a reason for the host to read. A link library does so when it knows more than an error number
  * tells, say which port did not open. The last-error value stays as it is.
  *
+ * @param code the system's error number, 0 if there is none.
  * @param text copied; cut to its field.
  */
 CECORE_API void CeNoteReason(uint32_t code, const char* text);
@@ -77,6 +78,7 @@ CECORE_API void CeNoteReason(uint32_t code, const char* text);
  * Any thread.
  *
  * @param reasons room for max of them; null: only the number is asked for.
+ * @param max     room in the array.
  * @return how many there are.
  */
 CECORE_API uint32_t CeGetReasons(CECORE_REASON* reasons, uint32_t max);
@@ -89,7 +91,7 @@ enum
     CECORE_PATH_HOME = 0,
     /** Where a link library without a folder is looked for next; empty: nowhere. */
     CECORE_PATH_LINKS = 1,
-    /** What stands for the volume \hd00, on which the trace file lies: the environment variable
+    /** What stands for the volume \\hd00, on which the trace file lies: the environment variable
         TORNVAL_HD00, else what the build was told. */
     CECORE_PATH_VOLUME = 2
 };
@@ -100,6 +102,7 @@ enum
  * @param kind   one of CECORE_PATH_...
  * @param buffer room for size characters; gets the folder with a slash at its end (the volume without
  *               one), cut to the room, terminated. Null with size 0: only the length is asked for.
+ * @param size   room in the buffer, bytes.
  * @return length of the folder, without the terminator; 0 for an unknown kind.
  */
 CECORE_API uint32_t CeGetPath(uint32_t kind, char* buffer, uint32_t size);

@@ -95,6 +95,13 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(measured, "3002\n")
         self.assertFalse((self.prefix / "lib/tornval/links/test").exists())
 
+    def test_demo_leaves_what_is_said(self):
+        for mode in ([], ["--real-drivers"], ["--serial"]):
+            self.run_in_scratch(SOURCE / "script/demo", "--installed", self.scratch / "demo", *mode,
+                                PATH=f"{self.prefix}/bin:{os.environ['PATH']}")
+            for name in ("acquisition.csv", "acquisition.png", "log_tornval.txt"):
+                self.assertGreater((self.scratch / "demo" / name).stat().st_size, 1000, name)
+
     def test_python(self):
         environment = {"PYTHONPATH": str(self.modules), "MPLCONFIGDIR": str(self.scratch)}
         drawn = self.run_in_scratch(sys.executable, EXAMPLES / "replay.py", "replay.png",
