@@ -60,8 +60,8 @@ public:
     }
     size_t Decode(const std::vector<uint8_t>& i_vCodes)
     {
-        int32_t* l_aplStores[] = {m_ppVoieData[0].get(), m_ppVoieData[1].get(),
-                                  m_ppVoieData[2].get()};
+        int32_t* l_aplStores[] = {m_ppVoieData[0].Get(), m_ppVoieData[1].Get(),
+                                  m_ppVoieData[2].Get()};
         int32_t l_alCounts[3];
         return DecompressSamplesMultiChannel(i_vCodes.data(),
                                              static_cast<uint32_t>(i_vCodes.size()), l_aplStores, 3,

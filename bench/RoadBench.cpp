@@ -16,6 +16,8 @@ class CInstantBoard : public tornval::CIntMeasDriverSerial
 public:
     explicit CInstantBoard(const std::vector<uint8_t>& i_vData)
     {
+        m_Kind.Transport.pfnControl = static_cast<tornval::PFN_CONTROL>(&CInstantBoard::Answer);
+        m_pKind = &m_Kind;
         const CTestHome l_Home("[IM]\nCHANNEL_1=0\nCHANNEL_2=1\nCHANNEL_3=2\n");
         ScaleInBulk<CIntMeasDriver>(this);
         ReadConfiguration();
@@ -27,9 +29,9 @@ public:
         m_vAnswer.insert(m_vAnswer.end(), i_vData.begin(), i_vData.end());
     }
 
-protected:
-    bool DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t, void* o_pOut, uint32_t,
-                  uint32_t* o_pulReturned) override
+private:
+    bool Answer(uint32_t i_ulCode, const void* i_pIn, uint32_t, void* o_pOut, uint32_t,
+                uint32_t* o_pulReturned)
     {
         if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
             wire::WriteLe32(static_cast<uint8_t*>(o_pOut), 0);
@@ -41,7 +43,7 @@ protected:
         return true;
     }
 
-private:
+    tornval::S_WIRE_KIND m_Kind = *m_pKind;
     std::vector<uint8_t> m_vAnswer;
 };
 

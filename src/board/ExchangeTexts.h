@@ -20,7 +20,6 @@ struct S_EXCHANGE_TEXTS
     S_TRACE_TEXT<> SendRefused{};                 /**< ...and so nothing is sent */
     S_TRACE_TEXT<uint32_t> SendSize{};            /**< ulSize beyond the frame */
     S_TRACE_TEXT<uint32_t> SendBefore{};          /**< ticks */
-    bool bDumpFrame = false;                      /**< the head of the frame in hexadecimal */
     S_TRACE_TEXT<uint32_t, uint32_t> SendAfter{}; /**< ticks, duration */
     S_TRACE_TEXT<> SendFailed{};
     S_TRACE_TEXT<uint32_t> SendStatus{}; /**< the device's word */

@@ -7,8 +7,9 @@
 #include <atomic>
 #include <memory>
 
-#include "board/ExchangeTexts.h"
-#include "board/Frame.h"
+#include "board/BlockPool.h"
+#include "board/Exchange.h"
+#include "board/SignalBook.h"
 #include "driver/MeasDriver.h"
 #include "support/ConfigFile.h"
 #include "wire/Crc16.h"
@@ -17,10 +18,10 @@ namespace tornval {
 
 /**
  * Protocol of the board over a device file. The variant over the serial link library and the
- * milliohm module derive from it: the steps of an exchange stand here, and what differs is behind a
- * few hooks (the transport, the commands, the lines traced).
+ * milliohm module derive from it. The steps of an exchange stand here; what a class has of its own
+ * on that road is its S_WIRE_KIND: the commands, the way to the device, the lines traced.
  *
- * The source is three files: the commands, the results, the configuration.
+ * The source is four files: life and frames, exchanges, results, configuration.
  */
 class CIntMeasDriver : public CMeasDriver
 {
@@ -65,9 +66,8 @@ public:
      */
     virtual S_RESULT GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
                                int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
-                               uint32_t i_ulTimeout, const S_DATA* i_pFrame,
-                               const uint16_t* i_pusCmdeID, S_DATA* o_pAnswer,
-                               uint8_t i_bCompensation);
+                               uint32_t i_ulTimeout, S_DATA* i_pFrame, uint16_t* i_pusCmdeID,
+                               S_DATA* o_pAnswer, uint8_t i_bCompensation);
     /** Judges the firmware's words in an answer frame; marks a failure in the record. */
     virtual void CheckFirmwareError(S_RESULT& o_Result, const uint8_t* pDataResult);
     /** Sends 208 and reads the coefficients, unless the family has them. */
@@ -75,20 +75,18 @@ public:
     /** Reads section IM of the configuration file and makes room for the channels. */
     virtual void ReadConfiguration();
     /** Fills the head of a frame; null: nothing. */
-    virtual void PrepareCommande(uint8_t i_ucCanal, uint16_t i_usSize, uint8_t i_ulCmdeID,
+    virtual void PrepareCommande(uint8_t i_ucCanal, uint16_t i_usSize, uint32_t i_ulCmdeID,
                                  uint32_t i_ulTimeout, uint8_t i_ucParam, S_DATA* o_pFrame);
     virtual void GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte, const S_DATA* i_pAnswer,
                                            S_RESULT& o_Result);
     virtual S_RESULT SendCalibrationFlag();
 
-    void PrepareCommandeInit(uint8_t i_ucCanal, uint16_t i_usSize, uint8_t i_ulCmdeID,
-                             uint32_t i_ulTimeout, S_DATA* o_pFrame);
-    void PrepareCmdeMesureInterne(uint8_t i_ucCanal, uint16_t i_usSize, uint8_t i_ulCmdeID,
-                                  uint32_t i_ulTimeout, S_DATA* o_pFrame);
-    void PrepareCmdeCalibration(uint8_t i_ucCanal, uint16_t i_usSize, uint8_t i_ulCmdeID,
-                                uint32_t i_ulTimeout, S_DATA* o_pFrame);
-    void PrepareCmdeBurst(uint8_t i_ucCanal, uint16_t i_usSize, uint8_t i_ulCmdeID,
-                          uint32_t i_ulTimeout, uint8_t i_ucBurst, S_DATA* o_pFrame);
+    // The frames of the commands, all but payload and CRC; the last is the one of most commands.
+    void PrepareCommandeInit(const S_EXCHANGE& i_Exchange);
+    void PrepareCmdeMesureInterne(const S_EXCHANGE& i_Exchange);
+    void PrepareCmdeCalibration(const S_EXCHANGE& i_Exchange);
+    void PrepareCmdeBurst(const S_EXCHANGE& i_Exchange);
+    void PrepareCmdeParam(const S_EXCHANGE& i_Exchange);
 
     /**
      * Makes an auto-reset event, unless there is one, and plants its handle in a frame.
@@ -109,97 +107,70 @@ public:
      */
     uint32_t TGPIO(int32_t i_lPin, int32_t i_lValue);
 
-    void GetResult_ACQUISITION_UPLOAD(uint32_t i_ulNbReturnByte, S_RESULT& o_Result,
-                                      int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
-                                      S_DATA* i_pAnswer);
-    void GetResult_MEASURE_INTERNE(uint32_t i_ulNbReturnByte, int32_t* o_plProcessedData,
-                                   S_RESULT& o_Result, S_DATA* i_pAnswer, uint8_t i_bCompensation);
+    // The decoders of answers that were judged good.
+    void DecodeInit(S_EXCHANGE& io_Exchange);
+    void GetResult_ACQUISITION_UPLOAD(S_EXCHANGE& io_Exchange);
+    void GetResult_MEASURE_INTERNE(S_EXCHANGE& io_Exchange);
 
 protected:
     /** Entries of the list of channels. */
     static constexpr uint32_t k_ulMaxChannels = 10;
 
-    /** What a fetched answer is decoded into, and from. */
-    struct S_FETCH
+    /** Which keys the configuration has beside those that all forms have. */
+    enum class EConfiguration : uint8_t
     {
-        uint16_t usCmdeID;
-        uint32_t ulReturned;     /**< bytes that the link delivered, by its own word */
-        uint32_t ulNbReturnByte; /**< room in pcRawData */
-        char* pcRawData;
-        int32_t* plProcessedDataSize;
-        int32_t* plProcessedData;
-        S_DATA* pAnswer;
-        uint8_t bCompensation;
+        DEVICE, /**< where the registry names the device file */
+        SERIAL  /**< the program that moves the reset line */
     };
 
-    /** What a blocking exchange changes under the lock right before its send. */
-    struct S_SELECTION
-    {
-        void (*pfnSelect)(CIntMeasDriver& io_Driver, uint32_t i_ulValue) = nullptr;
-        uint32_t ulValue = 0;
-    };
-
-    // The hooks: what the classes of the family do each in its own way.
-    [[nodiscard]] virtual const S_EXCHANGE_TEXTS& Texts() const;
-    /** Whether there is a link to exchange through. */
-    [[nodiscard]] virtual bool HasTransport() const;
-    /** Whether InitIMB may go on without one. */
-    [[nodiscard]] virtual bool NeedsDeviceForInit() const { return true; }
-    /** One control call of the link. @return false with the last error set. */
-    virtual bool DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                          uint32_t i_ulOutSize, uint32_t* o_pulReturned);
-    /** Builds the frame of a command. @return false if the command or the canal is not allowed. */
-    virtual bool BuildFrame(const S_SEND_STRUCT& i_Cmde, uint8_t i_ucCanal, S_DATA* o_pFrame);
-    /** Whether the answer to a command carries nothing to decode. */
-    [[nodiscard]] virtual bool IsPlainCommand(uint16_t i_usCmdeID) const;
-    /** Decodes an answer that was judged good. */
-    virtual void DecodeAnswer(const S_FETCH& i_Fetch, S_RESULT& o_Result);
-    /** The keys that only one form of the configuration has. */
-    virtual void ReadRegistryKeys(const CConfigFile& i_Config);
-    virtual void ReadResetKey(const CConfigFile& i_Config);
-    virtual void UseFixedRegistryKeys();
-
-    /** What holds instead of the configuration where there is no memory to read it. */
-    void UseFixedValues();
+    /** Reads section IM and makes room for the channels. */
+    void ReadConfigurationAs(EConfiguration i_eForm);
 
     /** Fills bytes up to the end of the frame and writes its head; the CRC comes at the send. */
     static void FillFrame(uint8_t i_ucFill, uint16_t i_usIdField, uint8_t i_ucCanal,
                           uint16_t i_usSize, uint8_t i_ucCmdeID, uint32_t i_ulTimeout,
                           uint8_t i_ucParam, S_DATA* o_pFrame);
 
-    /** Reads the 13 pairs of an answer to 208 that has at least i_ulMinSize + 12 bytes. */
-    void DecodeCoefficients(uint32_t i_ulNbReturnByte, const S_DATA* i_pAnswer, S_RESULT& o_Result,
-                            uint32_t i_ulMinSize);
-
-    /**
-     * The reply check that all decoders run on the answer frame: computes the CRC over what the
-     * link says it delivered and stores it in the frame's first two bytes.
-     *
-     * @return false for a null block.
-     */
     /** The calibration of each channel's input; false if a channel names none. */
     bool GetScaling(S_SCALING& o_Scaling) const override;
 
-    bool CheckReply(uint32_t i_ulReturned, S_DATA* io_pAnswer) const;
+    /**
+     * The reply check that all decoders run on the answer frame. It judges nothing: it computes the
+     * CRC over what the link says it delivered and stores it in the frame's first two bytes.
+     *
+     * @return false for a null block.
+     */
+    bool CheckReply(uint32_t i_ulDelivered, S_DATA* io_pAnswer) const;
 
-    /** A whole exchange in blocks and with an event of its own. */
-    S_RESULT RunBlockingExchange(S_SEND_STRUCT i_Cmde, const void* i_pcData, uint8_t i_ucCanal,
-                                 int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
-                                 uint8_t i_bCompensation, S_SELECTION i_Selection);
+    /**
+     * A whole exchange in blocks and with an event of its own.
+     *
+     * @param io_Exchange command, payload, canal, selection, where the values go.
+     */
+    S_RESULT RunBlocking(S_EXCHANGE& io_Exchange);
+
+    /** The transport over the device file. */
+    [[nodiscard]] bool HasDevice() const { return m_hDevice != 0; }
+    bool ControlDevice(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
+                       uint32_t i_ulOutSize, uint32_t* o_pulReturned);
 
     /** Takes the next number of the family's counter. */
     static uint32_t TakeDriverNumber() { return s_ulDriverCounter++; }
     static uint32_t GetDriverCounter() { return s_ulDriverCounter; }
     static bool IsAlreadyInit() { return already_init.load() == 1; }
 
+    /** Commands, transport and lines of the class; each constructor puts its own. */
+    const S_WIRE_KIND* m_pKind;
+
     uint32_t m_ulLogCalibrationCoef = 0;
     int32_t m_lVoieMesure = 0;
     uint8_t m_ucBurst = 0;
     uint8_t m_ucCalibration = 0;
-    S_DATA m_Frame{};
+    /** This block and that of the answer take memory when they are used; null: there was none. */
+    cecore::CZeroed<S_DATA> m_Frame{1};
     uint32_t m_ulCmdeStatus = 0;
     uint16_t m_usCmdeID = 0;
-    S_DATA m_Answer{};
+    cecore::CZeroed<S_DATA> m_Answer{1};
     std::atomic<cecore::Handle> m_hDevice{0};
     cecore::Handle m_hSync = 0;
     uint32_t m_ulAcquisitionPeriod = 1;
@@ -208,8 +179,9 @@ protected:
     wchar_t m_szRegistryKey[2048] = {};
     wchar_t m_szRegistryEntry[2048] = {};
     uint32_t m_ulTimeout = 10;
-    /** One store of k_ulMaxSamples for each channel; null where there was no memory. */
-    std::unique_ptr<std::unique_ptr<int32_t[]>[]> m_ppVoieData;
+    /** One store of k_ulMaxSamples for each channel, untouched until an upload; null where there
+     *  was no memory. */
+    std::unique_ptr<cecore::CZeroed<int32_t>[]> m_ppVoieData;
     char m_szSetResetExec[260] = {};
 
     // Class-wide, for the whole family. Atomic, so that a measure on one thread may read while an
@@ -221,19 +193,31 @@ protected:
     static std::atomic<double> s_dCoefB[k_ulNbVoies];
 
 private:
-    /** CmdeBloquanteSynchrone with something to select right before the send. */
-    S_RESULT RunBlockingCmde(uint8_t i_ucCmdeID, const void* i_pcData, uint32_t i_ulSize,
-                             int32_t* o_plData, uint8_t i_ucCanal, uint8_t i_bCompensation,
-                             S_SELECTION i_Selection);
-    /** Command 210, first of an initialisation. Its result is nobody's concern. */
-    void SendCommand210();
-    void TraceFrame(const S_DATA& i_Frame) const;
-    /** The fetch proper, under the lock. */
-    void FetchAnswer(S_FETCH io_Fetch, S_RESULT& o_Result);
+    static const S_WIRE_KIND& Kind();
+
+    // The steps of an exchange, in their order.
+    S_RESULT Send(S_EXCHANGE& io_Exchange);
+    bool BuildFrame(S_EXCHANGE& io_Exchange);
+    S_RESULT Fetch(S_EXCHANGE& io_Exchange);
+    bool WaitForAnswer(const S_EXCHANGE& i_Exchange);
+    void FetchAnswer(S_EXCHANGE& io_Exchange);
+    void Decode(S_EXCHANGE& io_Exchange);
+
+    [[nodiscard]] bool HasTransport() const { return (this->*m_pKind->Transport.pfnIsThere)(); }
+    /** As RunBlocking, with a command of the board's own. */
+    S_RESULT RunBlockingCmde(uint8_t i_ucCmdeID, uint32_t i_ulSize, S_EXCHANGE io_Exchange);
+    /** Writes the head of a frame. @return where its data starts. */
+    uint8_t* PrepareHead(const S_EXCHANGE& i_Exchange, uint8_t i_ucParam = 0);
+    /** Command ACQUISITION_RESET, first of an initialisation. Its result is nobody's concern. */
+    void SendReset();
     bool ReadUnitNumber(uint32_t& o_ulUnit) const;
-    /** The keys of section IM; a file that cannot be read changes nothing. */
-    void ReadSection();
+    void ReadKeys(const CConfigFile& i_Config, EConfiguration i_eForm);
+    /** What holds instead of the configuration where there is no memory to read it. */
+    void UseFixedValues(EConfiguration i_eForm);
     void AllocateVoieData();
+
+    CSignalBook m_Signals;
+    CBlockPool m_Blocks;
 };
 
 } // namespace tornval

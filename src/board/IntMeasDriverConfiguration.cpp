@@ -10,6 +10,7 @@
 #include "platform/Device.h"
 #include "platform/File.h"
 #include "platform/Process.h"
+#include "platform/Reason.h"
 #include "platform/Registry.h"
 
 namespace tornval {
@@ -24,6 +25,11 @@ constexpr uint32_t k_ulDeviceRetry = 500;
 
 void CIntMeasDriver::ReadConfiguration()
 {
+    ReadConfigurationAs(EConfiguration::DEVICE);
+}
+
+void CIntMeasDriver::ReadConfigurationAs(EConfiguration i_eForm)
+{
     if (m_pulVoies == nullptr) {
         m_pulVoies = new (std::nothrow) uint32_t[k_ulMaxChannels]();
         if (m_pulVoies == nullptr) {
@@ -31,35 +37,46 @@ void CIntMeasDriver::ReadConfiguration()
         }
     }
     try {
-        ReadSection();
+        CConfigFile l_Config;
+        if (LoadModuleConfiguration(l_Config)) {
+            ReadKeys(l_Config, i_eForm);
+        }
     } catch (const std::bad_alloc&) {
-        UseFixedValues();
+        UseFixedValues(i_eForm);
     }
     AllocateVoieData();
 }
 
-void CIntMeasDriver::ReadSection()
+void CIntMeasDriver::ReadKeys(const CConfigFile& i_Config, EConfiguration i_eForm)
 {
-    CConfigFile l_Config;
-    if (LoadModuleConfiguration(l_Config)) {
-        l_Config.GetString(k_pszSection, "DRIVER_NAME", nullptr, m_szDriverName,
-                           sizeof(m_szDriverName));
-        m_ulNbChannel = 0;
-        for (const char* l_pszKey : {"CHANNEL_1", "CHANNEL_2", "CHANNEL_3"}) {
-            m_pulVoies[m_ulNbChannel++] = l_Config.GetInt(k_pszSection, l_pszKey, 0);
-        }
-        m_ulAcquisitionPeriod = std::clamp<uint32_t>(
-            l_Config.GetInt(k_pszSection, "ACQUISITION_PERIOD", 1), 1, k_ulMaxPeriod);
-        ReadRegistryKeys(l_Config);
-        m_ulTimeout = l_Config.GetInt(k_pszSection, "TIMEOUT", 10);
-        m_bDecompressData = l_Config.GetInt(k_pszSection, "DECOMPRESS_DATA", 1) != 0 ? 1 : 0;
-        m_ucCalibration = static_cast<uint8_t>(l_Config.GetInt(k_pszSection, "CALIBRATION", 0));
-        m_ulLogCalibrationCoef = l_Config.GetInt(k_pszSection, "LOG_CALIBRATION_COEF", 0);
-        ReadResetKey(l_Config);
+    const auto l_fnInt = [&](const char* i_pszKey, int32_t i_lDefault) {
+        return i_Config.GetInt(k_pszSection, i_pszKey, i_lDefault);
+    };
+    i_Config.GetString(k_pszSection, "DRIVER_NAME", nullptr, m_szDriverName,
+                       sizeof(m_szDriverName));
+    m_ulNbChannel = 0;
+    for (const char* l_pszKey : {"CHANNEL_1", "CHANNEL_2", "CHANNEL_3"}) {
+        m_pulVoies[m_ulNbChannel++] = l_fnInt(l_pszKey, 0);
     }
+    m_ulAcquisitionPeriod =
+        std::clamp<uint32_t>(l_fnInt("ACQUISITION_PERIOD", 1), 1, k_ulMaxPeriod);
+    m_ulTimeout = l_fnInt("TIMEOUT", 10);
+    m_bDecompressData = l_fnInt("DECOMPRESS_DATA", 1) != 0 ? 1 : 0;
+    m_ucCalibration = static_cast<uint8_t>(l_fnInt("CALIBRATION", 0));
+    m_ulLogCalibrationCoef = l_fnInt("LOG_CALIBRATION_COEF", 0);
+    if (i_eForm == EConfiguration::SERIAL) {
+        i_Config.GetString(k_pszSection, "SET_RESET_EXEC", nullptr, m_szSetResetExec,
+                           sizeof(m_szSetResetExec) - 1);
+        return;
+    }
+    char l_aszText[2048] = {};
+    i_Config.GetString(k_pszSection, "REGISTRY_KEY", nullptr, l_aszText, sizeof(l_aszText) - 1);
+    cecore::Widen(m_szRegistryKey, l_aszText);
+    i_Config.GetString(k_pszSection, "REGISTRY_ENTRY", nullptr, l_aszText, sizeof(l_aszText) - 1);
+    cecore::Widen(m_szRegistryEntry, l_aszText);
 }
 
-void CIntMeasDriver::UseFixedValues()
+void CIntMeasDriver::UseFixedValues(EConfiguration i_eForm)
 {
     static constexpr uint32_t s_aulVoies[] = {0, 1, 0};
     m_ulTimeout = 10;
@@ -68,32 +85,19 @@ void CIntMeasDriver::UseFixedValues()
     m_ulNbChannel = static_cast<uint32_t>(std::size(s_aulVoies));
     m_bDecompressData = 1;
     m_ulAcquisitionPeriod = 1;
-    UseFixedRegistryKeys();
+    if (i_eForm == EConfiguration::DEVICE) {
+        cecore::Widen(m_szRegistryKey,
+                      "system\\currentcontrolset\\control\\zcomusb2\\F00C\\000000");
+        cecore::Widen(m_szRegistryEntry, "unit");
+    }
 }
-
-void CIntMeasDriver::UseFixedRegistryKeys()
-{
-    cecore::Widen(m_szRegistryKey, "system\\currentcontrolset\\control\\zcomusb2\\F00C\\000000");
-    cecore::Widen(m_szRegistryEntry, "unit");
-}
-
-void CIntMeasDriver::ReadRegistryKeys(const CConfigFile& i_Config)
-{
-    char l_aszText[2048] = {};
-    i_Config.GetString(k_pszSection, "REGISTRY_KEY", nullptr, l_aszText, sizeof(l_aszText) - 1);
-    cecore::Widen(m_szRegistryKey, l_aszText);
-    i_Config.GetString(k_pszSection, "REGISTRY_ENTRY", nullptr, l_aszText, sizeof(l_aszText) - 1);
-    cecore::Widen(m_szRegistryEntry, l_aszText);
-}
-
-void CIntMeasDriver::ReadResetKey(const CConfigFile&) {}
 
 void CIntMeasDriver::AllocateVoieData()
 {
-    using Store = std::unique_ptr<int32_t[]>;
+    using Store = cecore::CZeroed<int32_t>;
     m_ppVoieData.reset(new (std::nothrow) Store[m_ulNbChannel]);
     for (uint32_t i = 0; m_ppVoieData != nullptr && i < m_ulNbChannel; ++i) {
-        m_ppVoieData[i].reset(new (std::nothrow) int32_t[k_ulMaxSamples]);
+        m_ppVoieData[i] = Store(k_ulMaxSamples);
     }
 }
 
@@ -136,6 +140,8 @@ S_RESULT CIntMeasDriver::CreateDriverInstance()
             if (cecore::GetTickCount() - l_ulStart >= k_ulDeviceWait) {
                 l_Result.ulStatus = 1;
                 l_Result.ulLastError = cecore::GetLastError();
+                cecore::NoteReason(l_Result.ulLastError, "no device %s within %u ms",
+                                   m_szDriverName, k_ulDeviceWait);
                 break;
             }
             cecore::Sleep(k_ulDeviceRetry);

@@ -5,6 +5,7 @@
 
 #include "driver/ModuleFolder.h"
 #include "platform/Clock.h"
+#include "platform/Reason.h"
 #include "support/Numbers.h"
 
 namespace tornval {
@@ -14,11 +15,13 @@ namespace {
 constexpr int32_t k_lResetPin = 162;
 constexpr uint32_t k_ulResetTime = 1000;
 
-constexpr uint8_t k_ucCalibrationOpen = 215;
-constexpr uint8_t k_ucCalibrationWrite = 213;
-constexpr uint8_t k_ucCalibrationCommit = 214;
-
 } // namespace
+
+CIntMeasDriverSerial::CIntMeasDriverSerial()
+{
+    ScaleInBulk<CIntMeasDriver>(this);
+    m_pKind = &Kind();
+}
 
 CIntMeasDriverSerial::~CIntMeasDriverSerial()
 {
@@ -31,8 +34,21 @@ CIntMeasDriverSerial::~CIntMeasDriverSerial()
     CSerialDriver::ReleaseSerialDriver();
 }
 
-const S_EXCHANGE_TEXTS& CIntMeasDriverSerial::Texts() const
+const S_WIRE_KIND& CIntMeasDriverSerial::Kind()
 {
+    using T = CIntMeasDriverSerial;
+    static constexpr S_COMMAND s_aCommands[] = {
+        {ACQUSITION_INIT, ECanals::BOARD, &T::PrepareCommandeInit, &T::DecodeInit, 112},
+        {ACQUISITION_START, ECanals::BOARD, &T::PrepareCmdeParam},
+        {ACQUISITION_RESET, ECanals::BOARD, &T::PrepareCmdeParam},
+        {ACQUISITION_UPLOAD, ECanals::BOARD, &T::PrepareCmdeParam,
+         &T::GetResult_ACQUISITION_UPLOAD},
+        {MEASURE_INTERNE, ECanals::BOARD, &T::PrepareCmdeMesureInterne,
+         &T::GetResult_MEASURE_INTERNE, k_ulLeastMeasure},
+        {CALIBRATION_WRITE, ECanals::BOARD, &T::PrepareCmdeParam},
+        {CALIBRATION_COMMIT, ECanals::BOARD, &T::PrepareCmdeParam},
+        {CALIBRATION_OPEN, ECanals::BOARD, &T::PrepareCmdeParam},
+    };
     static constexpr S_EXCHANGE_TEXTS s_Texts = [] {
         S_EXCHANGE_TEXTS l_Texts = k_SerialLinkTexts;
         l_Texts.SendArgument = {ERROR_LEVEL,
@@ -42,7 +58,6 @@ const S_EXCHANGE_TEXTS& CIntMeasDriverSerial::Texts() const
                                L"CIntMeasDriverSerial::SendCommand> ERROR unknown cmde"};
         l_Texts.SendRefused = {ERROR_LEVEL, L"CIntMeasDriverSerial::SendCommand> Unknown commad"};
         l_Texts.SendSize = {ERROR_LEVEL, L"CIntMeasDriverSerial::SendCommand> ERROR size: %u"};
-        l_Texts.bDumpFrame = true;
         l_Texts.SendFailed = {ERROR_LEVEL,
                               L"CIntMeasDriverSerial::SendCommand> ERROR echec du DeviceIO"};
         l_Texts.SendStatus = {ERROR_LEVEL,
@@ -71,7 +86,13 @@ const S_EXCHANGE_TEXTS& CIntMeasDriverSerial::Texts() const
                                 L"CIntMeasDriverSerial::GetResult> ERROR unknown command"};
         return l_Texts;
     }();
-    return s_Texts;
+    static constexpr S_WIRE_KIND s_Kind = {.Transport = {static_cast<PFN_IS_THERE>(&T::HasLink),
+                                                         static_cast<PFN_CONTROL>(&T::ControlLink)},
+                                           .Commands = s_aCommands,
+                                           .bDumpFrame = true,
+                                           .bInitNeedsLink = false,
+                                           .Texts = s_Texts};
+    return s_Kind;
 }
 
 S_RESULT CIntMeasDriverSerial::CreateDriverInstance()
@@ -124,6 +145,8 @@ S_RESULT CIntMeasDriverSerial::InitModule(uint32_t bUseExtended)
             m_bDllWrapperInit = 1;
         } else {
             l_Result.ulFwStatus = 1;
+            cecore::NoteReason(cecore::GetLastError(), "port %u did not open at %u baud",
+                               m_ucSerialPort, m_ulBaudRate);
             Trace(ERROR_LEVEL, L"CIntMeasDriverSerial::InitModule> m_pFn_RS_Init return FALSE");
         }
     }
@@ -131,34 +154,18 @@ S_RESULT CIntMeasDriverSerial::InitModule(uint32_t bUseExtended)
     return l_Result;
 }
 
-bool CIntMeasDriverSerial::DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
-                                    void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
+bool CIntMeasDriverSerial::ControlLink(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
+                                       void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
 {
     return m_pSerialDriver->RS_DeviceIoControl(RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize,
                                                o_pOut, i_ulOutSize, o_pulReturned, 0) != 0;
-}
-
-bool CIntMeasDriverSerial::BuildFrame(const S_SEND_STRUCT& i_Cmde, uint8_t, S_DATA* o_pFrame)
-{
-    if (i_Cmde.CmdeID == k_ucCalibrationOpen) {
-        PrepareCommande(0, static_cast<uint16_t>(GetSize(i_Cmde)), i_Cmde.CmdeID,
-                        GetTimeout(i_Cmde), i_Cmde.ucCmdeParam, o_pFrame);
-        return true;
-    }
-    return i_Cmde.CmdeID != 0 && CIntMeasDriver::BuildFrame(i_Cmde, 0, o_pFrame);
-}
-
-bool CIntMeasDriverSerial::IsPlainCommand(uint16_t i_usCmdeID) const
-{
-    return i_usCmdeID == k_ucCalibrationOpen ||
-           (i_usCmdeID > 3 && CIntMeasDriver::IsPlainCommand(i_usCmdeID));
 }
 
 void CIntMeasDriverSerial::GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte,
                                                      const S_DATA* i_pAnswer, S_RESULT& o_Result)
 {
     Trace(INFO_LEVEL, L"CIntMeasDriverSerial::GetResult_ACQUSITION_INIT>");
-    DecodeCoefficients(i_ulNbReturnByte, i_pAnswer, o_Result, 112);
+    CIntMeasDriver::GetResult_ACQUSITION_INIT(i_ulNbReturnByte, i_pAnswer, o_Result);
 }
 
 S_RESULT CIntMeasDriverSerial::SendCalibrationFlag()
@@ -166,10 +173,9 @@ S_RESULT CIntMeasDriverSerial::SendCalibrationFlag()
     return MakeResult(m_ulDriverType, TORNVAL_STEP_NONE);
 }
 
-void CIntMeasDriverSerial::ReadResetKey(const CConfigFile& i_Config)
+void CIntMeasDriverSerial::ReadConfiguration()
 {
-    i_Config.GetString("IM", "SET_RESET_EXEC", nullptr, m_szSetResetExec,
-                       sizeof(m_szSetResetExec) - 1);
+    ReadConfigurationAs(EConfiguration::SERIAL);
 }
 
 S_RESULT CIntMeasDriverSerial::Close()
@@ -202,30 +208,35 @@ S_RESULT CIntMeasDriverSerial::SetMBCalibration(uint32_t* i_pulIndex, double* i_
     }
     int32_t l_lWord = 0;
     S_RESULT l_Result =
-        CmdeBloquanteSynchrone(k_ucCalibrationOpen, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
+        CmdeBloquanteSynchrone(CALIBRATION_OPEN, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
     for (uint32_t i = 0; i < i_ulNbCoeff && l_Result.ulStatus == 0; ++i) {
         // The size counts the sub-head, so twelve of the bytes travel.
         uint8_t l_aucPayload[16] = {};
         wire::WriteLe32(l_aucPayload, i_pulIndex[i]);
         wire::WriteLe32(l_aucPayload + 4, static_cast<uint32_t>(TruncateToInt32(i_pdA[i])));
         wire::WriteLe32(l_aucPayload + 8, static_cast<uint32_t>(TruncateToInt32(i_pdB[i])));
-        l_Result = CmdeBloquanteSynchrone(k_ucCalibrationWrite, l_aucPayload, sizeof(l_aucPayload),
+        l_Result = CmdeBloquanteSynchrone(CALIBRATION_WRITE, l_aucPayload, sizeof(l_aucPayload),
                                           &l_lWord, 0, 1);
     }
     if (l_Result.ulStatus != 0) {
         return l_Result;
     }
-    l_Result =
-        CmdeBloquanteSynchrone(k_ucCalibrationCommit, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
+    l_Result = CmdeBloquanteSynchrone(CALIBRATION_COMMIT, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
     if (l_Result.ulStatus != 0) {
         return l_Result;
     }
-    if (TGPIO(k_lResetPin, 0) != 1) {
-        l_Result.ulStatus = 1;
-        return l_Result;
+    for (const int32_t l_lValue : {0, 1}) {
+        // What the start of the program leaves; without a program there is nothing to start.
+        ::SetLastError(0);
+        if (TGPIO(k_lResetPin, l_lValue) != 1) {
+            l_Result.ulStatus = 1;
+            l_Result.ulLastError = cecore::GetLastError();
+            break;
+        }
+        if (l_lValue == 0) {
+            cecore::Sleep(k_ulResetTime);
+        }
     }
-    cecore::Sleep(k_ulResetTime);
-    l_Result.ulStatus = TGPIO(k_lResetPin, 1) == 1 ? 0 : 1;
     return l_Result;
 }
 

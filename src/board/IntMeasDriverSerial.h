@@ -16,7 +16,7 @@ namespace tornval {
 class CIntMeasDriverSerial : public CIntMeasDriver, public CSerialDriverUser
 {
 public:
-    CIntMeasDriverSerial() { ScaleInBulk<CIntMeasDriver>(this); }
+    CIntMeasDriverSerial();
     ~CIntMeasDriverSerial() override;
 
     /** Reads section IM, loads the link library, opens the link. A link that does not open fails
@@ -28,6 +28,8 @@ public:
                               uint32_t i_ulNbCoeff) override;
     void GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte, const S_DATA* i_pAnswer,
                                    S_RESULT& o_Result) override;
+    /** Section IM with the program that moves the reset line, without the registry's keys. */
+    void ReadConfiguration() override;
     /** The flag is not sent on this link. */
     S_RESULT SendCalibrationFlag() override;
 
@@ -35,16 +37,10 @@ public:
     S_RESULT InitModule(uint32_t bUseExtended);
 
 protected:
-    [[nodiscard]] const S_EXCHANGE_TEXTS& Texts() const override;
-    [[nodiscard]] bool HasTransport() const override { return m_pSerialDriver != nullptr; }
-    [[nodiscard]] bool NeedsDeviceForInit() const override { return false; }
-    bool DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                  uint32_t i_ulOutSize, uint32_t* o_pulReturned) override;
-    bool BuildFrame(const S_SEND_STRUCT& i_Cmde, uint8_t i_ucCanal, S_DATA* o_pFrame) override;
-    [[nodiscard]] bool IsPlainCommand(uint16_t i_usCmdeID) const override;
-    void ReadRegistryKeys(const CConfigFile&) override {}
-    void UseFixedRegistryKeys() override {}
-    void ReadResetKey(const CConfigFile& i_Config) override;
+    /** The transport over RS_DeviceIoControl. */
+    [[nodiscard]] bool HasLink() const { return m_pSerialDriver != nullptr; }
+    bool ControlLink(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
+                     uint32_t i_ulOutSize, uint32_t* o_pulReturned);
 
     /**
      * Reads the configuration, loads the library it names and opens the link. The lock is held.
@@ -60,6 +56,9 @@ protected:
     uint32_t m_ulDataBits = 8;
     /** 1 while the link is open. */
     uint8_t m_bDllWrapperInit = 0;
+
+private:
+    static const S_WIRE_KIND& Kind();
 };
 
 } // namespace tornval

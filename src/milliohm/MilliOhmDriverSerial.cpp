@@ -1,31 +1,30 @@
 #include "milliohm/MilliOhmDriverSerial.h"
 
+#include "platform/Reason.h"
+
 namespace tornval {
 namespace {
-
-/** Offsets in the answer block. */
-constexpr uint32_t k_ulMeasureStatusOffset = 18;
-constexpr uint32_t k_ulValuesOffset = 22;
-constexpr uint32_t k_ulVersionOffset = 18;
 
 constexpr uint32_t k_ulNbValues = 3;
 constexpr uint32_t k_ulMeasureTimeout = 5000;
 
-/** Word of a measure status for the log; null for one that delivers no measure. */
+/** The measure statuses that deliver a measure, with their word for the log. */
+constexpr struct
+{
+    uint8_t ucStatus;
+    const wchar_t* pwszWord;
+} k_aStatuses[] = {
+    {0x00, L"OK"}, {0x01, L"Underrange"}, {0x10, L"Etalonnage"}, {0x80, L"Overrrange"}};
+
+/** Null for a status that delivers no measure. */
 const wchar_t* WordOf(uint8_t i_ucStatus)
 {
-    switch (i_ucStatus) {
-    case 0x00:
-        return L"OK";
-    case 0x01:
-        return L"Underrange";
-    case 0x10:
-        return L"Etalonnage";
-    case 0x80:
-        return L"Overrrange";
-    default:
-        return nullptr;
+    for (const auto& l_Status : k_aStatuses) {
+        if (l_Status.ucStatus == i_ucStatus) {
+            return l_Status.pwszWord;
+        }
     }
+    return nullptr;
 }
 
 } // namespace
@@ -37,10 +36,18 @@ C_MilliOhmDriverSerial::C_MilliOhmDriverSerial()
     SetIdentity(GetDriverCounter(), 5000, "MO");
     m_ucSerialPort = 2;
     m_ulBaudRate = 115200;
+    m_pKind = &Kind();
 }
 
-const S_EXCHANGE_TEXTS& C_MilliOhmDriverSerial::Texts() const
+const S_WIRE_KIND& C_MilliOhmDriverSerial::Kind()
 {
+    using T = C_MilliOhmDriverSerial;
+    static constexpr S_COMMAND s_aCommands[] = {
+        {COMMAND_MICROOHM_MEASURE, ECanals::ANY, &T::PrepareCmdeParam,
+         static_cast<PFN_DECODE>(&T::GetResult_COMMAND_MICROOHM_MEASURE), k_ulFrameHeadSize},
+        {COMMAND_VERSION, ECanals::ANY, &T::PrepareCmdeParam,
+         static_cast<PFN_DECODE>(&T::GetResult_COMMAND_VERSION), k_ulFrameHeadSize},
+    };
     static constexpr S_EXCHANGE_TEXTS s_Texts = [] {
         S_EXCHANGE_TEXTS l_Texts = k_SerialLinkTexts;
         l_Texts.SendStart = {INFO_LEVEL, L"C_MilliOhmDriverSerial::SendCommand> (canal: %d)"};
@@ -78,7 +85,14 @@ const S_EXCHANGE_TEXTS& C_MilliOhmDriverSerial::Texts() const
                                 L"C_MilliOhmDriverSerial::GetResult> ERROR unknown command"};
         return l_Texts;
     }();
-    return s_Texts;
+    static constexpr S_WIRE_KIND s_Kind = {
+        .Transport = {static_cast<PFN_IS_THERE>(&T::HasLink),
+                      static_cast<PFN_CONTROL>(&T::ControlLinkEx)},
+        .Commands = s_aCommands,
+        .bDumpFrame = false,
+        .bInitNeedsLink = false,
+        .Texts = s_Texts};
+    return s_Kind;
 }
 
 S_RESULT C_MilliOhmDriverSerial::CreateDriverInstance()
@@ -102,8 +116,9 @@ S_RESULT C_MilliOhmDriverSerial::Init()
     return {};
 }
 
-bool C_MilliOhmDriverSerial::DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
-                                      void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
+bool C_MilliOhmDriverSerial::ControlLinkEx(uint32_t i_ulCode, const void* i_pIn,
+                                           uint32_t i_ulInSize, void* o_pOut, uint32_t i_ulOutSize,
+                                           uint32_t* o_pulReturned)
 {
     return m_pSerialDriver->RS_DeviceIoControl_Ex(RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize,
                                                   o_pOut, i_ulOutSize, o_pulReturned, 0,
@@ -111,21 +126,11 @@ bool C_MilliOhmDriverSerial::DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint
 }
 
 void C_MilliOhmDriverSerial::PrepareCommande(uint8_t i_ucCanal, uint16_t i_usSize,
-                                             uint8_t i_ulCmdeID, uint32_t i_ulTimeout,
+                                             uint32_t i_ulCmdeID, uint32_t i_ulTimeout,
                                              uint8_t i_ucParam, S_DATA* o_pFrame)
 {
-    FillFrame(0, 0, i_ucCanal, i_usSize, i_ulCmdeID, i_ulTimeout, i_ucParam, o_pFrame);
-}
-
-bool C_MilliOhmDriverSerial::BuildFrame(const S_SEND_STRUCT& i_Cmde, uint8_t i_ucCanal,
-                                        S_DATA* o_pFrame)
-{
-    if (i_Cmde.CmdeID != COMMAND_MICROOHM_MEASURE && i_Cmde.CmdeID != COMMAND_VERSION) {
-        return false;
-    }
-    PrepareCommande(i_ucCanal, static_cast<uint16_t>(GetSize(i_Cmde)), i_Cmde.CmdeID,
-                    GetTimeout(i_Cmde), i_Cmde.ucCmdeParam, o_pFrame);
-    return true;
+    FillFrame(0, 0, i_ucCanal, i_usSize, static_cast<uint8_t>(i_ulCmdeID), i_ulTimeout, i_ucParam,
+              o_pFrame);
 }
 
 void C_MilliOhmDriverSerial::CheckFirmwareError(S_RESULT& o_Result, const uint8_t* pDataResult)
@@ -145,56 +150,42 @@ void C_MilliOhmDriverSerial::CheckFirmwareError(S_RESULT& o_Result, const uint8_
         Trace(ERROR_LEVEL,
               L"C_MilliOhmDriverSerial::CheckFirmwareError> ERROR FW status: 0x%02X 0x%02X",
               l_ucFirst, l_ucSecond);
+        cecore::NoteReason(0, "the module's firmware gave status %02X %02X", l_ucFirst, l_ucSecond);
     }
 }
 
-void C_MilliOhmDriverSerial::DecodeAnswer(const S_FETCH& i_Fetch, S_RESULT& o_Result)
+void C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE(S_EXCHANGE& io_Exchange)
 {
-    switch (i_Fetch.usCmdeID) {
-    case COMMAND_MICROOHM_MEASURE:
-        if (i_Fetch.plProcessedDataSize == nullptr || i_Fetch.plProcessedData == nullptr) {
-            Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerial::GetResult> Input param error");
-            o_Result.ulStatus = 1;
-            return;
-        }
-        GetResult_COMMAND_MICROOHM_MEASURE(i_Fetch.ulReturned, i_Fetch.plProcessedData, o_Result,
-                                           i_Fetch.pAnswer);
-        if (o_Result.ulStatus == 0) {
-            *i_Fetch.plProcessedDataSize = k_ulNbValues;
-        } else {
-            Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerial::GetResult> "
-                               L"GetResult_COMMAND_MICROOHM_MEASURE error");
-        }
-        break;
-    case COMMAND_VERSION:
-        GetResult_COMMAND_VERSION(i_Fetch, o_Result);
-        break;
-    default:
-        Texts().FetchUnknown.Emit();
-        o_Result.ulStatus = 1;
-        break;
+    if (io_Exchange.plProcessedDataSize == nullptr || io_Exchange.plProcessedData == nullptr) {
+        Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerial::GetResult> Input param error");
+        io_Exchange.Fail();
+        return;
+    }
+    DecodeValues(io_Exchange);
+    if (io_Exchange.Result.ulStatus == 0) {
+        *io_Exchange.plProcessedDataSize = k_ulNbValues;
+    } else {
+        Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerial::GetResult> "
+                           L"GetResult_COMMAND_MICROOHM_MEASURE error");
     }
 }
 
-void C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE(uint32_t i_ulNbReturnByte,
-                                                                int32_t* o_plProcessedData,
-                                                                S_RESULT& o_Result,
-                                                                S_DATA* i_pAnswer)
+void C_MilliOhmDriverSerial::DecodeValues(S_EXCHANGE& io_Exchange)
 {
-    if (o_plProcessedData == nullptr || i_pAnswer == nullptr ||
-        i_ulNbReturnByte < k_ulFrameHeadSize) {
+    if (io_Exchange.ulDelivered < io_Exchange.pCommand->ulLeastAnswer) {
         Trace(ERROR_LEVEL,
               L"C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE> getCmdOutBuff:%08X "
               L"i_ulNbReturnByte=%ld",
-              static_cast<const void*>(i_pAnswer), i_ulNbReturnByte);
-        o_Result.ulStatus = 1;
+              static_cast<const void*>(io_Exchange.pAnswer), io_Exchange.ulDelivered);
+        io_Exchange.Fail();
         return;
     }
-    if (!CheckReply(i_ulNbReturnByte, i_pAnswer)) {
-        o_Result.ulStatus = 1;
+    if (!CheckReply(io_Exchange.ulDelivered, io_Exchange.pAnswer)) {
+        io_Exchange.Fail();
         return;
     }
-    const uint8_t* l_pucStatus = i_pAnswer->aucBytes + k_ulMeasureStatusOffset;
+    const uint8_t* l_pucAnswer = io_Exchange.pAnswer->aucBytes;
+    const uint8_t* l_pucStatus = l_pucAnswer + k_ulModuleDataOffset;
     const wchar_t* l_pwszWord = WordOf(l_pucStatus[0]);
     Trace(FW_LEVEL,
           L"C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE> Cmde "
@@ -205,37 +196,34 @@ void C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE(uint32_t i_ulNbR
         Trace(ERROR_LEVEL,
               L"C_MilliOhmDriverSerial::GetResult_COMMAND_MICROOHM_MEASURE> status=%02X",
               l_pucStatus[0]);
-        o_Result.ulStatus = 1;
-        o_Result.ulFwStatus =
+        io_Exchange.Fail();
+        io_Exchange.Result.ulFwStatus =
             static_cast<uint32_t>(static_cast<int32_t>(static_cast<int8_t>(l_pucStatus[0])));
         return;
     }
     for (uint32_t i = 0; i < k_ulNbValues; ++i) {
-        o_plProcessedData[i] = static_cast<int32_t>(
-            wire::ReadLe32(i_pAnswer->aucBytes + k_ulValuesOffset + static_cast<size_t>(4) * i));
+        io_Exchange.plProcessedData[i] = static_cast<int32_t>(
+            wire::ReadLe32(l_pucAnswer + k_ulModuleValuesOffset + static_cast<size_t>(4) * i));
     }
-    o_plProcessedData[k_ulNbValues] = 0;
+    io_Exchange.plProcessedData[k_ulNbValues] = 0;
 }
 
-void C_MilliOhmDriverSerial::GetResult_COMMAND_VERSION(const S_FETCH& i_Fetch, S_RESULT& o_Result)
+void C_MilliOhmDriverSerial::GetResult_COMMAND_VERSION(S_EXCHANGE& io_Exchange)
 {
-    const uint32_t l_ulReturned = i_Fetch.ulReturned;
-    if (i_Fetch.pAnswer == nullptr || i_Fetch.pcRawData == nullptr ||
-        l_ulReturned < k_ulFrameHeadSize) {
-        o_Result.ulStatus = 1;
+    const uint32_t l_ulText = io_Exchange.ulDelivered - k_ulFrameHeadSize;
+    if (io_Exchange.ulDelivered < io_Exchange.pCommand->ulLeastAnswer ||
+        io_Exchange.ulRoom < l_ulText ||
+        !CheckReply(io_Exchange.ulDelivered, io_Exchange.pAnswer)) {
+        io_Exchange.Fail();
         return;
     }
-    const uint32_t l_ulText = l_ulReturned - k_ulFrameHeadSize;
-    if (i_Fetch.ulNbReturnByte < l_ulText || !CheckReply(l_ulReturned, i_Fetch.pAnswer)) {
-        o_Result.ulStatus = 1;
-        return;
-    }
-    if (l_ulText > RS_BLOCK_SIZE - k_ulVersionOffset) {
+    if (l_ulText > RS_BLOCK_SIZE - k_ulModuleDataOffset) {
         Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerial::GetResult> ERROR version size: %u", l_ulText);
-        o_Result.ulStatus = 1;
+        io_Exchange.Fail();
         return;
     }
-    std::memcpy(i_Fetch.pcRawData, i_Fetch.pAnswer->aucBytes + k_ulVersionOffset, l_ulText);
+    std::memcpy(io_Exchange.pcRawData, io_Exchange.pAnswer->aucBytes + k_ulModuleDataOffset,
+                l_ulText);
 }
 
 S_RESULT C_MilliOhmDriverSerial::GetMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2,
@@ -249,10 +237,13 @@ S_RESULT C_MilliOhmDriverSerial::GetMicroOhmMeasure(int32_t* o_plValue1, int32_t
     Trace(INFO_LEVEL, L"C_MilliOhmDriverSerial::GetMicroOhmMeasure>");
     int32_t l_lCount = 0;
     int32_t l_alValues[k_ulNbValues + 1] = {};
-    S_RESULT l_Result =
-        RunBlockingExchange(MakeCommand(COMMAND_MICROOHM_MEASURE, k_ulMeasureTimeout,
-                                        k_ulSubHeadSize + sizeof(s_aucPayload)),
-                            s_aucPayload, 0, &l_lCount, l_alValues, 1, {});
+    S_SEND_STRUCT l_Cmde = MakeCommand(COMMAND_MICROOHM_MEASURE, k_ulMeasureTimeout,
+                                       k_ulSubHeadSize + sizeof(s_aucPayload));
+    S_EXCHANGE l_Exchange{.pCmde = &l_Cmde,
+                          .pcData = s_aucPayload,
+                          .plProcessedDataSize = &l_lCount,
+                          .plProcessedData = l_alValues};
+    S_RESULT l_Result = RunBlocking(l_Exchange);
     if (l_lCount == static_cast<int32_t>(k_ulNbValues)) {
         *o_plValue1 = l_alValues[0];
         *o_plValue2 = l_alValues[1];

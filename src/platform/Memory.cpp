@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "wire/Descriptor.h"
@@ -42,6 +43,24 @@ uint64_t FindFigure(std::string_view i_strTable, std::string_view i_strName)
 }
 
 } // namespace
+
+void* VirtualAlloc(size_t i_ulSize)
+{
+    void* l_pMemory =
+        mmap(nullptr, i_ulSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (l_pMemory == MAP_FAILED) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    return l_pMemory;
+}
+
+void VirtualFree(void* i_pMemory, size_t i_ulSize)
+{
+    if (i_pMemory != nullptr) {
+        munmap(i_pMemory, i_ulSize);
+    }
+}
 
 void ScaleMemoryStatus(uint64_t i_ullTotal, uint64_t i_ullAvailable, S_MEMORYSTATUS* io_pStatus)
 {

@@ -4,9 +4,60 @@
  */
 #pragma once
 
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
 #include "Api.h"
 
 namespace cecore {
+
+/**
+ * Zeroed memory in whole pages. A page takes memory of the machine when it is first written, and not
+ * before: large blocks that may never be used cost nothing.
+ *
+ * @return null, with error 8, if there is none.
+ */
+CECORE_API void* VirtualAlloc(size_t i_ulSize);
+
+/** Gives memory of VirtualAlloc back; null: nothing. @param i_ulSize the size it was asked for. */
+CECORE_API void VirtualFree(void* i_pMemory, size_t i_ulSize);
+
+/** Owner of zeroed memory for a number of plain objects; null where there was no memory. */
+template <typename T>
+class CZeroed
+{
+    static_assert(std::is_trivial_v<T>);
+
+public:
+    CZeroed() = default;
+    explicit CZeroed(size_t i_ulCount)
+        : m_pFirst(static_cast<T*>(VirtualAlloc(i_ulCount * sizeof(T)))),
+          m_ulSize(i_ulCount * sizeof(T))
+    {
+    }
+    CZeroed(const CZeroed&) = delete;
+    CZeroed& operator=(const CZeroed&) = delete;
+    CZeroed(CZeroed&& io_Other) noexcept
+        : m_pFirst(std::exchange(io_Other.m_pFirst, nullptr)), m_ulSize(io_Other.m_ulSize)
+    {
+    }
+    CZeroed& operator=(CZeroed&& io_Other) noexcept
+    {
+        std::swap(m_pFirst, io_Other.m_pFirst);
+        std::swap(m_ulSize, io_Other.m_ulSize);
+        return *this;
+    }
+    ~CZeroed() { VirtualFree(m_pFirst, m_ulSize); }
+
+    [[nodiscard]] T* Get() const { return m_pFirst; }
+    T& operator*() const { return *m_pFirst; }
+    T* operator->() const { return m_pFirst; }
+
+private:
+    T* m_pFirst = nullptr;
+    size_t m_ulSize = 0;
+};
 
 struct S_MEMORYSTATUS
 {

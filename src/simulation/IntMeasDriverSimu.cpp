@@ -1,11 +1,14 @@
 #include "simulation/IntMeasDriverSimu.h"
 
+#include <algorithm>
 #include <array>
 #include <new>
+#include <string_view>
 
 #include "platform/Clock.h"
 #include "platform/File.h"
 #include "platform/Memory.h"
+#include "platform/Reason.h"
 #include "support/Numbers.h"
 #include "support/Text.h"
 
@@ -18,6 +21,8 @@ constexpr uint32_t k_ulUploadHalfTime = 10;
 constexpr uint32_t k_ulUploadSize = 900;
 constexpr double k_dScale = 1000.0;
 constexpr uint32_t k_ulHighestLoad = 90;
+/** Bytes that a file takes in memory beside its own. */
+constexpr uint32_t k_ulSpareBytes = 5;
 
 /** Bytes of the data file that belong to a number. */
 constexpr std::array<bool, 256> MakeNumberBytes()
@@ -35,6 +40,25 @@ constexpr std::array<bool, 256> k_abNumberBytes = MakeNumberBytes();
 bool IsNumberByte(char i_cByte)
 {
     return k_abNumberBytes[static_cast<unsigned char>(i_cByte)];
+}
+
+/**
+ * Calls a function with each number's text. A number counts only if a separator follows it: without
+ * one it may have been cut short. A separator at the very start ends an empty number.
+ */
+template <typename Function>
+void ForEachNumber(std::string_view i_strText, Function&& i_fnNumber)
+{
+    const char* l_pcNumber = i_strText.data();
+    const char* const l_pcEnd = l_pcNumber + i_strText.size();
+    for (const char* l_pc = l_pcNumber; l_pc != l_pcEnd; l_pcNumber = l_pc) {
+        l_pc = std::find_if_not(l_pc, l_pcEnd, IsNumberByte);
+        if (l_pc == l_pcEnd) {
+            return;
+        }
+        i_fnNumber(std::string_view(l_pcNumber, static_cast<size_t>(l_pc - l_pcNumber)));
+        l_pc = std::find_if(l_pc, l_pcEnd, IsNumberByte);
+    }
 }
 
 } // namespace
@@ -62,6 +86,22 @@ CIntMeasDriverSimu::CIntMeasDriverSimu()
         cecore::Widen(m_wszSimuFile, l_aszFile);
         m_dProbeCorrection = l_Config.GetDouble("IM", "SIMU_KELNOR_PROBE_CORRECTION", 0.0);
     }
+}
+
+std::span<const CIntMeasDriverSimu::S_SIMULATED> CIntMeasDriverSimu::Commands()
+{
+    using T = CIntMeasDriverSimu;
+    static constexpr S_SIMULATED s_aCommands[] = {
+        {GENERATOR_BURST, true},
+        {ACQUSITION_INIT, false},
+        {ACQUISITION_START, true, 0, true},
+        {ACQUISITION_RESET, true, 0, true},
+        {ACQUISITION_UPLOAD, true, k_ulUploadSize, false, &T::GetSimuUpload},
+        {MEASURE_INTERNE, true, 0, false, &T::AnswerMeasure},
+        {CALIBRATION_WRITE, true},
+        {CALIBRATION_COMMIT, true},
+    };
+    return s_aCommands;
 }
 
 S_RESULT CIntMeasDriverSimu::CreateDriverInstance()
@@ -94,17 +134,14 @@ S_RESULT CIntMeasDriverSimu::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUC
         l_Result.ulStatus = 1;
         return l_Result;
     }
-    const uint8_t l_ucCmdeID = i_pCmde->CmdeID;
-    m_cLastCmdeID = static_cast<int8_t>(l_ucCmdeID);
-    const bool l_bAccepted = l_ucCmdeID == 3 || (l_ucCmdeID >= 209 && l_ucCmdeID <= 214);
-    if (!l_bAccepted || o_pReceiveStruct == nullptr) {
+    m_cLastCmdeID = static_cast<int8_t>(i_pCmde->CmdeID);
+    const S_SIMULATED* l_pCommand = FindCommand(Commands(), i_pCmde->CmdeID);
+    if (l_pCommand == nullptr || !l_pCommand->bAccepted || o_pReceiveStruct == nullptr) {
         l_Result.ulStatus = 1;
         return l_Result;
     }
-    FillReceive(o_pReceiveStruct, 0, l_ucCmdeID == ACQUISITION_UPLOAD ? k_ulUploadSize : 0);
-    if (l_ucCmdeID == 209 || l_ucCmdeID == 210) {
-        m_ulReadIndex = 0;
-    }
+    FillReceive(o_pReceiveStruct, 0, l_pCommand->ulNbReturnByte);
+    m_ulReadIndex = l_pCommand->bRewinds ? 0 : m_ulReadIndex;
     return l_Result;
 }
 
@@ -112,35 +149,28 @@ S_RESULT CIntMeasDriverSimu::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawD
                                        int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
                                        uint32_t, uint8_t)
 {
-    S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_RESULT);
-    if (o_pcRawData == nullptr) {
-        l_Result.ulStatus = 1;
-        return l_Result;
+    S_EXCHANGE l_Exchange{.ulRoom = i_ulNbReturnByte,
+                          .pcRawData = o_pcRawData,
+                          .plProcessedDataSize = o_plProcessedDataSize,
+                          .plProcessedData = o_plProcessedData,
+                          .Result = MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_RESULT)};
+    const S_SIMULATED* l_pCommand = FindCommand(Commands(), static_cast<uint8_t>(m_cLastCmdeID));
+    if (o_pcRawData == nullptr || l_pCommand == nullptr) {
+        l_Exchange.Fail();
+    } else if (l_pCommand->pfnAnswer != nullptr) {
+        (this->*l_pCommand->pfnAnswer)(l_Exchange);
     }
-    switch (static_cast<uint8_t>(m_cLastCmdeID)) {
-    case 3:
-    case ACQUSITION_INIT:
-    case 209:
-    case 210:
-    case 213:
-    case 214:
-        break;
-    case ACQUISITION_UPLOAD:
-        return GetSimuUpload(i_ulNbReturnByte, o_pcRawData, o_plProcessedDataSize,
-                             o_plProcessedData);
-    case MEASURE_INTERNE:
-        if (o_plProcessedData == nullptr) {
-            l_Result.ulStatus = 1;
-        } else {
-            o_plProcessedData[0] = k_lMeasure;
-            cecore::Sleep(k_ulMeasureTime);
-        }
-        break;
-    default:
-        l_Result.ulStatus = 1;
-        break;
+    return l_Exchange.Result;
+}
+
+void CIntMeasDriverSimu::AnswerMeasure(S_EXCHANGE& io_Exchange)
+{
+    if (io_Exchange.plProcessedData == nullptr) {
+        io_Exchange.Fail();
+        return;
     }
-    return l_Result;
+    *io_Exchange.plProcessedData = k_lMeasure;
+    cecore::Sleep(k_ulMeasureTime);
 }
 
 S_RESULT CIntMeasDriverSimu::GetInstantMeasure(int32_t* o_plValue, uint32_t, uint8_t, uint32_t)
@@ -153,29 +183,25 @@ S_RESULT CIntMeasDriverSimu::GetInstantMeasure(int32_t* o_plValue, uint32_t, uin
     return MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_NONE);
 }
 
-S_RESULT CIntMeasDriverSimu::GetSimuUpload(uint32_t i_ulNbReturnByte, char* o_pcRawData,
-                                           int32_t* o_plProcessedDataSize,
-                                           int32_t* o_plProcessedData)
+void CIntMeasDriverSimu::GetSimuUpload(S_EXCHANGE& io_Exchange)
 {
     cecore::Sleep(k_ulUploadHalfTime);
-    S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_RESULT);
-    if (o_pcRawData != nullptr) {
-        std::memset(o_pcRawData, 0, i_ulNbReturnByte);
-        if (o_plProcessedData != nullptr && o_plProcessedDataSize == nullptr) {
-            l_Result.ulStatus = 1;
-        } else if (o_plProcessedData != nullptr) {
-            *o_plProcessedDataSize = 0;
+    std::memset(io_Exchange.pcRawData, 0, io_Exchange.ulRoom);
+    if (io_Exchange.plProcessedData != nullptr) {
+        if (io_Exchange.plProcessedDataSize == nullptr) {
+            io_Exchange.Fail();
+        } else {
+            *io_Exchange.plProcessedDataSize = 0;
             if (m_vdChannel2.empty()) {
                 LoadSimuFile(m_wszSimuFile, m_vdFileColumn0, m_vdChannel0, m_vdChannel1,
                              m_vdChannel2);
             }
             if (!m_vdChannel2.empty()) {
-                DeliverBlock(o_plProcessedDataSize, o_plProcessedData);
+                DeliverBlock(io_Exchange.plProcessedDataSize, io_Exchange.plProcessedData);
             }
         }
     }
     cecore::Sleep(k_ulUploadHalfTime);
-    return l_Result;
 }
 
 void CIntMeasDriverSimu::DeliverBlock(int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData)
@@ -208,6 +234,7 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
                             cecore::OPEN_EXISTING, cecore::FILE_ATTRIBUTE_NORMAL);
     if (l_hOpened == cecore::INVALID_HANDLE_VALUE) {
         Trace(ERROR_LEVEL, L"Could not open file LastError=%ld", cecore::GetLastError());
+        cecore::NoteReason(cecore::GetLastError(), "replay file %S did not open", i_pwszPath);
         return 0;
     }
     const cecore::CUniqueHandle l_hFile(l_hOpened);
@@ -217,8 +244,14 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
         return 0;
     }
     std::unique_ptr<char[]> l_pcText;
-    if (static_cast<int64_t>(l_ulSize) + 5 <= GetMemoryLimit()) {
-        l_pcText.reset(new (std::nothrow) char[static_cast<size_t>(l_ulSize) + 5]);
+    const int32_t l_lLimit = GetMemoryLimit();
+    if (static_cast<int64_t>(l_ulSize) + k_ulSpareBytes > l_lLimit) {
+        // The next line tells neither the reason nor the figures.
+        Trace(ERROR_LEVEL, L"Simu file refused: %u bytes, limit %d", l_ulSize, l_lLimit);
+        cecore::NoteReason(0, "replay file %S: %u bytes are more than %d, the limit by free memory",
+                           i_pwszPath, l_ulSize, l_lLimit);
+    } else {
+        l_pcText.reset(new (std::nothrow) char[static_cast<size_t>(l_ulSize) + k_ulSpareBytes]);
         if (l_pcText == nullptr) {
             ::SetLastError(cecore::ERROR_NOT_ENOUGH_MEMORY);
         }
@@ -232,47 +265,38 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
         Trace(ERROR_LEVEL, L"Error while readind simu file: LastError=%ld", cecore::GetLastError());
         return 0;
     }
-    const char* l_pcNumber = l_pcText.get();
-    const char* const l_pcEnd = l_pcNumber + l_ulRead;
-    uint32_t l_ulPosition = 0;
-    const size_t l_aulSizes[] = {io_vdColumn0.size(), io_vdChannel0.size(), io_vdChannel1.size(),
-                                 io_vdChannel2.size()};
+    // By the number's place in a row: the second column is channel 1, the third channel 0.
+    std::vector<double>* const l_apvdColumns[] = {&io_vdColumn0, &io_vdChannel1, &io_vdChannel0,
+                                                  &io_vdChannel2};
+    constexpr size_t l_ulNbColumns = std::size(l_apvdColumns);
+    size_t l_aulBefore[l_ulNbColumns];
+    std::ranges::transform(l_apvdColumns, l_aulBefore, [](const auto* c) { return c->size(); });
+    const std::string_view l_strText(l_pcText.get(), l_ulRead);
     try {
-        for (const char* l_pc = l_pcNumber; l_pc != l_pcEnd; ++l_ulPosition) {
-            while (l_pc != l_pcEnd && IsNumberByte(*l_pc)) {
-                ++l_pc;
-            }
-            if (l_pc == l_pcEnd) {
-                // No separator behind it: the number may have been cut short, and does not count.
-                break;
-            }
-            const double l_dNumber =
-                TextToDouble({l_pcNumber, static_cast<size_t>(l_pc - l_pcNumber)});
-            switch (l_ulPosition % 4) {
-            case 0:
-                io_vdColumn0.push_back(l_dNumber);
-                break;
-            case 1:
-                io_vdChannel1.push_back(l_dNumber * k_dScale);
-                break;
-            case 2:
-                io_vdChannel0.push_back(l_dNumber * k_dScale);
-                break;
-            default:
-                io_vdChannel2.push_back(k_lMeasure - (l_dNumber * k_dScale) * l_dScale);
-                break;
-            }
-            while (l_pc != l_pcEnd && !IsNumberByte(*l_pc)) {
-                ++l_pc;
-            }
-            l_pcNumber = l_pc;
+        // Room for all at once: columns that grow are copied, and touch twice the memory.
+        size_t l_ulNumbers = 0;
+        ForEachNumber(l_strText, [&](std::string_view) { ++l_ulNumbers; });
+        for (size_t i = 0; i < l_ulNbColumns; ++i) {
+            l_apvdColumns[i]->reserve(l_aulBefore[i] +
+                                      (l_ulNumbers + l_ulNbColumns - 1 - i) / l_ulNbColumns);
         }
+        size_t l_ulColumn = 0;
+        ForEachNumber(l_strText, [&](std::string_view i_strNumber) {
+            double l_dNumber = TextToDouble(i_strNumber);
+            if (l_ulColumn != 0) {
+                l_dNumber *= k_dScale;
+            }
+            if (l_ulColumn == l_ulNbColumns - 1) {
+                l_dNumber = k_lMeasure - l_dNumber * l_dScale;
+            }
+            l_apvdColumns[l_ulColumn]->push_back(l_dNumber);
+            l_ulColumn = (l_ulColumn + 1) % l_ulNbColumns;
+        });
     } catch (const std::bad_alloc&) {
         // Half a file is none: the next upload tries again.
-        io_vdColumn0.resize(l_aulSizes[0]);
-        io_vdChannel0.resize(l_aulSizes[1]);
-        io_vdChannel1.resize(l_aulSizes[2]);
-        io_vdChannel2.resize(l_aulSizes[3]);
+        for (size_t i = 0; i < l_ulNbColumns; ++i) {
+            l_apvdColumns[i]->resize(l_aulBefore[i]);
+        }
         Trace(ERROR_LEVEL, L"Error allocation: LastError=%ld", cecore::ERROR_NOT_ENOUGH_MEMORY);
         return 0;
     }

@@ -57,8 +57,20 @@ public:
     static int32_t GetMemoryLimit();
 
 private:
-    S_RESULT GetSimuUpload(uint32_t i_ulNbReturnByte, char* o_pcRawData,
-                           int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData);
+    /** One command that is known. */
+    struct S_SIMULATED
+    {
+        uint8_t ucCmdeID;
+        bool bAccepted;              /**< by a send; a fetch answers either way */
+        uint32_t ulNbReturnByte = 0; /**< what an accepted send announces */
+        bool bRewinds = false;       /**< a send starts the replay over */
+        /** Fills the outputs; null: the answer carries nothing. */
+        void (CIntMeasDriverSimu::*pfnAnswer)(S_EXCHANGE& io_Exchange) = nullptr;
+    };
+
+    static std::span<const S_SIMULATED> Commands();
+    void AnswerMeasure(S_EXCHANGE& io_Exchange);
+    void GetSimuUpload(S_EXCHANGE& io_Exchange);
     /** Writes the next samples of all channels behind the counts. */
     void DeliverBlock(int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData);
 

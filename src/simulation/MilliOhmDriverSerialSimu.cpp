@@ -9,14 +9,20 @@ constexpr int32_t k_lMeasure = 3333;
 constexpr uint32_t k_ulMeasureTime = 2000;
 constexpr char k_szVersion[] = "Version Simule";
 
-/** A buffer that is missing or too small; nothing is allocated here, whatever the line says. */
-void RefuseBuffer(S_RESULT& o_Result)
-{
-    o_Result.ulStatus = 1;
-    Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerialSimu::GetResult> ERROR Allocation");
-}
-
 } // namespace
+
+std::span<const C_MilliOhmDriverSerialSimu::S_SIMULATED> C_MilliOhmDriverSerialSimu::Commands()
+{
+    static constexpr S_SIMULATED s_aCommands[] = {
+        {COMMAND_MICROOHM_MEASURE,
+         {INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::SendCommand>"},
+         &AnswerMeasure},
+        {COMMAND_VERSION,
+         {INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::SendCommand> OK"},
+         &AnswerVersion},
+    };
+    return s_aCommands;
+}
 
 S_RESULT C_MilliOhmDriverSerialSimu::CreateDriverInstance()
 {
@@ -55,19 +61,13 @@ S_RESULT C_MilliOhmDriverSerialSimu::SendCommand(S_SEND_STRUCT* i_pCmde,
     }
     *o_pusCmdeID = i_pCmde->CmdeID;
     Trace(INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::SendCommand> cmde=%02X", i_pCmde->CmdeID);
-    switch (i_pCmde->CmdeID) {
-    case COMMAND_MICROOHM_MEASURE:
-        FillReceive(o_pReceiveStruct, 0, k_ulRawResultSize);
-        Trace(INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::SendCommand>");
-        break;
-    case COMMAND_VERSION:
-        FillReceive(o_pReceiveStruct, 0, k_ulRawResultSize);
-        Trace(INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::SendCommand> OK");
-        break;
-    default:
+    const S_SIMULATED* l_pCommand = FindCommand(Commands(), i_pCmde->CmdeID);
+    if (l_pCommand == nullptr) {
         l_Result.ulStatus = 1;
         Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerialSimu::SendCommand> ERROR unknown cmde");
-        break;
+    } else {
+        FillReceive(o_pReceiveStruct, 0, k_ulRawResultSize);
+        l_pCommand->Sent.Emit();
     }
     return l_Result;
 }
@@ -75,7 +75,7 @@ S_RESULT C_MilliOhmDriverSerialSimu::SendCommand(S_SEND_STRUCT* i_pCmde,
 S_RESULT C_MilliOhmDriverSerialSimu::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
                                                int32_t* o_plProcessedDataSize,
                                                int32_t* o_plProcessedData, uint32_t,
-                                               const S_DATA* i_pFrame, const uint16_t* i_pusCmdeID,
+                                               S_DATA* i_pFrame, uint16_t* i_pusCmdeID,
                                                S_DATA* o_pAnswer, uint8_t)
 {
     if (o_plProcessedDataSize != nullptr) {
@@ -88,30 +88,40 @@ S_RESULT C_MilliOhmDriverSerialSimu::GetResult(uint32_t i_ulNbReturnByte, char* 
         Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerialSimu::GetResult> ERROR:  NULL");
         return l_Result;
     }
-    switch (*i_pusCmdeID) {
-    case COMMAND_MICROOHM_MEASURE:
-        cecore::Sleep(k_ulMeasureTime);
-        if (o_plProcessedData == nullptr || o_plProcessedDataSize == nullptr) {
-            RefuseBuffer(l_Result);
-        } else {
-            o_plProcessedData[0] = k_lMeasure;
-            *o_plProcessedDataSize = 1;
-        }
-        break;
-    case COMMAND_VERSION:
-        if (i_ulNbReturnByte < sizeof(k_szVersion) || o_pcRawData == nullptr) {
-            RefuseBuffer(l_Result);
-        } else {
-            std::memcpy(o_pcRawData, k_szVersion, sizeof(k_szVersion));
-            Trace(INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::GetResult> OK");
-        }
-        break;
-    default:
+    const S_SIMULATED* l_pCommand = FindCommand(Commands(), *i_pusCmdeID);
+    if (l_pCommand == nullptr) {
         l_Result.ulStatus = 1;
         Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerialSimu::GetResult> ERROR unknown command");
-        break;
+    } else if (!l_pCommand->pfnAnswer({.ulRoom = i_ulNbReturnByte,
+                                       .pcRawData = o_pcRawData,
+                                       .plProcessedDataSize = o_plProcessedDataSize,
+                                       .plProcessedData = o_plProcessedData})) {
+        // Nothing is allocated here, whatever the line says.
+        l_Result.ulStatus = 1;
+        Trace(ERROR_LEVEL, L"C_MilliOhmDriverSerialSimu::GetResult> ERROR Allocation");
     }
     return l_Result;
+}
+
+bool C_MilliOhmDriverSerialSimu::AnswerMeasure(const S_EXCHANGE& i_Exchange)
+{
+    cecore::Sleep(k_ulMeasureTime);
+    if (i_Exchange.plProcessedData == nullptr || i_Exchange.plProcessedDataSize == nullptr) {
+        return false;
+    }
+    *i_Exchange.plProcessedData = k_lMeasure;
+    *i_Exchange.plProcessedDataSize = 1;
+    return true;
+}
+
+bool C_MilliOhmDriverSerialSimu::AnswerVersion(const S_EXCHANGE& i_Exchange)
+{
+    if (i_Exchange.ulRoom < sizeof(k_szVersion) || i_Exchange.pcRawData == nullptr) {
+        return false;
+    }
+    std::memcpy(i_Exchange.pcRawData, k_szVersion, sizeof(k_szVersion));
+    Trace(INFO_LEVEL, L"C_MilliOhmDriverSerialSimu::GetResult> OK");
+    return true;
 }
 
 } // namespace tornval

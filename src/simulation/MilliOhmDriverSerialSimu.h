@@ -21,9 +21,22 @@ public:
                          const void* i_pcData, uint16_t* o_pusCmdeID, S_DATA* io_pFrame,
                          uint32_t* o_pulStatus, uint8_t i_ucCanal) override;
     S_RESULT GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData, int32_t* o_plProcessedDataSize,
-                       int32_t* o_plProcessedData, uint32_t i_ulTimeout, const S_DATA* i_pFrame,
-                       const uint16_t* i_pusCmdeID, S_DATA* o_pAnswer,
-                       uint8_t i_bCompensation) override;
+                       int32_t* o_plProcessedData, uint32_t i_ulTimeout, S_DATA* i_pFrame,
+                       uint16_t* i_pusCmdeID, S_DATA* o_pAnswer, uint8_t i_bCompensation) override;
+
+private:
+    /** One command that is answered: what a send says, and what a fetch delivers. */
+    struct S_SIMULATED
+    {
+        uint8_t ucCmdeID;
+        S_TRACE_TEXT<> Sent;
+        /** @return false if a buffer is missing or too small. */
+        bool (*pfnAnswer)(const S_EXCHANGE& i_Exchange);
+    };
+
+    static std::span<const S_SIMULATED> Commands();
+    static bool AnswerMeasure(const S_EXCHANGE& i_Exchange);
+    static bool AnswerVersion(const S_EXCHANGE& i_Exchange);
 };
 
 } // namespace tornval

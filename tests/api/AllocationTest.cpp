@@ -30,9 +30,16 @@ namespace {
 /** A board whose link is part of the test, so that nothing but the driver is counted. */
 class CQuietBoard : public tornval::CIntMeasDriverSerial
 {
-protected:
-    bool DeviceIo(uint32_t i_ulCode, const void* i_pIn, uint32_t, void* o_pOut, uint32_t,
-                  uint32_t* o_pulReturned) override
+public:
+    CQuietBoard()
+    {
+        m_Kind.Transport.pfnControl = static_cast<tornval::PFN_CONTROL>(&CQuietBoard::Answer);
+        m_pKind = &m_Kind;
+    }
+
+private:
+    bool Answer(uint32_t i_ulCode, const void* i_pIn, uint32_t, void* o_pOut, uint32_t,
+                uint32_t* o_pulReturned)
     {
         auto* l_pucOut = static_cast<uint8_t*>(o_pOut);
         if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
@@ -45,6 +52,8 @@ protected:
         *o_pulReturned = 30;
         return true;
     }
+
+    tornval::S_WIRE_KIND m_Kind = *m_pKind;
 };
 
 } // namespace

@@ -71,7 +71,7 @@ TEST(RealDrivers, TraceEveryStepOfABoardMeasure)
     LoadMeasDrivers(0x10);
     tornval::ResetTraceLog();
     int32_t l_lValue = 0;
-    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), Done(BOARD, RESULT));
     EXPECT_EQ(l_lValue, 3002);
     // 500 bytes of the frame; the head tells enough here.
     constexpr size_t k_ulDump = 1500, k_ulHead = size_t{3} * 17;
@@ -106,11 +106,11 @@ TEST(RealDrivers, TraceEveryStepOfALoadAMeasureAndAClose)
     LoadMeasDrivers(0x01);
     int32_t l_alValues[3];
     EXPECT_EQ(GetAllMicroOhmMeasure(&l_alValues[0], &l_alValues[1], &l_alValues[2]),
-              (S_RESULT{4, 5, 0, 0, 0}));
+              Done(MODULE, RESULT));
     EXPECT_TRUE(l_alValues[0] == 123456 && l_alValues[1] == -2345 && l_alValues[2] == 67);
-    EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
-    EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
-    EXPECT_EQ(GetMicroOhmMeasure(l_alValues), (S_RESULT{4, 2, 6, 0, 1}));
+    EXPECT_EQ(ResetMeasBoard(5001), Done(MODULE, CLOSE));
+    EXPECT_EQ(ResetMeasBoard(5001), Done(MODULE, CLOSE));
+    EXPECT_EQ(GetMicroOhmMeasure(l_alValues), Failed(MODULE, SEND, {.ulError = 6}));
     EXPECT_EQ(
         std::regex_replace(l_Instrument.m_Home.MaskedTrace(), std::regex("CRouter::.*\n"), ""),
         R"(C_MilliOhmDriverSerial::CreateDriverInstance> START [INFO_LEVEL]
@@ -149,14 +149,14 @@ TEST(RealDrivers, LoadWithoutTheirLink)
 {
     // A link that does not open leaves the module loaded; the board fails at its first exchange.
     const CInstrument l_Instrument(k_pszLog, "no-open=5", "no-open=5");
-    EXPECT_EQ(LoadMeasDrivers(0x11), (S_RESULT{0, 6, 0, 0, 1}));
+    EXPECT_EQ(LoadMeasDrivers(0x11), Failed(ROUTER, LOAD));
     S_DRIVER_INFO l_aInfo[2]{};
     uint32_t l_ulCount = 0;
     EnumMeasDrivers(l_aInfo, 2, &l_ulCount);
     EXPECT_EQ(l_ulCount, 1U);
     EXPECT_EQ(l_aInfo[0].ulDriverID, 5001U);
     int32_t l_lValue = 7;
-    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 2, 6, 0, 1}));
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), Failed(MODULE, SEND, {.ulError = 6}));
     EXPECT_EQ(l_lValue, 0);
     // The link may be there at the next load.
     setenv("TORNVAL_EMULATOR_BOARD", "", 1);
@@ -172,7 +172,7 @@ TEST(RealDrivers, RefuseALinkThatLacksAnEntryPoint)
 {
     const std::string l_strLink = TORNVAL_LINKS "/test/lacking_RS_Close_Ex.so";
     const CTestHome l_Home("[IM]\nDRIVER_NAME=" + l_strLink + "\n" + k_pszLog);
-    EXPECT_EQ(LoadMeasDrivers(0x11), (S_RESULT{0, 6, 0, 0, 1}));
+    EXPECT_EQ(LoadMeasDrivers(0x11), Failed(ROUTER, LOAD));
     const std::string l_strTrace = l_Home.Read("log_tornval.txt");
     for (const std::string& l_strLine :
          {std::string("CSerialDriver::LoadDriver GetProcAddress: (last error: 127)"),
@@ -260,13 +260,13 @@ TEST(RealDrivers, ReportEachFaultOfEachOperationAndWorkAfterIt)
         EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), l_Record) << l_pszFault;
     }
     l_Instrument.Dial("board", "compressed-size=65535*1");
-    EXPECT_EQ(Exchange(l_ulBoard, 211, &l_lSize), (S_RESULT{3, 5, 0, 0, 1}));
-    EXPECT_EQ(CurrentGeneratorBurst(1), (S_RESULT{3, 2, 0, 0, 1}));
+    EXPECT_EQ(Exchange(l_ulBoard, 211, &l_lSize), Failed(BOARD, RESULT));
+    EXPECT_EQ(CurrentGeneratorBurst(1), Failed(BOARD, SEND));
     for (const uint8_t l_ucRefused : std::initializer_list<uint8_t>{0, 3, 207, 216, 255}) {
-        EXPECT_EQ(Exchange(l_ulBoard, l_ucRefused), (S_RESULT{3, 2, 0, 0, 1}));
+        EXPECT_EQ(Exchange(l_ulBoard, l_ucRefused), Failed(BOARD, SEND));
     }
-    EXPECT_EQ(Exchange(l_ulBoard, 215), (S_RESULT{3, 5, 0, 0, 0}));
-    EXPECT_EQ(Exchange(l_ulModule, 0xA0), (S_RESULT{4, 2, 0, 0, 1}));
+    EXPECT_EQ(Exchange(l_ulBoard, 215), Done(BOARD, RESULT));
+    EXPECT_EQ(Exchange(l_ulModule, 0xA0), Failed(MODULE, SEND));
     for (const auto& [l_ulID, l_ulType, l_pszName] :
          {std::tuple(l_ulBoard, 3U, "board"), std::tuple(l_ulModule, 4U, "milliohm")}) {
         l_Instrument.Dial(l_pszName, "close-fails=31*1");
@@ -318,9 +318,9 @@ TEST(RealDrivers, WriteACalibrationThatTheNextLoadSees)
     ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
     uint32_t l_aulIndex[] = {3, 12};
     double l_adA[] = {12345.9, 1e30}, l_adB[] = {-77.9, -1e30};
-    EXPECT_EQ(SetMBCalibration(nullptr, l_adA, l_adB, 2), (S_RESULT{3, 0, 0, 0, 1}));
-    EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 0), (S_RESULT{3, 0, 0, 0, 1}));
-    EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 2), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(SetMBCalibration(nullptr, l_adA, l_adB, 2), Failed(BOARD, NO_STEP));
+    EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 0), Failed(BOARD, NO_STEP));
+    EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 2), Done(BOARD, RESULT));
     EXPECT_EQ(l_Instrument.m_Home.Read("pins"), "162 0\n162 1\n");
     double l_adReadA[13], l_adReadB[13];
     EXPECT_EQ(GetMBCalibrationCoeff(l_adReadA, l_adReadB, 13), 1U);
@@ -331,6 +331,16 @@ TEST(RealDrivers, WriteACalibrationThatTheNextLoadSees)
     EXPECT_EQ(l_adReadB[3], -77.0);
     EXPECT_EQ(l_adReadA[12], 2147483647.0);
     EXPECT_EQ(l_adReadB[12], -2147483648.0);
+    // The program is not there; or none is named, and then no call of the system failed.
+    for (const auto& [l_pszProgram, l_ulError] :
+         {std::pair("\\hd00\\no-such-program", 2U), std::pair("", 0U)}) {
+        l_Instrument.m_Home.Write("TornvalC63.ini",
+                                  std::string(k_pszLink) + "SET_RESET_EXEC=" + l_pszProgram + "\n");
+        ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
+        ::SetLastError(77);
+        EXPECT_EQ(SetMBCalibration(l_aulIndex, l_adA, l_adB, 1),
+                  Failed(BOARD, RESULT, {.ulError = l_ulError}));
+    }
     // An input that the board does not have: the firmware refuses, and no reset follows.
     l_aulIndex[0] = 13;
     const S_RESULT l_Refused = SetMBCalibration(l_aulIndex, l_adA, l_adB, 1);
@@ -394,7 +404,7 @@ TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)
     for (int i = 0; i < 100; ++i) {
         l_vThreads.emplace_back([] {
             int32_t l_lValue = 7;
-            EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), (S_RESULT{3, 5, 0, 0, 1}));
+            EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), Failed(BOARD, RESULT));
             EXPECT_EQ(l_lValue, 7);
         });
     }
@@ -405,6 +415,6 @@ TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)
     EXPECT_EQ(cecore::GetOpenHandleCount(), l_ulHandles);
     EXPECT_EQ(l_fnThreads(), l_lThreads);
     int32_t l_lValue = 0;
-    EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), Done(BOARD, RESULT));
     EXPECT_EQ(l_lValue, 2001);
 }

@@ -4,6 +4,8 @@
  */
 #pragma once
 
+#include <atomic>
+#include <mutex>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,6 +27,7 @@ public:
     using CIntMeasDriver::m_ppVoieData;
     using CIntMeasDriver::m_pulVoies;
     using CIntMeasDriver::m_ucBurst;
+    using CIntMeasDriver::m_ulCmdeStatus;
     using CIntMeasDriver::m_ulNbChannel;
     using CIntMeasDriver::m_ulTimeout;
     using CIntMeasDriver::s_dCoefA;
@@ -40,10 +43,14 @@ public:
                    uint32_t i_ulOutSize, uint32_t* o_pulReturned) override
     {
         if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
+            ++ulSends;
+            const std::lock_guard l_Lock(Stuck);
             const auto* l_pucIn = static_cast<const uint8_t*>(i_pIn);
             vFrame.assign(l_pucIn, l_pucIn + i_ulInSize);
             vCmdes.push_back(vFrame[RS_FRAME_CMDE_OFFSET]);
-            wire::WriteLe32(static_cast<uint8_t*>(o_pOut), ulStatusWord);
+            if (bSucceeds) {
+                wire::WriteLe32(static_cast<uint8_t*>(o_pOut), ulStatusWord);
+            }
             if (bSignal) {
                 ::SetEvent(wire::ReadLe32(l_pucIn + RS_BLOCK_EVENT_OFFSET));
             }
@@ -71,6 +78,8 @@ public:
     std::vector<uint8_t> vCmdes; // IDs of all commands
     uint32_t ulStatusWord = 0, ulReturned = 0, ulLastError = 0, ulOpens = 0, ulRefusedOpens = 0;
     bool bSignal = true, bSucceeds = true;
+    std::mutex Stuck; // held by a test: sends do not come back
+    std::atomic<uint32_t> ulSends{0};
 };
 
 /** Puts a device where the driver finds it: the registry says unit 7 of the device "DEV". */
@@ -91,7 +100,7 @@ struct S_BENCH
     explicit S_BENCH(const std::string& i_strMore = "") : Home(k_pszBoardSection + i_strMore)
     {
         PutDevice(pDevice);
-        EXPECT_EQ(Board.CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
+        EXPECT_EQ(Board.CreateDriverInstance(), Done(BOARD, NO_STEP));
     }
     tornval::CMeasDriver& Driver() { return Board; }
 

@@ -1,6 +1,7 @@
 // The board driver over a device file: initialisation, measures, uploads, failures.
 
 #include <chrono>
+#include <future>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -36,17 +37,17 @@ TEST(DirectBoard, InitialisesOnceAndMeasures)
 {
     S_BENCH l_Bench("CALIBRATION=1\n");
     l_Bench.pDevice->Answer(Bytes(200), 193);
-    EXPECT_EQ(l_Bench.Driver().Init(), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_Bench.Driver().Init(), Done(BOARD, RESULT));
     EXPECT_TRUE(l_Bench.Driver().IsInitialised());
     EXPECT_EQ(l_Bench.pDevice->vCmdes, (Bytes{210, 0, 208}));
     // The family has its coefficients: nothing goes to the board any more.
     EXPECT_EQ(l_Bench.Driver().Init(), (S_RESULT{}));
-    EXPECT_EQ(l_Bench.Board.InitIMB(), (S_RESULT{3, 3, 0, 0, 0}));
+    EXPECT_EQ(l_Bench.Board.InitIMB(), Done(BOARD, INIT));
     EXPECT_EQ(l_Bench.Driver().SetMBCalibration(nullptr, nullptr, nullptr, 0),
-              (S_RESULT{3, 0, 0, 0, 0}));
+              Done(BOARD, NO_STEP));
     EXPECT_EQ(l_Bench.pDevice->vCmdes.size(), 3U);
 
-    EXPECT_EQ(l_Bench.Driver().CurrentGeneratorBurst(0x1FE), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_Bench.Driver().CurrentGeneratorBurst(0x1FE), Done(BOARD, RESULT));
     EXPECT_EQ(l_Bench.pDevice->vFrame[RS_FRAME_CANAL_OFFSET], 3);
     EXPECT_EQ(l_Bench.pDevice->vFrame[RS_FRAME_DATA_OFFSET], 0xFE);
     l_Bench.pDevice->Answer({2, 0, 0, 0, 0x39, 0x30, 0, 0}, 30);
@@ -55,7 +56,7 @@ TEST(DirectBoard, InitialisesOnceAndMeasures)
          {std::pair<uint8_t, int32_t>{0, 12345}, {1, 24689}}) { // truncated
         int32_t l_lValue = 0;
         EXPECT_EQ(l_Bench.Driver().GetInstantMeasure(&l_lValue, 2, l_ucCompensation, 0),
-                  (S_RESULT{3, 5, 0, 0, 0}));
+                  Done(BOARD, RESULT));
         EXPECT_EQ(l_lValue, l_lExpected);
     }
     EXPECT_EQ(l_Bench.pDevice->vEcho, (Bytes{212, 0}));
@@ -145,7 +146,7 @@ TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
     l_Bench.Board.m_pulVoies[1] = 13;
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 1U);
     l_Bench.Board.m_pulVoies[1] = 0;
-    l_Bench.Board.m_ppVoieData[0].reset();
+    l_Bench.Board.m_ppVoieData[0] = cecore::CZeroed<int32_t>();
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 0U);
     EXPECT_TRUE(s_vlData[0] == 2 && s_vlData[1] == 1 && s_vlData[2] == 1);
     EXPECT_EQ(s_vlData[3], 1); // the first channel adds nothing, the second follows at once
@@ -158,11 +159,11 @@ TEST(DirectBoard, FetchesOnlyWhatWasAnswered)
 {
     S_BENCH l_Bench;
     l_Bench.pDevice->Answer(Bytes(200), 193);
-    EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 0}));
+    EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data(), nullptr, nullptr), Done(BOARD, RESULT));
     EXPECT_EQ(COpenBoard::already_init, 1);
     for (const uint32_t l_ulTooFew : {192U, 11U, 0U}) {
         l_Bench.pDevice->ulReturned = l_ulTooFew;
-        EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data()), (S_RESULT{3, 5, 0, 0, 1}));
+        EXPECT_EQ(l_Bench.Fetch(208, s_vRaw.data()), Failed(BOARD, RESULT));
     }
     l_Bench.pDevice->ulReturned = 192;
     for (const uint8_t l_ucPlain : std::initializer_list<uint8_t>{0, 209, 210, 213, 214}) {
@@ -171,18 +172,98 @@ TEST(DirectBoard, FetchesOnlyWhatWasAnswered)
     EXPECT_EQ(l_Bench.Fetch(212, s_vRaw.data(), nullptr, nullptr).ulStatus, 1U);
     // A null raw buffer consumes the signal, so the next fetch finds none (the wait is cut short by
     // closing the event).
-    EXPECT_EQ(l_Bench.Fetch(210, nullptr, nullptr, nullptr), (S_RESULT{3, 5, 0, 0, 1}));
+    EXPECT_EQ(l_Bench.Fetch(210, nullptr, nullptr, nullptr), Failed(BOARD, RESULT));
     std::thread l_Closer([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         cecore::CloseHandle(l_Bench.Board.m_hSync);
     });
     EXPECT_EQ(l_Bench.Driver().GetResult(1, s_vRaw.data(), nullptr, nullptr, 0xFFFFFFFF, 1),
-              (S_RESULT{3, 5, 0, 0, 1}));
+              Failed(BOARD, RESULT));
     l_Closer.join();
     l_Bench.Board.m_hSync = 0;
-    std::memset(l_Bench.Board.m_Frame.aucBytes + 65544, 0, 4);
+    std::memset(l_Bench.Board.m_Frame->aucBytes + 65544, 0, 4);
     EXPECT_EQ(l_Bench.Driver().GetResult(1, s_vRaw.data(), nullptr, nullptr, 0, 1),
-              (S_RESULT{3, 5, 0, 0, 1}));
+              Failed(BOARD, RESULT));
+}
+
+TEST(DirectBoard, GivesAWaitUpWhileAnotherSendIsStuck)
+{
+    S_BENCH l_Bench;
+    l_Bench.pDevice->bSignal = false;
+    EXPECT_EQ(l_Bench.Send(210), Done(BOARD, SEND));
+    std::unique_lock l_Stuck(l_Bench.pDevice->Stuck);
+    std::thread l_Sender([&] { EXPECT_EQ(l_Bench.Send(209), Done(BOARD, SEND)); });
+    while (l_Bench.pDevice->ulSends < 2) {
+        std::this_thread::yield();
+    }
+    std::future<S_RESULT> l_Fetched = std::async(std::launch::async, [&] {
+        return l_Bench.Driver().GetResult(1, s_vRaw.data(), nullptr, nullptr, 0, 1);
+    });
+    // The wait is cut short by closing the event.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    cecore::CloseHandle(l_Bench.Board.m_hSync);
+    EXPECT_EQ(l_Fetched.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+    l_Stuck.unlock();
+    l_Sender.join();
+    EXPECT_EQ(l_Fetched.get(), Failed(BOARD, RESULT));
+    l_Bench.Board.m_hSync = 0;
+}
+
+TEST(DirectBoard, FindsTheAnswerOfAnAcceptedSendBehindARefusedOne)
+{
+    S_BENCH l_Bench;
+    l_Bench.pDevice->Answer({}, 22);
+    const auto l_fnFetch = [&] {
+        return l_Bench.Driver().GetResult(1, s_vRaw.data(), nullptr, nullptr, 0, 1);
+    };
+    for (const bool l_bCallFails : {false, true}) {
+        EXPECT_EQ(l_Bench.Send(210), Done(BOARD, SEND));
+        l_Bench.pDevice->bSignal = false;
+        l_Bench.pDevice->bSucceeds = !l_bCallFails;
+        l_Bench.pDevice->ulStatusWord = 9;
+        EXPECT_EQ(l_Bench.Send(210).ulStatus, 1U);
+        l_Bench.pDevice->bSignal = l_Bench.pDevice->bSucceeds = true;
+        l_Bench.pDevice->ulStatusWord = 0;
+        EXPECT_EQ(l_fnFetch(), Done(BOARD, RESULT));
+    }
+}
+
+TEST(SignalBook, TakesAwayOnlyWhatAGivenUpWaitLeft)
+{
+    const cecore::CUniqueHandle l_hEvent(cecore::CreateEventW(false, false));
+    const auto l_fnIsSet = [&] {
+        return cecore::WaitForSingleObject(l_hEvent.Get(), 0) == cecore::WAIT_OBJECT_0;
+    };
+    CSignalBook l_Book;
+    // Nothing was given up: what is there belongs to the command that was accepted.
+    l_Book.BeforeSend(l_hEvent.Get());
+    ::SetEvent(l_hEvent.Get());
+    l_Book.SendRefused(l_Book.BeforeSend(l_hEvent.Get()));
+    EXPECT_TRUE(l_fnIsSet());
+    l_Book.Signalled();
+    // Given up, answered late: the next send takes it away, a refused one before it as well.
+    l_Book.BeforeSend(l_hEvent.Get());
+    l_Book.GivenUp();
+    ::SetEvent(l_hEvent.Get());
+    l_Book.SendRefused(l_Book.BeforeSend(l_hEvent.Get()));
+    EXPECT_FALSE(l_fnIsSet());
+    // Answered only after the next send, whose wait it ends: the signal of that one is now late, and
+    // is taken away before the third.
+    l_Book.BeforeSend(l_hEvent.Get());
+    l_Book.GivenUp();
+    l_Book.BeforeSend(l_hEvent.Get());
+    l_Book.Signalled();
+    ::SetEvent(l_hEvent.Get());
+    l_Book.BeforeSend(l_hEvent.Get());
+    EXPECT_FALSE(l_fnIsSet());
+    l_Book.Signalled();
+    // Given up, then fetched after all: there is nothing left to take away.
+    l_Book.BeforeSend(l_hEvent.Get());
+    l_Book.GivenUp();
+    l_Book.Signalled();
+    ::SetEvent(l_hEvent.Get());
+    l_Book.BeforeSend(l_hEvent.Get());
+    EXPECT_TRUE(l_fnIsSet());
 }
 
 TEST(DirectBoard, WaitsTenSecondsForItsDevice)
@@ -192,13 +273,13 @@ TEST(DirectBoard, WaitsTenSecondsForItsDevice)
     l_pDevice->ulRefusedOpens = 1;
     PutDevice(l_pDevice);
     COpenBoard l_Board, l_Other;
-    EXPECT_EQ(l_Board.CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(l_Board.CreateDriverInstance(), Done(BOARD, NO_STEP));
     EXPECT_EQ(l_pDevice->ulOpens, 2U);
     cecore::UnregisterDevice(L"DEV7:");
     const auto l_Start = std::chrono::steady_clock::now();
-    EXPECT_EQ(l_Other.CreateDriverInstance(), (S_RESULT{3, 0, 2, 0, 1}));
+    EXPECT_EQ(l_Other.CreateDriverInstance(), Failed(BOARD, NO_STEP, {.ulError = 2}));
     EXPECT_GE(std::chrono::steady_clock::now() - l_Start, std::chrono::seconds(9));
-    EXPECT_EQ(l_Other.InitIMB(), (S_RESULT{3, 3, 0, 0, 1}));
+    EXPECT_EQ(l_Other.InitIMB(), Failed(BOARD, INIT));
 }
 
 TEST(DirectBoard, KeepsItsDefaultsWithoutAFile)
@@ -212,7 +293,8 @@ TEST(DirectBoard, KeepsItsDefaultsWithoutAFile)
     EXPECT_EQ(l_Board.m_ulNbChannel, 0U);
     EXPECT_EQ(l_Board.m_ulTimeout, 10U);
     S_DATA l_Frame;
-    l_Board.PrepareCommandeInit(0, 24, 208, 0, &l_Frame);
+    S_SEND_STRUCT l_Cmde = MakeCommand(ACQUSITION_INIT, 0, 24);
+    l_Board.PrepareCommandeInit({.pCmde = &l_Cmde, .pFrame = &l_Frame});
     EXPECT_EQ(Bytes(l_Frame.aucBytes + 12, l_Frame.aucBytes + 22),
               (Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF}));
 }

@@ -11,8 +11,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-const S_RESULT k_Sent{3, 2, 0, 0, 0};
-const S_RESULT k_Refused{3, 2, 0, 0, 1};
+constexpr S_RESULT k_Sent = Done(BOARD, SEND);
+constexpr S_RESULT k_Refused = Failed(BOARD, SEND);
 
 } // namespace
 
@@ -106,7 +106,7 @@ TEST(Frame, HoldsTheLargestSizeAndRefusesMore)
         l_Bench.pDevice->vFrame.clear();
         EXPECT_EQ(l_Bench.Send(211, 0, l_ulSize, l_vPayload.data()), k_Refused) << l_ulSize;
         EXPECT_TRUE(l_Bench.pDevice->vFrame.empty());
-        EXPECT_EQ(wire::ReadLe32(l_Bench.Board.m_Frame.aucBytes + 65544), l_ulEvent);
+        EXPECT_EQ(wire::ReadLe32(l_Bench.Board.m_Frame->aucBytes + 65544), l_ulEvent);
     }
     for (const uint32_t l_ulSize : {0U, 1U, 3U}) {
         EXPECT_EQ(l_Bench.Send(211, 0, l_ulSize, l_vPayload.data()), k_Sent) << l_ulSize;
@@ -117,19 +117,22 @@ TEST(Frame, TellsWhatTheDeviceSaid)
 {
     S_BENCH l_Bench;
     l_Bench.pDevice->ulStatusWord = 0x12345678;
-    EXPECT_EQ(l_Bench.Send(210), (S_RESULT{3, 7, 0, 0x12345678, 1}));
+    EXPECT_EQ(l_Bench.Send(210), Failed(BOARD, REFUSED, {.ulFirmware = 0x12345678}));
     EXPECT_EQ(wire::ReadLe32(reinterpret_cast<const uint8_t*>(&l_Bench.Receive)), 0x56785678U);
     l_Bench.pDevice->ulStatusWord = 0;
     l_Bench.pDevice->bSucceeds = false;
     l_Bench.pDevice->ulLastError = 31;
-    EXPECT_EQ(l_Bench.Send(210), (S_RESULT{3, 2, 31, 0, 1}));
+    l_Bench.Board.m_ulCmdeStatus = 0x1234ABCD;
+    EXPECT_EQ(l_Bench.Send(210), Failed(BOARD, SEND, {.ulError = 31}));
     EXPECT_EQ(GetNbReturnByte(l_Bench.Receive), 65544U);
+    // A call that failed leaves the word as it stood.
+    EXPECT_EQ(wire::ReadLe32(reinterpret_cast<const uint8_t*>(&l_Bench.Receive)), 0xABCDABCDU);
     // No record, nowhere to write, no device.
     CMeasDriver& l_Driver = l_Bench.Board;
     EXPECT_EQ(l_Driver.SendCommand(nullptr, &l_Bench.Receive, nullptr, 0), k_Refused);
     S_SEND_STRUCT l_Cmde = MakeCommand(210, 0, 4);
     EXPECT_EQ(l_Driver.SendCommand(&l_Cmde, nullptr, nullptr, 0), k_Refused);
-    EXPECT_EQ(l_Driver.Close(), (S_RESULT{3, 4, 0, 0, 0}));
-    EXPECT_EQ(l_Driver.Close(), (S_RESULT{3, 4, 0, 0, 1}));
+    EXPECT_EQ(l_Driver.Close(), Done(BOARD, CLOSE));
+    EXPECT_EQ(l_Driver.Close(), Failed(BOARD, CLOSE));
     EXPECT_EQ(l_Driver.SendCommand(&l_Cmde, &l_Bench.Receive, nullptr, 0), k_Refused);
 }

@@ -168,7 +168,7 @@ TEST(SerialDrivers, MissNothingInTenThousandExchanges)
     std::thread l_First(l_fnBoard, 2), l_Second(l_fnBoard, 9);
     for (int i = 0; i < 3000; ++i) {
         int32_t l_lValue = 0;
-        ASSERT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 5, 0, 0, 0}));
+        ASSERT_EQ(GetMicroOhmMeasure(&l_lValue), Done(MODULE, RESULT));
         ASSERT_EQ(l_lValue, 123456);
     }
     l_First.join();
@@ -271,17 +271,17 @@ TEST(SerialDrivers, WorkAgainWhenAKilledInstrumentIsBack)
     l_oProgram->End(SIGKILL);
     // Down: a command fails at once, with error 21 at the send.
     int32_t l_lValue = 0;
-    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 2, 21, 0, 1}));
-    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), (S_RESULT{3, 2, 21, 0, 1}));
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), Failed(MODULE, SEND, {.ulError = 21}));
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), Failed(BOARD, SEND, {.ulError = 21}));
     l_oProgram.emplace(l_vstrArguments);
     EXPECT_TRUE(l_oProgram->Line().starts_with("board: "));
     EXPECT_TRUE(l_oProgram->Line().starts_with("milliohm: "));
-    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 5, 0, 0, 0}));
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), Done(MODULE, RESULT));
     EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), k_Good);
     EXPECT_EQ(l_lValue, Converter(2));
     l_Upload.join();
     // A new instrument wants its acquisition set up; then it goes on as if nothing had been.
-    EXPECT_EQ(l_Host.Exchange(211), (S_RESULT{3, 5, 0, 1005, 1}));
+    EXPECT_EQ(l_Host.Exchange(211), Failed(BOARD, RESULT, {.ulFirmware = 1005}));
     EXPECT_EQ(l_Host.Exchange(208), k_Good);
     EXPECT_EQ(l_Host.Exchange(211), k_Good);
     EXPECT_EQ(l_Host.m_vlData[0], l_lRows);
@@ -291,7 +291,7 @@ TEST(SerialDrivers, WorkAgainWhenAKilledInstrumentIsBack)
          i < 1000 && l_Host.Exchange(209).ulStatus == 0 && l_Host.Exchange(211).ulFwStatus != 1005;
          ++i) {
     }
-    EXPECT_EQ(l_Host.Exchange(211), (S_RESULT{3, 5, 0, 1005, 1}));
+    EXPECT_EQ(l_Host.Exchange(211), Failed(BOARD, RESULT, {.ulFirmware = 1005}));
     EXPECT_EQ(l_oProgram->End(SIGTERM), 0);
     EXPECT_NE(l_oProgram->ErrorLine().find("milliohm: in 1, out 1, bad CRC 0"), std::string::npos);
 }
@@ -355,7 +355,7 @@ TEST(SerialDrivers, NeverTakeTheAnswerOfAnother)
                            "\nPORT_2=/dev/no-such-port\n");
     LoadMeasDrivers(0x11);
     const uint64_t l_ullBefore = l_Far.BoardEnd.Counters().In.ullFrames;
-    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), (S_RESULT{4, 2, 6, 0, 1}));
+    EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), Failed(MODULE, SEND, {.ulError = 6}));
     EXPECT_EQ(GetInstantMeasure(&l_lValue, 2), k_Good);
     EXPECT_EQ(l_Far.BoardEnd.Counters().In.ullFrames, l_ullBefore + 1);
     LoadMeasDrivers(0);

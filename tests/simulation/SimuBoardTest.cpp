@@ -17,6 +17,7 @@ using namespace tornval;
 namespace {
 
 constexpr int32_t k_lUntouched = 424242;
+constexpr const char* k_pszNoBuffer = "Error allocation: LastError=0 [ERROR_LEVEL]";
 
 /** A simulated board over a data file, and what its uploads deliver. */
 class CReplay
@@ -157,10 +158,16 @@ TEST(SimuBoard, RefusesAFileThatItCannotHold)
         {"data.txt",
          {32, 91, 0, 1000000},
          {"Out of memory (<91% memory Load) [ERROR_LEVEL]",
-          "Error allocation: LastError=0 [ERROR_LEVEL]"}},
-        {"data.txt", {32, 10, 0, 1000000}, {"Error allocation: LastError=0 [ERROR_LEVEL]"}},
-        {"data.txt", {32, 5, 0, 1000000}, {"Error allocation: LastError=0 [ERROR_LEVEL]"}},
-        {"data.txt", {32, 50, 0, 40}, {"Error allocation: LastError=0 [ERROR_LEVEL]"}},
+          "Simu file refused: 12 bytes, limit 0 [ERROR_LEVEL]", k_pszNoBuffer}},
+        {"data.txt",
+         {32, 10, 0, 1000000},
+         {"Simu file refused: 12 bytes, limit 0 [ERROR_LEVEL]", k_pszNoBuffer}},
+        {"data.txt",
+         {32, 5, 0, 1000000},
+         {"Simu file refused: 12 bytes, limit -50000 [ERROR_LEVEL]", k_pszNoBuffer}},
+        {"data.txt",
+         {32, 50, 0, 40},
+         {"Simu file refused: 12 bytes, limit 16 [ERROR_LEVEL]", k_pszNoBuffer}},
         {"data.txt", {32, 50, 0, 100}, {}},
     };
     for (const auto& l_Case : l_aCases) {
@@ -168,7 +175,7 @@ TEST(SimuBoard, RefusesAFileThatItCannotHold)
         CReplay l_Replay("0 1.5 2.5 3\n", "", l_Case.pszFile);
         cecore::OverrideMemoryStatus(&l_Case.Memory);
         ::SetLastError(0);
-        EXPECT_EQ(l_Replay.Upload(), (S_RESULT{3, 5, 0, 0, 0}));
+        EXPECT_EQ(l_Replay.Upload(), Done(BOARD, RESULT));
         EXPECT_EQ(l_Replay.m_lSize, l_Case.vstrLines.empty() ? 900 : 0);
         EXPECT_EQ(l_Replay.m_Home.TraceLines(), l_Case.vstrLines);
     }
@@ -195,8 +202,8 @@ TEST(SimuBoard, FindsNoRowInAHugeFileOfNothing)
 TEST(SimuBoard, AnswersItsCommandsAndNoOthers)
 {
     CReplay l_Replay(Rows(5));
-    EXPECT_EQ(l_Replay.Driver().CreateDriverInstance(), (S_RESULT{3, 0, 0, 0, 0}));
-    EXPECT_EQ(l_Replay.Fetch(l_Replay.m_acRaw), (S_RESULT{3, 5, 0, 0, 1}));
+    EXPECT_EQ(l_Replay.Driver().CreateDriverInstance(), Done(BOARD, NO_STEP));
+    EXPECT_EQ(l_Replay.Fetch(l_Replay.m_acRaw), Failed(BOARD, RESULT));
     EXPECT_EQ(l_Replay.Driver().GetDriverID(), 4000U);
     const std::string l_strSent = "\x03\xD1\xD2\xD3\xD4\xD5\xD6";
     const std::string l_strFetched = l_strSent + "\xD0";
@@ -221,7 +228,7 @@ TEST(SimuBoard, AnswersItsCommandsAndNoOthers)
     // A null record changes nothing: the last good command is still fetched.
     EXPECT_EQ(l_Replay.Send(213).ulStatus, 0U);
     EXPECT_EQ(l_Replay.Driver().SendCommand(nullptr, &l_Replay.m_Receive, nullptr, 0),
-              (S_RESULT{3, 2, 0, 0, 1}));
+              Failed(BOARD, SEND));
     EXPECT_EQ(l_Replay.Fetch(l_Replay.m_acRaw).ulStatus, 0U);
     EXPECT_EQ(l_Replay.Fetch(nullptr).ulStatus, 1U);
     EXPECT_EQ(PowerOfTen(-3), 0.0010000000000000002);
@@ -235,7 +242,7 @@ TEST(SimuMilliOhm, AnswersItsTwoCommands)
     SetTraceLog(std::make_unique<CTraceLogFile>("\\hd00\\log_tornval.txt", 0x1111));
     C_MilliOhmDriverSerialSimu l_Module;
     CMeasDriver& l_Driver = l_Module;
-    EXPECT_EQ(l_Driver.CreateDriverInstance(), (S_RESULT{4, 0, 0, 0, 0}));
+    EXPECT_EQ(l_Driver.CreateDriverInstance(), Done(MODULE, NO_STEP));
     EXPECT_EQ(l_Driver.Init(), (S_RESULT{}));
     S_RECEIVE_STRUCT l_Receive{};
     char l_acText[16] = "###############";
@@ -248,9 +255,9 @@ TEST(SimuMilliOhm, AnswersItsTwoCommands)
     const auto l_fnFetch = [&](uint32_t i_ulSize, char* o_pcText) {
         return l_Driver.GetResult(i_ulSize, o_pcText, &l_lSize, l_alData, 0, 1);
     };
-    EXPECT_EQ(l_fnSend(COMMAND_VERSION), (S_RESULT{4, 2, 0, 0, 0}));
+    EXPECT_EQ(l_fnSend(COMMAND_VERSION), Done(MODULE, SEND));
     EXPECT_EQ(GetNbReturnByte(l_Receive), 65544U);
-    EXPECT_EQ(l_fnFetch(14, l_acText), (S_RESULT{4, 5, 0, 0, 1}));
+    EXPECT_EQ(l_fnFetch(14, l_acText), Failed(MODULE, RESULT));
     EXPECT_EQ(l_acText[0], '#');
     // The steps of an exchange, up to its failure.
     EXPECT_EQ(l_Home.TraceLines(),
@@ -262,15 +269,15 @@ TEST(SimuMilliOhm, AnswersItsTwoCommands)
                   "CIntMeasDriver::GetResult (general)> [INFO_LEVEL]",
                   "C_MilliOhmDriverSerialSimu::GetResult> [INFO_LEVEL]",
                   "C_MilliOhmDriverSerialSimu::GetResult> ERROR Allocation [ERROR_LEVEL]"}));
-    EXPECT_EQ(l_fnFetch(15, l_acText), (S_RESULT{4, 5, 0, 0, 0}));
+    EXPECT_EQ(l_fnFetch(15, l_acText), Done(MODULE, RESULT));
     EXPECT_STREQ(l_acText, "Version Simule");
     EXPECT_EQ(l_fnFetch(15, nullptr).ulStatus, 1U);
     EXPECT_EQ(l_fnSend(COMMAND_MICROOHM_MEASURE).ulStatus, 0U);
-    EXPECT_EQ(l_fnFetch(0, nullptr), (S_RESULT{4, 5, 0, 0, 0}));
+    EXPECT_EQ(l_fnFetch(0, nullptr), Done(MODULE, RESULT));
     EXPECT_TRUE(l_lSize == 1 && l_alData[0] == 3333 && l_alData[1] == 2);
-    EXPECT_EQ(l_fnSend(0xA0), (S_RESULT{4, 2, 0, 0, 1}));
+    EXPECT_EQ(l_fnSend(0xA0), Failed(MODULE, SEND));
     EXPECT_EQ(GetNbReturnByte(l_Receive), 0U);
-    EXPECT_EQ(l_Driver.Close(), (S_RESULT{4, 4, 0, 0, 0}));
+    EXPECT_EQ(l_Driver.Close(), Done(MODULE, CLOSE));
     EXPECT_EQ(l_Home.TraceLines().back(),
               "CIntMeasDriverSerial::Close> OK init not be done [INFO_LEVEL]");
 }
