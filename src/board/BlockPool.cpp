@@ -10,7 +10,8 @@ namespace tornval {
 void CBlocks::Clean() const
 {
     uint8_t* l_pucFrame = Frame().aucBytes;
-    const uint32_t l_ulFilled = wire::ReadLe16(l_pucFrame + RS_FRAME_SIZE_OFFSET) + k_ulFrameHeadSize;
+    const uint32_t l_ulFilled =
+        wire::ReadLe16(l_pucFrame + RS_FRAME_SIZE_OFFSET) + k_ulFrameHeadSize;
     std::memset(l_pucFrame, 0, std::min<uint32_t>(l_ulFilled, RS_BLOCK_EVENT_OFFSET));
     wire::WriteLe32(l_pucFrame + RS_BLOCK_EVENT_OFFSET, 0);
 }

@@ -36,12 +36,14 @@ void CIntMeasDriver::ReadConfigurationAs(EConfiguration i_eForm)
             return;
         }
     }
-    try {
-        CConfigFile l_Config;
-        if (LoadModuleConfiguration(l_Config)) {
-            ReadKeys(l_Config, i_eForm);
-        }
-    } catch (const std::bad_alloc&) {
+    CConfigFile l_Config;
+    const uint32_t l_ulError = ReadModuleConfiguration(l_Config);
+    if (l_ulError == cecore::ERROR_SUCCESS) {
+        ReadKeys(l_Config, i_eForm);
+    } else {
+        NoteConfigurationReason(l_ulError);
+    }
+    if (l_ulError == cecore::ERROR_NOT_ENOUGH_MEMORY) {
         UseFixedValues(i_eForm);
     }
     AllocateVoieData();

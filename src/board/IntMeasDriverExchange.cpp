@@ -235,8 +235,8 @@ bool CIntMeasDriver::WaitForAnswer(const S_EXCHANGE& i_Exchange)
 {
     const cecore::Handle l_hEvent = EventOf(*i_Exchange.pFrame);
     const uint32_t l_ulWait = AnswerWait(i_Exchange.ulTimeout);
-    const bool l_bSignalled = l_hEvent != 0 && cecore::WaitForSingleObject(l_hEvent, l_ulWait) ==
-                                                   cecore::WAIT_OBJECT_0;
+    const bool l_bSignalled =
+        l_hEvent != 0 && cecore::WaitForSingleObject(l_hEvent, l_ulWait) == cecore::WAIT_OBJECT_0;
     if (l_hEvent == m_hSync) {
         l_bSignalled ? m_Signals.Signalled() : m_Signals.GivenUp();
     }
@@ -264,9 +264,9 @@ void CIntMeasDriver::FetchAnswer(S_EXCHANGE& io_Exchange)
     l_Texts.FetchBefore.Emit(l_ulBefore);
     uint8_t l_aucEcho[2];
     wire::WriteLe16(l_aucEcho, io_Exchange.usCmdeID);
-    const bool l_bFetched = (this->*m_pKind->Transport.pfnControl)(
-        IOCTL_RS_GET_RESULT, l_aucEcho, sizeof(l_aucEcho), l_pucAnswer, RS_BLOCK_SIZE,
-        &l_ulDelivered);
+    const bool l_bFetched =
+        (this->*m_pKind->Transport.pfnControl)(IOCTL_RS_GET_RESULT, l_aucEcho, sizeof(l_aucEcho),
+                                               l_pucAnswer, RS_BLOCK_SIZE, &l_ulDelivered);
     const uint32_t l_ulLastError = cecore::GetLastError();
     const uint32_t l_ulAfter = TicksToTrace();
     l_Texts.FetchAfter.Emit(l_ulAfter, l_ulAfter - l_ulBefore);
@@ -357,10 +357,9 @@ S_RESULT CIntMeasDriver::RunBlocking(S_EXCHANGE& io_Exchange)
         const CDriverLock l_Lock(*this);
         m_lVoieMesure = io_Exchange.olVoie.value_or(m_lVoieMesure);
         m_ucBurst = io_Exchange.oucBurst.value_or(m_ucBurst);
-        l_Result =
-            SendCommand(io_Exchange.pCmde, io_Exchange.pReceive, io_Exchange.pcData,
-                        io_Exchange.pusEcho, io_Exchange.pFrame, io_Exchange.pulStatus,
-                        io_Exchange.ucCanal);
+        l_Result = SendCommand(io_Exchange.pCmde, io_Exchange.pReceive, io_Exchange.pcData,
+                               io_Exchange.pusEcho, io_Exchange.pFrame, io_Exchange.pulStatus,
+                               io_Exchange.ucCanal);
     }
     if (l_Result.ulStatus == 0) {
         l_Result = GetResult(GetNbReturnByte(l_Receive), io_Exchange.pcRawData,
