@@ -3,10 +3,8 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <map>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 extern char** environ;
@@ -14,29 +12,6 @@ extern char** environ;
 namespace host {
 
 namespace {
-
-/** Our environment with some entries replaced. */
-std::vector<std::string> MergeEnvironment(const std::vector<std::string>& i_vReplaced)
-{
-    std::map<std::string, std::string> l_mapEntries;
-    const auto l_Put = [&](const std::string& i_strEntry) {
-        const size_t l_uName = std::min(i_strEntry.find('='), i_strEntry.size());
-        l_mapEntries[i_strEntry.substr(0, l_uName)] = i_strEntry;
-    };
-    for (char** l_ppszEntry = environ; l_ppszEntry != nullptr && *l_ppszEntry != nullptr;
-         ++l_ppszEntry) {
-        l_Put(*l_ppszEntry);
-    }
-    for (const std::string& l_strEntry : i_vReplaced) {
-        l_Put(l_strEntry);
-    }
-    std::vector<std::string> l_vMerged;
-    l_vMerged.reserve(l_mapEntries.size());
-    for (auto& [l_strName, l_strEntry] : l_mapEntries) {
-        l_vMerged.push_back(std::move(l_strEntry));
-    }
-    return l_vMerged;
-}
 
 /** The pointer table that the system wants; it points into the given texts. */
 std::vector<char*> Pointers(std::vector<std::string>& io_vTexts)
@@ -84,8 +59,7 @@ CChild::~CChild()
     Finish();
 }
 
-int CChild::Start(const std::vector<std::string>& i_vArguments,
-                  const std::vector<std::string>& i_vEnvironment, bool i_bQuiet)
+int CChild::Start(const std::vector<std::string>& i_vArguments, bool i_bQuiet)
 {
     Finish();
     int l_alPipe[2] = {-1, -1};
@@ -99,10 +73,9 @@ int CChild::Start(const std::vector<std::string>& i_vArguments,
         posix_spawn_file_actions_adddup2(&l_Settings.Actions, STDOUT_FILENO, STDERR_FILENO);
     }
     std::vector<std::string> l_vArguments = i_vArguments;
-    std::vector<std::string> l_vEnvironment = MergeEnvironment(i_vEnvironment);
-    const int l_lError = posix_spawnp(&m_Pid, l_vArguments.front().c_str(), &l_Settings.Actions,
-                                      &l_Settings.Attributes, Pointers(l_vArguments).data(),
-                                      Pointers(l_vEnvironment).data());
+    const int l_lError =
+        posix_spawnp(&m_Pid, l_vArguments.front().c_str(), &l_Settings.Actions,
+                     &l_Settings.Attributes, Pointers(l_vArguments).data(), environ);
     close(l_alPipe[0]);
     m_lInput = l_alPipe[1];
     if (l_lError != 0) {
@@ -134,24 +107,8 @@ int CChild::Finish()
     int l_lStatus = 0;
     while (waitpid(m_Pid, &l_lStatus, 0) < 0 && errno == EINTR) {
     }
-    return Collect(l_lStatus);
-}
-
-int CChild::Finish(std::chrono::milliseconds i_Limit)
-{
-    CloseInput();
-    const auto l_End = std::chrono::steady_clock::now() + i_Limit;
-    while (m_Pid > 0 && std::chrono::steady_clock::now() < l_End) {
-        int l_lStatus = 0;
-        if (waitpid(m_Pid, &l_lStatus, WNOHANG) == m_Pid) {
-            return Collect(l_lStatus);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    if (m_Pid > 0) {
-        kill(m_Pid, SIGKILL);
-    }
-    return Finish();
+    m_Pid = -1;
+    return WIFEXITED(l_lStatus) ? WEXITSTATUS(l_lStatus) : 128 + WTERMSIG(l_lStatus);
 }
 
 void CChild::CloseInput()
@@ -160,12 +117,6 @@ void CChild::CloseInput()
         close(m_lInput);
         m_lInput = -1;
     }
-}
-
-int CChild::Collect(int i_lStatus)
-{
-    m_Pid = -1;
-    return WIFEXITED(i_lStatus) ? WEXITSTATUS(i_lStatus) : 128 + WTERMSIG(i_lStatus);
 }
 
 } // namespace host

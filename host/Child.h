@@ -1,11 +1,9 @@
 /**
  * @file Child.h
- * @brief A program run beside this one: the progress bar, the plotter, a second copy of this host.
+ * @brief A program run beside this one: the progress bar, the plotter.
  */
-#ifndef HOST_CHILD_H
-#define HOST_CHILD_H
+#pragma once
 
-#include <chrono>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -29,13 +27,11 @@ public:
     /**
      * Starts a program.
      *
-     * @param i_vArguments   its name, looked up in PATH, and its arguments.
-     * @param i_vEnvironment entries NAME=value that replace those of our own environment.
-     * @param i_bQuiet       drops its standard error too.
+     * @param i_vArguments its name, looked up in PATH, and its arguments.
+     * @param i_bQuiet     drops its standard error too.
      * @return 0, or the errno of the failed start.
      */
-    int Start(const std::vector<std::string>& i_vArguments,
-              const std::vector<std::string>& i_vEnvironment = {}, bool i_bQuiet = false);
+    int Start(const std::vector<std::string>& i_vArguments, bool i_bQuiet = false);
 
     /** Writes to the child's standard input. @return false once it no longer reads. */
     bool Write(std::string_view i_strBytes);
@@ -44,20 +40,14 @@ public:
      *  it, or -1 if there is no child. */
     int Finish();
 
-    /** As Finish(), but ends a child that still runs after the given time. */
-    int Finish(std::chrono::milliseconds i_Limit);
-
     /** Whether a child was started and not yet waited for. */
     bool IsRunning() const { return m_Pid > 0; }
 
 private:
     void CloseInput();
-    int Collect(int i_lStatus);
 
     pid_t m_Pid = -1;
     int m_lInput = -1;
 };
 
 } // namespace host
-
-#endif // HOST_CHILD_H

@@ -3,8 +3,7 @@
  * @brief Where the configuration file of the library lies, and what it says, so that a failed load
  *        can be explained. Reading it for measuring is the library's own affair.
  */
-#ifndef HOST_CONFIGURATION_H
-#define HOST_CONFIGURATION_H
+#pragma once
 
 #include <filesystem>
 #include <optional>
@@ -34,5 +33,3 @@ std::optional<std::string> FindKey(std::string_view i_strText, std::string_view 
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& i_Path);
 
 } // namespace host
-
-#endif // HOST_CONFIGURATION_H

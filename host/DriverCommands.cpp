@@ -1,5 +1,5 @@
 /** tornval drivers, init, reset: what is loaded, why something is not, opening and closing. */
-#include "LoadProbe.h"
+#include "Configuration.h"
 #include "Program.h"
 
 #include <array>
@@ -12,7 +12,6 @@ struct S_DRIVER_OPTIONS
 {
     std::optional<uint32_t> ulDriver;
     bool bForce = false;
-    bool bCheck = false;
 };
 
 std::string Row(const std::string& i_strID, const std::string& i_strLink,
@@ -40,59 +39,19 @@ void PrintDrivers(CProgram& io_Program, const std::vector<S_DRIVER>& i_vDrivers)
     io_Program.Document()["drivers"] = l_List;
 }
 
-/** Tells what the second load met. @return whether a driver did not come up in it. */
-bool PrintReport(CProgram& io_Program, const S_LOAD_REPORT& i_Report)
+void RunDrivers(CProgram& io_Program)
 {
-    bool l_bMissing = !i_Report.strGeneral.empty();
-    nlohmann::json l_List = nlohmann::json::array();
-    if (!i_Report.strGeneral.empty()) {
-        CProgram::Note(i_Report.strGeneral);
+    const CSession l_Session(io_Program.Options());
+    PrintDrivers(io_Program, l_Session.Drivers());
+    io_Program.Document()["configuration"] = (HomeFolder() / k_pszConfigName).string();
+    if (l_Session.LoadResult().ulStatus != 0) {
+        throw S_FAILURE{k_lExitNoDriver, "not all drivers came up", l_Session.LoadResult()};
     }
-    for (const S_DRIVER_LOAD& l_Load : i_Report.vDrivers) {
-        l_List.push_back({{"link_type", l_Load.strLinkType},
-                          {"up", l_Load.bUp},
-                          {"reasons", l_Load.vReasons},
-                          {"trace", l_Load.vLines}});
-        if (l_Load.bUp && l_Load.vLines.empty()) {
-            continue;
-        }
-        l_bMissing = l_bMissing || !l_Load.bUp;
-        CProgram::Note("the " + LinkTypeInWords(l_Load.strLinkType) + " (" + l_Load.strLinkType +
-                       (l_Load.bUp ? ") came up, but:" : ") did not come up:"));
-        for (const std::string& l_strReason : l_Load.vReasons) {
-            std::fprintf(stderr, "  - %s\n", l_strReason.c_str());
-        }
-        for (const std::string& l_strLine : l_Load.vLines) {
-            std::fprintf(stderr, "    trace: %s\n", l_strLine.c_str());
-        }
+    std::vector<std::string> l_vUp;
+    for (const S_DRIVER& l_Driver : l_Session.Drivers()) {
+        l_vUp.push_back(l_Driver.strLinkType);
     }
-    CProgram::Note("configuration: " + i_Report.Configuration.string());
-    io_Program.Document()["load"] = l_List;
-    io_Program.Document()["configuration"] = i_Report.Configuration.string();
-    return l_bMissing;
-}
-
-void RunDrivers(CProgram& io_Program, const S_DRIVER_OPTIONS& i_Options)
-{
-    S_RESULT l_Load{};
-    {
-        const CSession l_Session(io_Program.Options());
-        l_Load = l_Session.LoadResult();
-        PrintDrivers(io_Program, l_Session.Drivers());
-    }
-    if (l_Load.ulStatus == 0 && !i_Options.bCheck) {
-        return;
-    }
-    // The links must be free for the second load.
-    LoadMeasDrivers(0);
-    const bool l_bMissing = PrintReport(
-        io_Program, ExamineLoad(io_Program.Options().lMask, io_Program.Options().bProgress));
-    if (l_Load.ulStatus != 0) {
-        throw S_FAILURE{k_lExitNoDriver,
-                        l_bMissing ? "not all drivers came up"
-                                   : "not all drivers came up, though a second try met no failure",
-                        l_Load};
-    }
+    io_Program.TellReasons(ReasonsThatRemain(l_vUp));
 }
 
 /** Runs one operation on the chosen drivers and reports each record. */
@@ -119,8 +78,7 @@ void RunOnDrivers(CProgram& io_Program, const std::optional<uint32_t>& i_ID, con
         throw S_FAILURE(*l_Failure);
     }
     if (l_List.empty()) {
-        throw S_FAILURE{k_lExitNoDriver, "no driver is loaded. \"tornval drivers\" tells why",
-                        l_Session.LoadResult()};
+        throw S_FAILURE{k_lExitNoDriver, "no driver is loaded", l_Session.LoadResult()};
     }
 }
 
@@ -129,11 +87,9 @@ void RunOnDrivers(CProgram& io_Program, const std::optional<uint32_t>& i_ID, con
 void AddDriverCommands(CLI::App& io_App, CProgram& io_Program)
 {
     auto l_pOptions = std::make_shared<S_DRIVER_OPTIONS>();
-    io_Program
-        .AddCommand(io_App, "drivers", "Loads and lists the drivers, and says why one is missing",
-                    [=, &io_Program] { RunDrivers(io_Program, *l_pOptions); })
-        .add_flag("--check", l_pOptions->bCheck,
-                  "look at the trace of the load although all drivers came up");
+    io_Program.AddCommand(io_App, "drivers",
+                          "Loads and lists the drivers, and says why one is missing",
+                          [&io_Program] { RunDrivers(io_Program); });
 
     CLI::App& l_Init =
         io_Program.AddCommand(io_App, "init", "Initialises one driver or all", [=, &io_Program] {

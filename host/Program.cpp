@@ -1,6 +1,5 @@
 #include "Program.h"
 
-#include "LoadProbe.h"
 #include "Progress.h"
 #include "Samples.h"
 
@@ -24,7 +23,7 @@ constexpr const char* k_pszExitCodes =
     "Exit codes:\n"
     "  0  done\n"
     "  1  the command line is wrong\n"
-    "  2  a driver that is needed is not loaded (tornval drivers tells why)\n"
+    "  2  a driver that is needed is not loaded\n"
     "  3  the device, its link or its answer failed\n"
     "  4  no answer came in time\n"
     "  5  a file, the plot or standard output could not be written\n"
@@ -106,6 +105,9 @@ int CProgram::Run()
         if (i_Failure.Record) {
             m_Document["record"] = ToJson(*i_Failure.Record);
         }
+        if (i_Failure.lExitCode == k_lExitNoDriver) {
+            TellReasons(Reasons());
+        }
     };
     try {
         if (m_Options.bJson) {
@@ -148,6 +150,12 @@ void CProgram::Deliver(const std::string& i_strText)
     std::fwrite(i_strText.data(), 1, i_strText.size(), m_JsonOutput.get());
 }
 
+void CProgram::TellReasons(const std::vector<CECORE_REASON>& i_vReasons)
+{
+    m_Document["reasons"] = ReasonDocument(i_vReasons);
+    std::fputs(ReasonLines(i_vReasons).c_str(), stderr);
+}
+
 void CProgram::Note(const std::string& i_strText)
 {
     std::fprintf(stderr, "tornval: %s\n", i_strText.c_str());
@@ -159,30 +167,16 @@ CSession::CSession(const S_OPTIONS& i_Options) : m_Options(i_Options)
     m_vDrivers = ListDrivers();
 }
 
-const S_DRIVER& CSession::ByLinkType(const std::string& i_strLinkType)
+const S_DRIVER& CSession::ByLinkType(const std::string& i_strLinkType) const
 {
     for (const S_DRIVER& l_Driver : m_vDrivers) {
         if (l_Driver.strLinkType == i_strLinkType) {
             return l_Driver;
         }
     }
-    std::string l_strMessage = "the " + LinkTypeInWords(i_strLinkType) + " is not loaded";
-    if (m_LoadResult.ulStatus != 0) {
-        // The links must be free for the second load.
-        LoadMeasDrivers(0);
-        m_vDrivers.clear();
-        const S_LOAD_REPORT l_Report = ExamineLoad(m_Options.lMask, m_Options.bProgress);
-        std::string l_strReason = l_Report.strGeneral;
-        for (const S_DRIVER_LOAD& l_Load : l_Report.vDrivers) {
-            if (l_Load.strLinkType == i_strLinkType && !l_Load.vReasons.empty()) {
-                l_strReason = l_Load.vReasons.front();
-            }
-        }
-        l_strMessage += l_strReason.empty() ? "" : ": " + l_strReason;
-    } else {
-        l_strMessage += ": the mask does not ask for it";
-    }
-    throw S_FAILURE{k_lExitNoDriver, l_strMessage + ". \"tornval drivers\" tells more",
+    throw S_FAILURE{k_lExitNoDriver,
+                    "the " + LinkTypeInWords(i_strLinkType) + " is not loaded" +
+                        (m_LoadResult.ulStatus == 0 ? ": the mask does not ask for it" : ""),
                     m_LoadResult};
 }
 
@@ -198,8 +192,7 @@ const S_DRIVER& CSession::ByID(uint32_t i_ulID) const
     }
     throw S_FAILURE{k_lExitNoDriver,
                     "no driver has the ID " + std::to_string(i_ulID) +
-                        "; loaded: " + (l_strLoaded.empty() ? "none" : l_strLoaded) +
-                        ". \"tornval drivers\" tells more"};
+                        "; loaded: " + (l_strLoaded.empty() ? "none" : l_strLoaded)};
 }
 
 const S_DRIVER& CSession::ProbeByID(uint32_t i_ulID) const

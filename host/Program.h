@@ -3,9 +3,9 @@
  * @brief What all commands of tornval share: options, output, failures with their exit code, the
  *        loaded drivers, one exchange with a driver.
  */
-#ifndef HOST_PROGRAM_H
-#define HOST_PROGRAM_H
+#pragma once
 
+#include "Reasons.h"
 #include "TornvalC63.h"
 #include "Words.h"
 
@@ -73,6 +73,9 @@ public:
     /** Prints text on standard output, unless --json is on. */
     void Print(const std::string& i_strText);
 
+    /** Prints why drivers are missing, and puts it into the document. */
+    void TellReasons(const std::vector<CECORE_REASON>& i_vReasons);
+
     /** Prints a note on standard error. */
     static void Note(const std::string& i_strText);
 
@@ -108,9 +111,8 @@ public:
     /** Record of the load. */
     const S_RESULT& LoadResult() const { return m_LoadResult; }
 
-    /** The driver with a link type word, "IM" or "MO". @throws S_FAILURE telling why it is not
-     *  there. */
-    const S_DRIVER& ByLinkType(const std::string& i_strLinkType);
+    /** The driver with a link type word, "IM" or "MO". @throws S_FAILURE. */
+    const S_DRIVER& ByLinkType(const std::string& i_strLinkType) const;
 
     /** The driver with an ID. @throws S_FAILURE. */
     const S_DRIVER& ByID(uint32_t i_ulID) const;
@@ -193,5 +195,3 @@ void AddSendCommand(CLI::App& io_App, CProgram& io_Program);
 void AddProbeCommands(CLI::App& io_App, CProgram& io_Program);
 
 } // namespace host
-
-#endif // HOST_PROGRAM_H

@@ -2,8 +2,7 @@
  * @file Progress.h
  * @brief Progress on the terminal, drawn by the tool pv; and the wish to stop.
  */
-#ifndef HOST_PROGRESS_H
-#define HOST_PROGRESS_H
+#pragma once
 
 #include "Child.h"
 
@@ -49,5 +48,3 @@ int StopSignal();
 void SleepUnlessStopped(std::chrono::milliseconds i_Time);
 
 } // namespace host
-
-#endif // HOST_PROGRESS_H

@@ -151,7 +151,7 @@ void PlotCsv(const std::string& i_strCsv, size_t i_uNbChannels, const std::strin
     // It warns of things that are no fault here; only when it fails are its own words shown.
     for (const bool l_bQuiet : {true, false}) {
         CChild l_Gnuplot;
-        const int l_lError = l_Gnuplot.Start({"gnuplot", "-d", "-"}, {}, l_bQuiet);
+        const int l_lError = l_Gnuplot.Start({"gnuplot", "-d", "-"}, l_bQuiet);
         if (l_lError != 0) {
             throw S_FILE_ERROR{"gnuplot, which draws the plot, cannot be started" +
                                Reason(l_lError)};

@@ -3,8 +3,7 @@
  * @brief Samples by channel: taken out of the array that the library fills, written to a CSV file,
  *        plotted.
  */
-#ifndef HOST_SAMPLES_H
-#define HOST_SAMPLES_H
+#pragma once
 
 #include <cstdint>
 #include <cstdio>
@@ -93,5 +92,3 @@ std::string PlotScript(const std::string& i_strCsv, size_t i_uNbChannels,
                        const std::string& i_strPng, const std::string& i_strTitle);
 
 } // namespace host
-
-#endif // HOST_SAMPLES_H

@@ -2,8 +2,7 @@
  * @file Words.h
  * @brief The words of libTornvalC63Text as strings. TornvalC63Text.h says what each of them gives.
  */
-#ifndef HOST_WORDS_H
-#define HOST_WORDS_H
+#pragma once
 
 #include "TornvalC63Text.h"
 
@@ -57,5 +56,3 @@ inline std::string ExplainRecord(const S_RESULT& i_Result, const S_CALL& i_Call 
 }
 
 } // namespace host
-
-#endif // HOST_WORDS_H

@@ -2,23 +2,10 @@
  * @file main.cpp
  * @brief tornval: the library of a Tornval C63 instrument on the command line.
  */
-#include "LoadProbe.h"
 #include "Program.h"
 #include "cecore.h"
 
 #include <csignal>
-
-namespace {
-
-/** The second copy of this program that ExamineLoad() starts: loads, and leaves its trace. */
-void AddHiddenLoadCommand(CLI::App& io_App, int32_t& o_lMask)
-{
-    CLI::App* l_pCommand = io_App.add_subcommand(host::k_pszLoadCommand, "");
-    l_pCommand->group("");
-    l_pCommand->add_option("mask", o_lMask)->required();
-}
-
-} // namespace
 
 int main(int i_lArgc, char** i_ppszArgv)
 {
@@ -42,17 +29,11 @@ int main(int i_lArgc, char** i_ppszArgv)
     host::AddCalibrationCommands(l_App, l_Program);
     host::AddSendCommand(l_App, l_Program);
     host::AddProbeCommands(l_App, l_Program);
-    int32_t l_lLoadMask = 0;
-    AddHiddenLoadCommand(l_App, l_lLoadMask);
 
     try {
         l_App.parse(i_lArgc, i_ppszArgv);
     } catch (const CLI::ParseError& l_Error) {
         return l_App.exit(l_Error) == 0 ? host::k_lExitDone : host::k_lExitUsage;
-    }
-    if (l_App.got_subcommand(host::k_pszLoadCommand)) {
-        return LoadMeasDrivers(l_lLoadMask).ulStatus == 0 ? host::k_lExitDone
-                                                          : host::k_lExitNoDriver;
     }
     return l_Program.Run();
 }
