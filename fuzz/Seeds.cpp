@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "emulator/BoardFirmware.h"
+#include "emulator/Bytes.h"
+#include "emulator/MilliOhmFirmware.h"
 #include "emulator/Recording.h"
 #include "emulator/SampleEncoder.h"
 
@@ -66,15 +69,63 @@ void WriteCodes()
     }
 }
 
-void WriteConfiguration()
+/** A sealed command of board or module. */
+Bytes Command(uint8_t i_ucCmdeID, const Bytes& i_vPayload)
 {
-    const char* const l_apszTexts[] = {
-        "; comment\n[IM]\nSIMU=1\nA0 = 0.0001\nDRIVER_NAME = \"link.dll\"\n[BT]\r\nSIMU=-3\n",
-        "before any section\n[IM]\nSIMU\n=value\nDRIVER_NAME='\n[BT\n]\n[]\nA0=1e999\n",
-        "[im]\nsimu=99999999999\n[IM]\nDRIVER_NAME= ' quoted ' \nA0=+.5\n"};
-    for (const char* const& l_pszText : l_apszTexts) {
-        const std::string l_strText = l_pszText;
-        Write("config", std::to_string(&l_pszText - l_apszTexts),
+    Bytes l_vFrame(12);
+    emulator::PutNumber(l_vFrame, 2, 2, i_ucCmdeID);
+    emulator::PutNumber(l_vFrame, 4, 2, static_cast<uint32_t>(4 + i_vPayload.size()));
+    l_vFrame[9] = i_ucCmdeID;
+    l_vFrame.insert(l_vFrame.end(), i_vPayload.begin(), i_vPayload.end());
+    emulator::SealFrame(l_vFrame);
+    return l_vFrame;
+}
+
+/** What board and module answer to each command: as blocks, and as bytes of a line. */
+void WriteAnswers()
+{
+    emulator::CBoardFirmware l_Board;
+    emulator::CMilliOhmFirmware l_Module;
+    l_Board.SetRows(20);
+    // In the order in which the target Answers picks them.
+    const std::vector<std::pair<uint8_t, Bytes>> l_vCommands = {
+        {208, {1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0}},
+        {209, {}},
+        {210, {}},
+        {211, {}},
+        {212, {2, 0, 0, 0}},
+        {213, Bytes(12)},
+        {214, {}},
+        {215, {}},
+        {0xA1, {1, 0}},
+        {0xFF, {}}};
+    for (uint8_t i = 0; i < l_vCommands.size(); ++i) {
+        const auto& [l_ucCmdeID, l_vPayload] = l_vCommands[i];
+        const Bytes l_vCommand = Command(l_ucCmdeID, l_vPayload);
+        const emulator::S_REPLY l_Reply = l_ucCmdeID == 0xA1 || l_ucCmdeID == 0xFF
+                                              ? l_Module.Handle(l_vCommand)
+                                              : l_Board.Handle(l_vCommand);
+        const std::string l_strName = std::to_string(l_ucCmdeID);
+        Bytes l_vBlock(4);
+        l_vBlock.insert(l_vBlock.end(), l_Reply.vFrame.begin(), l_Reply.vFrame.end());
+        // Behind the block: the count that the link does not lie about, room for 4096 bytes.
+        for (const uint8_t l_uc : Bytes{0, 0, 0, 0, 0, 0, 16, i}) {
+            l_vBlock.push_back(l_uc);
+        }
+        Write("answers", l_strName, l_vBlock);
+        for (const auto& [l_strWhich, l_vFrame] :
+             {std::pair<std::string, Bytes>{"command", l_vCommand}, {"answer", l_Reply.vFrame}}) {
+            Bytes l_vLine{0x9F};
+            l_vLine.insert(l_vLine.end(), l_vFrame.begin(), l_vFrame.end());
+            Write("line", l_strName + "-" + l_strWhich, l_vLine);
+        }
+    }
+}
+
+void WriteTexts(const std::string& i_strTarget, const std::vector<std::string>& i_vstrTexts)
+{
+    for (const std::string& l_strText : i_vstrTexts) {
+        Write(i_strTarget, std::to_string(&l_strText - i_vstrTexts.data()),
               {l_strText.begin(), l_strText.end()});
     }
 }
@@ -90,7 +141,16 @@ int main(int i_lNbArgs, char** i_ppszArgs)
     g_Folder = i_ppszArgs[1];
     try {
         WriteCodes();
-        WriteConfiguration();
+        WriteAnswers();
+        WriteTexts(
+            "config",
+            {"; comment\n[IM]\nSIMU=1\nA0 = 0.0001\nDRIVER_NAME = \"link.dll\"\n[BT]\r\nSIMU=-3\n",
+             "before any section\n[IM]\nSIMU\n=value\nDRIVER_NAME='\n[BT\n]\n[]\nA0=1e999\n",
+             "[im]\nsimu=99999999999\n[IM]\nDRIVER_NAME= ' quoted ' \nA0=+.5\n"});
+        WriteTexts("recording",
+                   {"0\t0.013106\t-0.502676\t-0.231946\n1\t0.010697\t-0.504105\t-0.2\n", " 1 2 3 4",
+                    "1,2;3-4..5 -\n", "1e3 4 5 6 7 8 9 10 11\n"});
+        WriteTexts("formats", {"%d|%-5ld %08X", "%s %S %.3f%%", "%5.2s%0100d%"});
     } catch (const std::exception& l_Error) {
         (void)std::fprintf(stderr, "fuzz_seeds: %s\n", l_Error.what());
         return 1;
