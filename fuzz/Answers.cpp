@@ -45,7 +45,8 @@ const CFuzzedHome& Home()
         const CFuzzedHome::CPlay l_Play(s_Home, l_fnNext);
         S_DRIVER_INFO l_aInfo[8];
         uint32_t l_ulCount = 0;
-        Require(LoadMeasDrivers(0x11).ulStatus == 0 && EnumMeasDrivers(l_aInfo, 8, &l_ulCount) == 1);
+        Require(LoadMeasDrivers(0x11).ulStatus == 0 &&
+                EnumMeasDrivers(l_aInfo, 8, &l_ulCount) == 1);
         for (uint32_t i = 0; i < l_ulCount; ++i) {
             const bool l_bBoard = std::strcmp(l_aInfo[i].szLinkType, "IM") == 0;
             const bool l_bModule = std::strcmp(l_aInfo[i].szLinkType, "MO") == 0;

@@ -50,18 +50,18 @@ private:
         l_Step.bThrow = l_ucHow == 0x92;
         l_Step.bCount = l_ucHow % 32 != 2;
         if (l_ucHow % 4 == 3) {
-            m_vBytes = m_Input.ConsumeBytes<uint8_t>(m_Input.ConsumeIntegralInRange<size_t>(0, 200));
+            m_vBytes =
+                m_Input.ConsumeBytes<uint8_t>(m_Input.ConsumeIntegralInRange<size_t>(0, 200));
         } else {
             // A good answer of the board, and an accepting acknowledgement of a probe.
             static const std::vector<uint8_t> s_vGood{0, 0, 0, 0, 40, 0, 0, 0, 0, 0, 0,
-                                                      0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
+                                                      0, 0, 0, 0, 0,  1, 0, 0, 0, 0, 0};
             m_vBytes = s_vGood;
             m_vBytes.resize(200);
         }
         l_Step.pucBytes = m_vBytes.data();
         l_Step.ulSize = static_cast<uint32_t>(m_vBytes.size());
-        l_Step.ulCount =
-            l_ucHow % 64 == 5 ? m_Input.ConsumeIntegral<uint32_t>() : l_Step.ulSize;
+        l_Step.ulCount = l_ucHow % 64 == 5 ? m_Input.ConsumeIntegral<uint32_t>() : l_Step.ulSize;
         return l_Step;
     }
 
@@ -99,7 +99,8 @@ private:
         alignas(4) uint8_t l_aucRecord[13] = {};
         // A record may lie at any address.
         auto* l_pCmde = reinterpret_cast<S_SEND_STRUCT*>(l_aucRecord + 1);
-        static constexpr uint8_t k_aucCommands[] = {208, 211, 212, 213, 0xA1, 0xFF, 1, 22, 32, 33, 64};
+        static constexpr uint8_t k_aucCommands[] = {208, 211, 212, 213, 0xA1, 0xFF,
+                                                    1,   22,  32,  33,  64};
         l_pCmde->CmdeID = m_Input.ConsumeBool() ? m_Input.PickValueInArray(k_aucCommands)
                                                 : m_Input.ConsumeIntegral<uint8_t>();
         const bool l_bBoard = l_ulID >= 4000;
@@ -127,20 +128,31 @@ private:
 
     void Configure()
     {
-        static constexpr const char* k_apszLines[] = {
-            "\n",           "CHANNEL_1=12\n", "CHANNEL_2=13\n", "CHANNEL_3=-1\n", "TIMEOUT=0\n",
-            "[IM]\n",       "DRIVER_NAME=\n", "DECOMPRESS_DATA=0\n", "ACQUISITION_PERIOD=99999\n",
-            "[BT]\n",       "[USB]\n",        "PORT_NUMBER=300\n",   "LOG_CALIBRATION_COEF=1\n",
-            "CHANNEL_1=3\n", "SET_RESET_EXEC=/nowhere\n",            "TIMEOUT=4294967295\n"};
+        static constexpr const char* k_apszLines[] = {"\n",
+                                                      "CHANNEL_1=12\n",
+                                                      "CHANNEL_2=13\n",
+                                                      "CHANNEL_3=-1\n",
+                                                      "TIMEOUT=0\n",
+                                                      "[IM]\n",
+                                                      "DRIVER_NAME=\n",
+                                                      "DECOMPRESS_DATA=0\n",
+                                                      "ACQUISITION_PERIOD=99999\n",
+                                                      "[BT]\n",
+                                                      "[USB]\n",
+                                                      "PORT_NUMBER=300\n",
+                                                      "LOG_CALIBRATION_COEF=1\n",
+                                                      "CHANNEL_1=3\n",
+                                                      "SET_RESET_EXEC=/nowhere\n",
+                                                      "TIMEOUT=4294967295\n"};
         std::string l_strText;
         for (auto l_ul = m_Input.ConsumeIntegralInRange<uint32_t>(0, 6); l_ul > 0; --l_ul) {
             l_strText += m_Input.PickValueInArray(k_apszLines);
         }
         const bool l_bBefore = m_Input.ConsumeBool();
         const std::string l_strFree = m_Input.ConsumeRandomLengthString(40);
-        m_pHome->Write("TornvalC63.ini",
-                       l_bBefore ? l_strText + CFuzzedHome::Sections()
-                                 : CFuzzedHome::Sections() + l_strText + l_strFree);
+        m_pHome->Write("TornvalC63.ini", l_bBefore
+                                             ? l_strText + CFuzzedHome::Sections()
+                                             : CFuzzedHome::Sections() + l_strText + l_strFree);
     }
 
     void Call()
@@ -151,8 +163,9 @@ private:
             if (m_Input.ConsumeIntegral<uint8_t>() % 4 == 0) {
                 Configure();
             }
-            Check(LoadMeasDrivers(m_Input.ConsumeBool() ? 0x11 : m_Input.ConsumeIntegral<int32_t>()),
-                  6);
+            Check(
+                LoadMeasDrivers(m_Input.ConsumeBool() ? 0x11 : m_Input.ConsumeIntegral<int32_t>()),
+                6);
             break;
         case 1:
             EnumMeasDrivers(nullptr, m_Input.ConsumeIntegral<uint32_t>(), &l_ulCount);

@@ -64,7 +64,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
     for (const Bytes& l_vFrame : l_vWhole) {
         RequireSealed(l_vFrame);
         l_ulGood += l_vFrame.size();
-        const emulator::S_REPLY l_aReplies[] = {s_Board.Handle(l_vFrame), s_Module.Handle(l_vFrame)};
+        const emulator::S_REPLY l_aReplies[] = {s_Board.Handle(l_vFrame),
+                                                s_Module.Handle(l_vFrame)};
         for (const emulator::S_REPLY& l_Reply : l_aReplies) {
             if (l_Reply.bAnswered) {
                 RequireSealed(l_Reply.vFrame);

@@ -66,8 +66,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
     std::vector<char> l_vcRaw(l_Receive.ulNbReturnByte);
     std::vector<int32_t> l_vlData(903);
     int32_t l_lSize = -1;
-    Require(GetMeasBoardResult(l_Info.ulDriverID, l_Receive.ulNbReturnByte, l_vcRaw.data(), &l_lSize,
-                               l_vlData.data(), 0)
+    Require(GetMeasBoardResult(l_Info.ulDriverID, l_Receive.ulNbReturnByte, l_vcRaw.data(),
+                               &l_lSize, l_vlData.data(), 0)
                 .ulStatus == 0);
 
     const std::vector<double> l_vdNumbers =

@@ -24,7 +24,7 @@ PAGES = [SOURCE / name for name in ("README.md", "CONTRIBUTING.md", "emulator/RE
                                         (SOURCE / "docs").glob("*.md"))
 # Take too long, or change the machine: of these the help and the options are looked at.
 LONG = {"script/bench", "script/bootstrap", "script/build", "script/demo", "script/docs",
-        "script/format", "script/lint", "script/package", "script/ratio", "script/soak", "script/test",
+        "script/coverage", "script/format", "script/fuzz", "script/lint", "script/package", "script/ratio", "script/soak", "script/test",
         "script/test-arm", "fuzz/run"}
 # Commands that end otherwise, as their page says.
 EXIT_CODES = {"TORNVAL_HOME=build build/bin/tornval drivers": 2}
