@@ -111,18 +111,27 @@ TORNVAL_AVX2_INLINE uint64_t ClearOf(const S_BLOCK& i_Block)
     return ~(l_ulFirst | (uint64_t{l_ulSecond} << 32));
 }
 
-/** Packs the words of a block, with up to eight more of no meaning. @return how many there are. */
-TORNVAL_AVX2_INLINE size_t PackWords(const uint8_t* i_pucData, uint64_t i_ullStarts,
-                                     uint16_t* o_pusWords)
+/** Packs the words that start in eight bytes; behind them stand some without a meaning. */
+TORNVAL_AVX2_INLINE uint16_t* PackEight(const uint8_t* i_pucData, unsigned i_ulStarts,
+                                        uint16_t* o_pusWords)
 {
-    uint16_t* l_pusNext = o_pusWords;
-    for (size_t l_ul = 0; l_ul < 8; ++l_ul, i_ullStarts >>= 8) {
-        const auto l_ulMask = static_cast<unsigned>(i_ullStarts & 0xFFU);
-        StoreHalf(l_pusNext, _mm_shuffle_epi8(LoadHalf(i_pucData + 8 * l_ul),
-                                              LoadHalf(k_aWordPlaces[l_ulMask].data())));
-        l_pusNext += __builtin_popcount(l_ulMask);
+    StoreHalf(o_pusWords,
+              _mm_shuffle_epi8(LoadHalf(i_pucData), LoadHalf(k_aWordPlaces[i_ulStarts].data())));
+    return o_pusWords + __builtin_popcount(i_ulStarts);
+}
+
+/** Packs the words of a block. @return the end of them. */
+TORNVAL_AVX2_INLINE uint16_t* PackWords(const uint8_t* i_pucData, uint64_t i_ullStarts,
+                                        uint16_t* o_pusWords)
+{
+    for (size_t l_ul = 0; l_ul < k_ulMaskBytes; l_ul += 32, i_ullStarts >>= 32) {
+        const auto l_ulStarts = static_cast<uint32_t>(i_ullStarts);
+        o_pusWords = PackEight(i_pucData + l_ul, l_ulStarts & 0xFFU, o_pusWords);
+        o_pusWords = PackEight(i_pucData + l_ul + 8, (l_ulStarts >> 8) & 0xFFU, o_pusWords);
+        o_pusWords = PackEight(i_pucData + l_ul + 16, (l_ulStarts >> 16) & 0xFFU, o_pusWords);
+        o_pusWords = PackEight(i_pucData + l_ul + 24, l_ulStarts >> 24, o_pusWords);
     }
-    return static_cast<size_t>(l_pusNext - o_pusWords);
+    return o_pusWords;
 }
 
 TORNVAL_AVX2_INLINE void WidenSteps(const uint8_t* i_pucData, uint16_t* o_pusWords)
@@ -138,17 +147,23 @@ constexpr size_t k_ulReadAhead = k_ulMaskBytes + 8;
 
 TORNVAL_AVX2 size_t ReadWordsAvx2(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount)
 {
-    while (i_ulCount < k_ulPartWords && io_Rest.Size() >= k_ulReadAhead) {
-        const bool l_bInside = io_Rest.Starts.IsInside();
-        const auto l_Masks = io_Rest.Starts.Next(ClearOf(LoadBlock(io_Rest.pucData)));
+    // Kept here while vectors are stored, which might be anything of the caller's.
+    S_REST l_Rest = io_Rest;
+    uint16_t* l_pusNext = o_pusWords + i_ulCount;
+    uint16_t* const l_pusEnough = o_pusWords + k_ulPartWords;
+    while (l_pusNext < l_pusEnough && l_Rest.Size() >= k_ulReadAhead) {
+        const bool l_bInside = l_Rest.Starts.IsInside();
+        const auto l_Masks = l_Rest.Starts.Next(ClearOf(LoadBlock(l_Rest.pucData)));
         if (l_Masks.ullAbsolute == 0 && !l_bInside) {
-            WidenSteps(io_Rest.pucData, o_pusWords + i_ulCount);
-            i_ulCount += k_ulMaskBytes;
+            WidenSteps(l_Rest.pucData, l_pusNext);
+            l_pusNext += k_ulMaskBytes;
         } else {
-            i_ulCount += PackWords(io_Rest.pucData, l_Masks.ullStarts, o_pusWords + i_ulCount);
+            l_pusNext = PackWords(l_Rest.pucData, l_Masks.ullStarts, l_pusNext);
         }
-        io_Rest.pucData += k_ulMaskBytes;
+        l_Rest.pucData += k_ulMaskBytes;
     }
+    io_Rest = l_Rest;
+    i_ulCount = static_cast<size_t>(l_pusNext - o_pusWords);
     // Fewer than a block and its reach are left: at most 71 words.
     return i_ulCount < k_ulPartWords ? ReadLastWords(io_Rest, o_pusWords, i_ulCount) : i_ulCount;
 }
@@ -191,32 +206,37 @@ TORNVAL_AVX2_INLINE S_LANES Spread(const S_CHANNEL_SCALE& i_Scale)
             _mm256_set1_pd(i_Scale.dA), _mm256_set1_pd(i_Scale.dB)};
 }
 
-/** Four values, calibrated. What does not fit into 32 bits saturates; no value is not-a-number. */
-TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lanes)
-{
-    const __m256d l_Measure = _mm256_mul_pd(
-        _mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(i_Values), i_Lanes.A), i_Lanes.B),
-        _mm256_set1_pd(0.0001));
-    return _mm256_cvttpd_epi32(_mm256_min_pd(
-        _mm256_max_pd(l_Measure, _mm256_set1_pd(-2147483648.0)), _mm256_set1_pd(2147483647.0)));
-}
-
 /** How values become measures, as kinds that the loops are compiled for. */
 enum EKind
 {
-    KIND_LOW,       /**< by the coefficient of low range, no sample is of high range */
-    KIND_RANGES,    /**< by the coefficient of each one's range */
-    KIND_CALIBRATED /**< by the calibration */
+    KIND_LOW,        /**< by the coefficient of low range, no sample is of high range */
+    KIND_RANGES,     /**< by the coefficient of each one's range */
+    KIND_CALIBRATED, /**< by the calibration, which fits into 32 bits for every value */
+    KIND_SATURATED   /**< by the calibration */
 };
+
+/** Four values, calibrated; no value is not-a-number. */
+template <EKind i_eKind>
+TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lanes)
+{
+    __m256d l_Measure = _mm256_mul_pd(
+        _mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(i_Values), i_Lanes.A), i_Lanes.B),
+        _mm256_set1_pd(0.0001));
+    if constexpr (i_eKind == KIND_SATURATED) {
+        l_Measure = _mm256_min_pd(_mm256_max_pd(l_Measure, _mm256_set1_pd(-2147483648.0)),
+                                  _mm256_set1_pd(2147483647.0));
+    }
+    return _mm256_cvttpd_epi32(l_Measure);
+}
 
 /** Eight values, measured. i_IsHigh: all bits of those of high range. */
 template <EKind i_eKind>
 TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_LANES& i_Lanes)
 {
     const __m256i l_Values = _mm256_cvtepi16_epi32(i_Values);
-    if constexpr (i_eKind == KIND_CALIBRATED) {
-        return _mm256_set_m128i(CalibrateFour(High(l_Values), i_Lanes),
-                                CalibrateFour(Low(l_Values), i_Lanes));
+    if constexpr (i_eKind == KIND_CALIBRATED || i_eKind == KIND_SATURATED) {
+        return _mm256_set_m128i(CalibrateFour<i_eKind>(High(l_Values), i_Lanes),
+                                CalibrateFour<i_eKind>(Low(l_Values), i_Lanes));
     } else if constexpr (i_eKind == KIND_RANGES) {
         return _mm256_mullo_epi32(l_Values, _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High,
                                                                _mm256_cvtepi16_epi32(i_IsHigh)));
@@ -336,15 +356,19 @@ template <EKind i_eKind>
 TORNVAL_AVX2 void DecodeOnlyWords(const uint16_t* i_pusWords, size_t i_ulCount, S_ONLY& io_Only,
                                   const S_LANES& i_Lanes, int32_t* o_plMeasures)
 {
+    // Kept here while vectors are stored, which might be anything of the caller's.
+    S_ONLY l_Only = io_Only;
+    const S_LANES l_Lanes = i_Lanes;
     size_t l_ul = 0;
     for (; l_ul + 16 <= i_ulCount; l_ul += 16) {
-        DecodeSixteen<i_eKind>(Load(i_pusWords + l_ul), io_Only, i_Lanes, o_plMeasures + l_ul);
+        DecodeSixteen<i_eKind>(Load(i_pusWords + l_ul), l_Only, l_Lanes, o_plMeasures + l_ul);
     }
     if (l_ul < i_ulCount) {
         int32_t l_alLast[16];
-        DecodeSixteen<i_eKind>(Load(i_pusWords + l_ul), io_Only, i_Lanes, l_alLast);
+        DecodeSixteen<i_eKind>(Load(i_pusWords + l_ul), l_Only, l_Lanes, l_alLast);
         std::memcpy(o_plMeasures + l_ul, l_alLast, (i_ulCount - l_ul) * sizeof(int32_t));
     }
+    io_Only = l_Only;
 }
 
 /** Whether any of the words is an absolute code of high range. */
@@ -365,6 +389,7 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
     alignas(32) uint16_t l_ausWords[k_ulWordRoom];
     S_REST l_Rest{i_Stream.pucData, i_Stream.pucData + i_Stream.ulSize, {}};
     const bool l_bCalibrated = i_Stream.Scaling.bCalibrated;
+    const bool l_bFits = NeverSaturates(i_Stream.Scaling, 1);
     const S_LANES l_Lanes = Spread(i_Stream.Scaling.aChannels[0]);
     const size_t l_ulRoom = RoomOf(i_Stream);
     S_ONLY l_Only{_mm_setzero_si128(), 0};
@@ -382,8 +407,8 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
             }
             int32_t* l_plNext = o_plSamples + l_ulTotal;
             if (l_bCalibrated) {
-                DecodeSteps<KIND_CALIBRATED>(l_Block.First, l_Value, l_Lanes, l_plNext);
-                DecodeSteps<KIND_CALIBRATED>(l_Block.Second, l_Value, l_Lanes, l_plNext + 32);
+                DecodeSteps<KIND_SATURATED>(l_Block.First, l_Value, l_Lanes, l_plNext);
+                DecodeSteps<KIND_SATURATED>(l_Block.Second, l_Value, l_Lanes, l_plNext + 32);
             } else {
                 DecodeSteps<KIND_LOW>(l_Block.First, l_Value, l_Uniform, l_plNext);
                 DecodeSteps<KIND_LOW>(l_Block.Second, l_Value, l_Uniform, l_plNext + 32);
@@ -396,8 +421,10 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
         PadWords(l_ausWords + l_ulRead);
         const size_t l_ulPart = std::min(l_ulRead, l_ulRoom - l_ulTotal);
         int32_t* l_plNext = o_plSamples + l_ulTotal;
-        if (l_bCalibrated) {
+        if (l_bCalibrated && l_bFits) {
             DecodeOnlyWords<KIND_CALIBRATED>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
+        } else if (l_bCalibrated) {
+            DecodeOnlyWords<KIND_SATURATED>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
         } else if (l_Only.ulHigh == 0 && !HasHigh(l_ausWords, l_ulPart)) {
             DecodeOnlyWords<KIND_LOW>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
         } else {
@@ -565,8 +592,11 @@ TORNVAL_AVX2_INLINE void DecodeRounds(uint16_t* io_pusWords, size_t i_ulCount,
     S_ROWS l_Values;
     RunRounds<i_ulWidth>(l_ausNumbers, l_ausKeep, i_ulCount, l_ulNbChannel,
                          io_Channels.ausValues.data(), l_Values);
-    if (io_Channels.Scaling.bCalibrated) {
+    const bool l_bCalibrated = io_Channels.Scaling.bCalibrated;
+    if (l_bCalibrated && NeverSaturates(io_Channels.Scaling, io_Channels.ulNbChannel)) {
         StoreRows<i_ulWidth, KIND_CALIBRATED>(l_Values, l_Values, i_ulCount, io_Channels);
+    } else if (l_bCalibrated) {
+        StoreRows<i_ulWidth, KIND_SATURATED>(l_Values, l_Values, i_ulCount, io_Channels);
     } else if (_mm256_testz_si256(l_AnyHigh, l_AnyHigh) != 0) {
         StoreRows<i_ulWidth, KIND_LOW>(l_Values, l_Values, i_ulCount, io_Channels);
     } else {

@@ -84,7 +84,7 @@ struct S_CHANNELS
     uint32_t ulNbChannel;
     std::array<int32_t*, k_ulMaxScaledChannels> aplNext; /**< null: counted, not filled */
     alignas(32) std::array<uint16_t, 16> ausValues;
-    alignas(32) std::array<uint16_t, 16> ausRanges; /**< 0 low, 0xFFFF high */
+    alignas(32) std::array<uint16_t, 16> ausRanges; /**< as the form has them; 0: low */
 };
 
 /**
@@ -105,6 +105,9 @@ size_t DecodeInParts(const S_STREAM& i_Stream, ReadWords i_pfnRead, DecodeWords 
 
 /** The end of a stream, for every form: less than a block of words. */
 size_t ReadLastWords(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount);
+
+/** Whether every value of those channels calibrates to a number of 32 bits. */
+bool NeverSaturates(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel);
 
 size_t DecodeStreamPortable(const S_STREAM& i_Stream);
 

@@ -3,6 +3,7 @@
 #include "samples/SampleForms.h"
 
 #include <bit>
+#include <cmath>
 
 #include "wire/Bytes.h"
 
@@ -64,6 +65,30 @@ inline void Apply(uint8_t i_ucFirst, unsigned i_ulSecond, S_SAMPLE_STATE& io_Sta
         static_cast<uint8_t>((io_State.ucRange & l_Code.ucRangeKeep) | l_Code.ucRange);
 }
 
+// Up to that many absolute codes in a block are better met by surprise.
+constexpr int k_lFew = 10;
+
+/** A block whose codes are steps but for a few. The last code may end behind it. */
+inline int32_t* DecodeFew(const uint8_t* i_pucData, const uint8_t* i_pucEnd,
+                          S_SAMPLE_STATE& io_State, const int32_t (&i_alCoefs)[2],
+                          int32_t* o_plNext)
+{
+    S_SAMPLE_STATE l_State = io_State;
+    int32_t l_lCoef = i_alCoefs[l_State.ucRange];
+    while (i_pucData < i_pucEnd) {
+        const unsigned l_ulFirst = *i_pucData++;
+        if ((l_ulFirst & 0x80U) != 0) {
+            l_State.usValue = static_cast<uint16_t>(l_State.usValue + k_aCodes[l_ulFirst].usBase);
+        } else {
+            DecodeSample(l_ulFirst, i_pucData++, l_State);
+            l_lCoef = i_alCoefs[l_State.ucRange];
+        }
+        *o_plNext++ = ScaleSampleValue(l_State.usValue, l_lCoef);
+    }
+    io_State = l_State;
+    return o_plNext;
+}
+
 /** One channel, scaled by coefficients. */
 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
 {
@@ -82,13 +107,22 @@ size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
         auto [l_ullStarts, l_ullAbsolute] = l_Starts.Next(ClearOfBlock(l_pucData));
         if (l_ullAbsolute == 0 && !l_bInside) {
             const int32_t l_lCoef = l_alCoefs[l_State.ucRange];
-            uint16_t l_usValue = l_State.usValue;
-            for (size_t l_ul = 0; l_ul < k_ulMaskBytes; ++l_ul) {
-                l_usValue = static_cast<uint16_t>(l_usValue + k_aCodes[l_pucData[l_ul]].usBase);
-                l_plNext[l_ul] = ScaleSampleValue(l_usValue, l_lCoef);
+            unsigned l_ulValue = l_State.usValue;
+            const auto l_fnStep = [&](size_t i_ul) {
+                l_ulValue += k_aCodes[l_pucData[i_ul]].usBase;
+                l_plNext[i_ul] = ScaleSampleValue(static_cast<uint16_t>(l_ulValue), l_lCoef);
+            };
+            for (size_t l_ul = 0; l_ul < k_ulMaskBytes; l_ul += 4) {
+                l_fnStep(l_ul);
+                l_fnStep(l_ul + 1);
+                l_fnStep(l_ul + 2);
+                l_fnStep(l_ul + 3);
             }
             l_plNext += k_ulMaskBytes;
-            l_State.usValue = l_usValue;
+            l_State.usValue = static_cast<uint16_t>(l_ulValue);
+        } else if (std::popcount(l_ullAbsolute) <= k_lFew) {
+            l_plNext = DecodeFew(l_pucData + (l_bInside ? 1 : 0), l_pucData + k_ulMaskBytes,
+                                 l_State, l_alCoefs, l_plNext);
         } else {
             for (; l_ullStarts != 0; l_ullStarts &= l_ullStarts - 1) {
                 const uint8_t* l_pucCode = l_pucData + std::countr_zero(l_ullStarts);
@@ -138,41 +172,64 @@ template <typename Scale>
 void DecodeChannelWords(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels,
                         uint32_t i_ulChannel, Scale&& i_fnScale)
 {
+    const size_t l_ulStride = io_Channels.ulNbChannel;
     int32_t* l_plNext = io_Channels.aplNext[i_ulChannel];
-    S_SAMPLE_STATE l_State{io_Channels.ausValues[i_ulChannel],
-                           static_cast<uint8_t>(io_Channels.ausRanges[i_ulChannel] & 1U)};
-    for (size_t l_ul = i_ulChannel; l_ul < i_ulCount; l_ul += io_Channels.ulNbChannel) {
-        Apply(static_cast<uint8_t>(i_pusWords[l_ul] >> 8), i_pusWords[l_ul], l_State);
-        if (l_plNext != nullptr) {
-            *l_plNext++ = i_fnScale(l_State);
-        }
+    unsigned l_ulValue = io_Channels.ausValues[i_ulChannel];
+    unsigned l_ulRange = io_Channels.ausRanges[i_ulChannel];
+    for (size_t l_ul = i_ulChannel; l_ul < i_ulCount; l_ul += l_ulStride) {
+        const unsigned l_ulWord = i_pusWords[l_ul];
+        const S_CODE& l_Code = k_aCodes[l_ulWord >> 8];
+        l_ulValue = l_Code.usBase + (l_ulWord & l_Code.usSecond) + (l_ulValue & l_Code.usKeep);
+        l_ulRange = (l_ulRange & l_Code.ucRangeKeep) | l_Code.ucRange;
+        *l_plNext++ = i_fnScale(static_cast<uint16_t>(l_ulValue), l_ulRange);
     }
     io_Channels.aplNext[i_ulChannel] = l_plNext;
-    io_Channels.ausValues[i_ulChannel] = l_State.usValue;
-    io_Channels.ausRanges[i_ulChannel] = static_cast<uint16_t>(0U - l_State.ucRange);
+    io_Channels.ausValues[i_ulChannel] = static_cast<uint16_t>(l_ulValue);
+    io_Channels.ausRanges[i_ulChannel] = static_cast<uint16_t>(l_ulRange);
 }
 
 void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
 {
+    const bool l_bFits = NeverSaturates(io_Channels.Scaling, io_Channels.ulNbChannel);
     for (uint32_t l_ul = 0; l_ul < io_Channels.ulNbChannel; ++l_ul) {
         const S_CHANNEL_SCALE l_Scale = io_Channels.Scaling.aChannels[l_ul];
-        if (io_Channels.Scaling.bCalibrated) {
-            DecodeChannelWords(
-                io_pusWords, i_ulCount, io_Channels, l_ul, [&](const S_SAMPLE_STATE& i_State) {
-                    return TruncateToInt32(
-                        Calibrate(static_cast<int16_t>(i_State.usValue), l_Scale.dA, l_Scale.dB));
-                });
-        } else {
+        const auto l_fnDecode = [&](auto&& i_fnScale) {
+            DecodeChannelWords(io_pusWords, i_ulCount, io_Channels, l_ul, i_fnScale);
+        };
+        const auto l_fnCalibrate = [l_dA = l_Scale.dA, l_dB = l_Scale.dB](uint16_t i_usValue) {
+            return Calibrate(static_cast<int16_t>(i_usValue), l_dA, l_dB);
+        };
+        if (io_Channels.aplNext[l_ul] == nullptr) {
+            continue; // and nobody asks for its values
+        }
+        if (!io_Channels.Scaling.bCalibrated) {
             const int32_t l_alCoefs[2] = {l_Scale.lLow, l_Scale.lHigh};
-            DecodeChannelWords(
-                io_pusWords, i_ulCount, io_Channels, l_ul, [&](const S_SAMPLE_STATE& i_State) {
-                    return ScaleSampleValue(i_State.usValue, l_alCoefs[i_State.ucRange]);
-                });
+            l_fnDecode([&](uint16_t i_usValue, unsigned i_ulRange) {
+                return ScaleSampleValue(i_usValue, l_alCoefs[i_ulRange]);
+            });
+        } else if (l_bFits) {
+            l_fnDecode([&](uint16_t i_usValue, unsigned) {
+                return static_cast<int32_t>(l_fnCalibrate(i_usValue));
+            });
+        } else {
+            l_fnDecode([&](uint16_t i_usValue, unsigned) {
+                return TruncateToInt32(l_fnCalibrate(i_usValue));
+            });
         }
     }
 }
 
 } // namespace
+
+bool NeverSaturates(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel)
+{
+    return std::all_of(i_Scaling.aChannels.begin(), i_Scaling.aChannels.begin() + i_ulNbChannel,
+                       [](const S_CHANNEL_SCALE& i_Scale) {
+                           const double l_dMost =
+                               std::fabs(i_Scale.dA) * 32768.0 + std::fabs(i_Scale.dB);
+                           return l_dMost * 0.0001 < 2147483000.0;
+                       });
+}
 
 size_t ReadLastWords(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount)
 {
