@@ -1,35 +1,15 @@
 // The small pieces: decoders, CRC, parser, trace, routing.
 
-#include <random>
-
 #include <benchmark/benchmark.h>
 
 #include "TestHome.h"
 #include "TornvalC63.h"
+#include "bench/Codes.h"
 #include "board/IntMeasDriver.h"
-#include "emulator/SampleEncoder.h"
 #include "samples/SampleCode.h"
 #include "simulation/IntMeasDriverSimu.h"
 
 namespace {
-
-/** A random walk as codes: steps in that many of 100 samples, absolute codes in the others. */
-std::vector<uint8_t> MakeCodes(size_t i_ulBytes, unsigned i_ulSteps, size_t i_ulNbChannel)
-{
-    std::mt19937 l_Random(42);
-    std::vector<emulator::S_SAMPLE> l_vSamples(i_ulNbChannel);
-    while (l_vSamples.size() < i_ulBytes) {
-        const int l_lPrevious = l_vSamples[l_vSamples.size() - i_ulNbChannel].sValue;
-        const bool l_bStep = l_Random() % 100 < i_ulSteps;
-        const int l_lStep = static_cast<int>(l_Random() % 127) - 63;
-        const int l_lValue =
-            l_bStep ? l_lPrevious + l_lStep : static_cast<int>(l_Random() % 8000) - 4000;
-        l_vSamples.push_back({static_cast<int16_t>(std::clamp(l_lValue, -4096, 4095)), false});
-    }
-    std::vector<uint8_t> l_vCodes = emulator::EncodeSamples(l_vSamples, i_ulNbChannel).vCodes;
-    l_vCodes.resize(i_ulBytes);
-    return l_vCodes;
-}
 
 void DecodeOne(benchmark::State& io_State)
 {

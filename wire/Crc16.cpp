@@ -39,7 +39,9 @@ constexpr std::array<Table, k_ulNbTables> k_aTables = MakeTables();
 /** The remainder of a word that has i_ulTable more bytes behind it in its step. */
 inline uint32_t Look(uint64_t i_ullWord, size_t i_ulTable)
 {
-    const auto l_fnByte = [i_ullWord](int i_lByte) { return (i_ullWord >> (8 * i_lByte)) & 0xFFU; };
+    const auto l_fnByte = [i_ullWord](int i_lByte) {
+        return static_cast<uint8_t>(i_ullWord >> (8 * i_lByte));
+    };
     const Table* l_pTable = k_aTables.data() + i_ulTable;
     return static_cast<uint32_t>(l_pTable[7][l_fnByte(0)] ^ l_pTable[6][l_fnByte(1)] ^
                                  l_pTable[5][l_fnByte(2)] ^ l_pTable[4][l_fnByte(3)] ^
@@ -52,8 +54,8 @@ inline uint32_t LookTwice(uint32_t i_ulCrc, uint64_t i_ullFirst, uint64_t i_ullS
 {
     // Most of the step does not wait for the remainder of the one before.
     return Look(i_ullSecond, 0) ^ Look(i_ullFirst & ~uint64_t{0xFFFF}, 8) ^
-           k_aTables[15][(i_ullFirst ^ i_ulCrc) & 0xFFU] ^
-           k_aTables[14][((i_ullFirst ^ i_ulCrc) >> 8) & 0xFFU];
+           k_aTables[15][static_cast<uint8_t>(i_ullFirst ^ i_ulCrc)] ^
+           k_aTables[14][static_cast<uint8_t>((i_ullFirst ^ i_ulCrc) >> 8)];
 }
 
 // A block of sixteen words of eight bytes. P^64 = x^1024 + x^960 + x^128 + 1 is a multiple of the

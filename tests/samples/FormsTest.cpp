@@ -36,7 +36,10 @@ class CRandom
 {
 public:
     explicit CRandom(uint32_t i_ulSeed) : m_Engine(i_ulSeed) {}
-    uint32_t operator()(size_t i_ulBound) { return static_cast<uint32_t>(m_Engine() % i_ulBound); }
+    uint32_t operator()(uint64_t i_ulBound)
+    {
+        return static_cast<uint32_t>(m_Engine() % i_ulBound);
+    }
 
 private:
     std::mt19937 m_Engine;
