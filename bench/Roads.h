@@ -4,7 +4,16 @@
  */
 #pragma once
 
+#include <ctime>
 #include <span>
+
+/** Time that this thread has run: what others do on the machine meanwhile does not count. */
+inline double ThreadNanoseconds()
+{
+    timespec l_Time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &l_Time);
+    return 1e9 * static_cast<double>(l_Time.tv_sec) + static_cast<double>(l_Time.tv_nsec);
+}
 
 /** One road. A measure throws std::runtime_error if the road does not end well. */
 struct S_ROAD
