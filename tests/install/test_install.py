@@ -111,6 +111,9 @@ class InstallTest(unittest.TestCase):
         live = self.run_in_scratch(sys.executable, EXAMPLES / "live.py", "3", **environment)
         self.assertEqual(live.count("voie 2: 3002"), 3, live)
         self.assertIn("code 17", live)
+        # The fixtures are there without being asked for, and the module's own tests hold here too.
+        self.run_in_scratch(sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider",
+                            HERE.parent / "python/test_module.py", **environment)
         where = self.run_in_scratch(sys.executable, "-c",
                                     "import tornval; print(tornval.library_folder())",
                                     **environment)

@@ -112,7 +112,7 @@ def library_folder() -> Optional[Path]:
     if named:
         return Path(named)
     if LIBRARY_FOLDER is not None:
-        folder = (_HERE / LIBRARY_FOLDER).resolve()
+        folder = Path(_HERE, LIBRARY_FOLDER).resolve()
         if folder.is_dir():
             return folder
     return None
@@ -148,7 +148,7 @@ def open_measuring() -> ctypes.CDLL:
 
 def close_measuring(library: ctypes.CDLL) -> None:
     """Unloads it: the next load starts from nothing and reads all of its configuration anew."""
-    _ctypes.dlclose(library._handle)
+    _ctypes.dlclose(library._handle)  # type: ignore[attr-defined]
 
 
 core = _open("cecore", _CORE)

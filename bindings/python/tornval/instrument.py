@@ -304,7 +304,7 @@ class Instrument:
     def _pair(self, driver: Union[Driver, int]) -> Iterator[int]:
         """The driver for one thread, so that a send and its fetch stay together."""
         ident = driver.id if isinstance(driver, Driver) else driver
-        with self._pairs.get(ident, contextlib.nullcontext()):  # type: ignore[arg-type]
+        with self._pairs.get(ident, contextlib.nullcontext()):
             yield ident
 
     def _list_drivers(self) -> List[Driver]:
