@@ -1,17 +1,14 @@
 #include "emulator/BoardFirmware.h"
 
-#include "emulator/Bytes.h"
 #include "emulator/Numbers.h"
 #include "emulator/SampleEncoder.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 
 namespace emulator {
 
 namespace {
-
-constexpr uint8_t k_ucCanalBoard = 0;
-constexpr uint8_t k_ucCanalGenerator = 3;
 
 constexpr uint32_t k_ulReturnCode = 1;
 constexpr uint32_t k_ulNoError = 0;
@@ -31,11 +28,15 @@ struct CBoardFirmware::S_COMMAND
 };
 
 const CBoardFirmware::S_COMMAND CBoardFirmware::s_aCommands[] = {
-    {0, 1, &CBoardFirmware::SetCalibrationFlag}, {208, 8, &CBoardFirmware::InitAcquisition},
-    {209, 0, &CBoardFirmware::Rewind},           {210, 0, &CBoardFirmware::Rewind},
-    {211, 0, &CBoardFirmware::Upload},           {212, 4, &CBoardFirmware::Measure},
-    {213, 12, &CBoardFirmware::StagePair},       {214, 0, &CBoardFirmware::StorePairs},
-    {215, 0, &CBoardFirmware::Unlock},
+    {wire::BOARD_CALIBRATION_FLAG, 1, &CBoardFirmware::SetCalibrationFlag},
+    {wire::BOARD_ACQUISITION_INIT, 8, &CBoardFirmware::InitAcquisition},
+    {wire::BOARD_ACQUISITION_START, 0, &CBoardFirmware::Rewind},
+    {wire::BOARD_ACQUISITION_RESET, 0, &CBoardFirmware::Rewind},
+    {wire::BOARD_ACQUISITION_UPLOAD, 0, &CBoardFirmware::Upload},
+    {wire::BOARD_MEASURE, 4, &CBoardFirmware::Measure},
+    {wire::BOARD_CALIBRATION_WRITE, 12, &CBoardFirmware::StagePair},
+    {wire::BOARD_CALIBRATION_COMMIT, 0, &CBoardFirmware::StorePairs},
+    {wire::BOARD_CALIBRATION_OPEN, 0, &CBoardFirmware::Unlock},
 };
 
 CBoardFirmware::CBoardFirmware() : CFirmware(E_INSTRUMENT::Board)
@@ -121,10 +122,10 @@ CFirmware::S_BODY CBoardFirmware::Execute(const S_REQUEST& i_Request)
 {
     uint32_t l_ulError = k_ulErrorUnknownCommand;
     std::vector<uint8_t> l_vData;
-    if (i_Request.ucCanal == k_ucCanalGenerator) {
+    if (i_Request.ucCanal == wire::k_ucCanalGenerator) {
         l_ulError = i_Request.Payload.empty() ? k_ulErrorLength : k_ulNoError;
         m_State.ucBurst = i_Request.Payload.empty() ? m_State.ucBurst : i_Request.Payload[0];
-    } else if (i_Request.ucCanal == k_ucCanalBoard) {
+    } else if (i_Request.ucCanal == wire::k_ucCanalBoard) {
         const auto* l_pCommand =
             std::find_if(std::begin(s_aCommands), std::end(s_aCommands),
                          [&](const S_COMMAND& c) { return c.ucCmdeID == i_Request.ucCmdeID; });
@@ -136,8 +137,8 @@ CFirmware::S_BODY CBoardFirmware::Execute(const S_REQUEST& i_Request)
     }
     S_BODY l_Body;
     l_Body.bRefused = l_ulError != k_ulNoError;
-    AppendNumber(l_Body.vData, 2, k_ulReturnCode);
-    AppendNumber(l_Body.vData, 4, l_ulError);
+    wire::AppendNumber(l_Body.vData, 2, k_ulReturnCode);
+    wire::AppendNumber(l_Body.vData, 4, l_ulError);
     l_Body.vData.insert(l_Body.vData.end(), l_vData.begin(), l_vData.end());
     return l_Body;
 }
@@ -150,8 +151,8 @@ uint32_t CBoardFirmware::SetCalibrationFlag(S_BYTES i_Payload, std::vector<uint8
 
 uint32_t CBoardFirmware::InitAcquisition(S_BYTES i_Payload, std::vector<uint8_t>& o_vData)
 {
-    const uint32_t l_ulPeriod = GetNumber(i_Payload, 0, 4);
-    const uint32_t l_ulChannels = GetNumber(i_Payload, 4, 4);
+    const uint32_t l_ulPeriod = wire::GetNumber(i_Payload, 0, 4);
+    const uint32_t l_ulChannels = wire::GetNumber(i_Payload, 4, 4);
     if (l_ulPeriod == 0 || l_ulPeriod > k_ulMaxPeriod || l_ulChannels > k_ulMaxChannels) {
         return k_ulErrorParameter;
     }
@@ -160,7 +161,7 @@ uint32_t CBoardFirmware::InitAcquisition(S_BYTES i_Payload, std::vector<uint8_t>
     }
     std::vector<uint32_t> l_vulVoies;
     for (uint32_t i = 0; i < l_ulChannels; ++i) {
-        l_vulVoies.push_back(GetNumber(i_Payload, 8 + 4 * static_cast<size_t>(i), 4));
+        l_vulVoies.push_back(wire::GetNumber(i_Payload, 8 + 4 * static_cast<size_t>(i), 4));
         if (l_vulVoies.back() >= k_ulVoies) {
             return k_ulErrorParameter;
         }
@@ -168,8 +169,8 @@ uint32_t CBoardFirmware::InitAcquisition(S_BYTES i_Payload, std::vector<uint8_t>
     m_State.ulPeriod = l_ulPeriod;
     m_State.vulVoies = l_vulVoies;
     for (const S_PAIR& l_Pair : m_State.Delivered) {
-        AppendNumber(o_vData, 4, l_Pair.ulA);
-        AppendNumber(o_vData, 4, static_cast<uint32_t>(l_Pair.lB));
+        wire::AppendNumber(o_vData, 4, l_Pair.ulA);
+        wire::AppendNumber(o_vData, 4, static_cast<uint32_t>(l_Pair.lB));
     }
     o_vData.resize(8 * k_ulAnswerPairs);
     return k_ulNoError;
@@ -202,7 +203,7 @@ uint32_t CBoardFirmware::Upload(S_BYTES /*i_Payload*/, std::vector<uint8_t>& o_v
         l_ulStream = l_Encoder.Codes().size();
         ++m_State.ulRow;
     }
-    AppendNumber(o_vData, 4, static_cast<uint32_t>(l_ulStream));
+    wire::AppendNumber(o_vData, 4, static_cast<uint32_t>(l_ulStream));
     o_vData.insert(o_vData.end(), l_Encoder.Codes().begin(),
                    l_Encoder.Codes().begin() + static_cast<std::ptrdiff_t>(l_ulStream));
     return k_ulNoError;
@@ -210,26 +211,26 @@ uint32_t CBoardFirmware::Upload(S_BYTES /*i_Payload*/, std::vector<uint8_t>& o_v
 
 uint32_t CBoardFirmware::Measure(S_BYTES i_Payload, std::vector<uint8_t>& o_vData)
 {
-    const uint32_t l_ulVoie = GetNumber(i_Payload, 0, 4);
+    const uint32_t l_ulVoie = wire::GetNumber(i_Payload, 0, 4);
     if (l_ulVoie >= k_ulVoies) {
         return k_ulErrorParameter;
     }
-    AppendNumber(o_vData, 4, l_ulVoie);
-    AppendNumber(o_vData, 4, m_aulAdc[l_ulVoie]);
+    wire::AppendNumber(o_vData, 4, l_ulVoie);
+    wire::AppendNumber(o_vData, 4, m_aulAdc[l_ulVoie]);
     return k_ulNoError;
 }
 
 uint32_t CBoardFirmware::StagePair(S_BYTES i_Payload, std::vector<uint8_t>& /*o_vData*/)
 {
-    const uint32_t l_ulVoie = GetNumber(i_Payload, 0, 4);
+    const uint32_t l_ulVoie = wire::GetNumber(i_Payload, 0, 4);
     if (!m_State.bUnlocked) {
         return k_ulErrorLocked;
     }
     if (l_ulVoie >= k_ulVoies) {
         return k_ulErrorParameter;
     }
-    m_State.Staged[l_ulVoie] = {GetNumber(i_Payload, 4, 4),
-                                static_cast<int32_t>(GetNumber(i_Payload, 8, 4))};
+    m_State.Staged[l_ulVoie] = {wire::GetNumber(i_Payload, 4, 4),
+                                static_cast<int32_t>(wire::GetNumber(i_Payload, 8, 4))};
     return k_ulNoError;
 }
 

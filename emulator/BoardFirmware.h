@@ -5,26 +5,25 @@
  * Body of its answers: return code (16 bits, always 1), error code (32 bits), then the data of the
  * command. Commands on canal 0:
  *
- * | command | payload                                   | data of the answer | | ------- |
- * ----------------------------------------- | ---------------------------------------- | | 0 |
- * calibration flag (8)                      | none                                     | | 208 |
- * period (32), channels (32), their voies (32 each) | 22 pairs a (32), b (32): voies 0 to 12, the
- * rest zero | | 209     | any                                       | none; the recording is
- * rewound           | | 210     | any                                       | none; the recording
- * is rewound           | | 211     | any                                       | stream size (32),
- * the stream             | | 212     | voie (32)                                 | voie (32), value
- * of the converter (32)   | | 213     | voie (32), a (32), b (32)                 | none; the pair
- * is staged                 | | 214     | none                                      | none; the
- * staged pairs are stored        | | 215     | none                                      | none;
- * 213 and 214 are unlocked           |
+ * | command | payload                             | data of the answer                     |
+ * | ------- | ----------------------------------- | -------------------------------------- |
+ * | 0       | calibration flag (8)                | none                                   |
+ * | 208     | period (32), channels (32), their   | 22 pairs a (32), b (32): those of the  |
+ * |         | voies (32 each)                     | voies 0 to 12, the rest zero           |
+ * | 209     | any                                 | none; the recording is rewound         |
+ * | 210     | any                                 | none; the recording is rewound         |
+ * | 211     | any                                 | stream size (32), the stream           |
+ * | 212     | voie (32)                           | voie (32), value of the converter (32) |
+ * | 213     | voie (32), a (32), b (32)           | none; the pair is staged               |
+ * | 214     | none                                | none; the staged pairs are stored      |
+ * | 215     | none                                | none; 213 and 214 are unlocked         |
  *
  * Every command on canal 3 goes to the current generator and carries a burst (8).
  *
  * The pairs that 214 stores come into force at the next Restart(), as on a board that reads its
  * store when it starts. 214 locks the store again.
  */
-#ifndef EMULATOR_BOARD_FIRMWARE_H
-#define EMULATOR_BOARD_FIRMWARE_H
+#pragma once
 
 #include "emulator/Calibration.h"
 #include "emulator/Firmware.h"
@@ -129,5 +128,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_BOARD_FIRMWARE_H

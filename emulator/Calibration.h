@@ -2,8 +2,7 @@
  * @file Calibration.h
  * @brief The calibration pairs of the emulated board and the file that stores them.
  */
-#ifndef EMULATOR_CALIBRATION_H
-#define EMULATOR_CALIBRATION_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -41,5 +40,3 @@ bool LoadCalibration(const std::string& i_strPath, S_CALIBRATION& o_Pairs, std::
 bool SaveCalibration(const std::string& i_strPath, const S_CALIBRATION& i_Pairs);
 
 } // namespace emulator
-
-#endif // EMULATOR_CALIBRATION_H

@@ -2,8 +2,7 @@
  * @file Crc.h
  * @brief The CRC of the instrument's frames, bit by bit.
  */
-#ifndef EMULATOR_CRC_H
-#define EMULATOR_CRC_H
+#pragma once
 
 #include <cstdint>
 #include <span>
@@ -20,5 +19,3 @@ namespace emulator {
 uint16_t ComputeCrc(std::span<const uint8_t> i_Bytes);
 
 } // namespace emulator
-
-#endif // EMULATOR_CRC_H

@@ -13,8 +13,7 @@
  * settings too; it is taken in, and removed, at the next call of the library. Write it under
  * another name and rename it, so that it is never seen half written.
  */
-#ifndef EMULATOR_ENVIRONMENT_H
-#define EMULATOR_ENVIRONMENT_H
+#pragma once
 
 #include "emulator/Instrument.h"
 
@@ -58,5 +57,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_ENVIRONMENT_H

@@ -11,8 +11,7 @@
  * commands are decimal, or hexadecimal behind 0x. Without "*times" the fault lasts until it is
  * cleared.
  */
-#ifndef EMULATOR_FAULTS_H
-#define EMULATOR_FAULTS_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -119,5 +118,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_FAULTS_H

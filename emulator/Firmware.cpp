@@ -1,7 +1,7 @@
 #include "emulator/Firmware.h"
 
-#include "emulator/Bytes.h"
 #include "emulator/Crc.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 #include <array>
@@ -20,38 +20,39 @@ struct S_FIELD_FAULT
 };
 
 constexpr std::array<S_FIELD_FAULT, 6> k_aFieldFaults{{
-    {E_FAULT::ReturnCode, k_ulDataOffset, 2, std::nullopt},
-    {E_FAULT::ErrorCode, k_ulDataOffset + 2, 4, std::nullopt},
-    {E_FAULT::CompressedSize, k_ulDataOffset + 6, 4, 211},
-    {E_FAULT::Voie, k_ulDataOffset + 6, 4, 212},
-    {E_FAULT::MeasureStatus, k_ulDataOffset + 2, 1, 0xA1},
-    {E_FAULT::FrameSize, k_ulSizeOffset, 2, std::nullopt},
+    {E_FAULT::ReturnCode, wire::k_ulReturnCodeOffset, 2, std::nullopt},
+    {E_FAULT::ErrorCode, wire::k_ulErrorCodeOffset, 4, std::nullopt},
+    {E_FAULT::CompressedSize, wire::k_ulBoardDataOffset, 4, wire::BOARD_ACQUISITION_UPLOAD},
+    {E_FAULT::Voie, wire::k_ulBoardDataOffset, 4, wire::BOARD_MEASURE},
+    {E_FAULT::MeasureStatus, wire::k_ulMeasureStatusOffset, 1, wire::MODULE_MEASURE},
+    {E_FAULT::FrameSize, wire::k_ulSizeOffset, 2, std::nullopt},
 }};
 
 } // namespace
 
 size_t FrameLength(std::span<const uint8_t> i_Bytes)
 {
-    if (i_Bytes.size() < k_ulSizeOffset + 2) {
+    if (i_Bytes.size() < wire::k_ulSizeOffset + 2) {
         return 0;
     }
-    return k_ulOuterHead + GetNumber(i_Bytes, k_ulSizeOffset, 2);
+    return wire::k_ulOuterHead + wire::GetNumber(i_Bytes, wire::k_ulSizeOffset, 2);
 }
 
 void SealFrame(std::span<uint8_t> io_Frame)
 {
-    PutNumber(io_Frame, 0, 2, ComputeCrc(io_Frame.subspan(2)));
+    wire::PutNumber(io_Frame, 0, 2, ComputeCrc(io_Frame.subspan(2)));
 }
 
 bool IsSealed(std::span<const uint8_t> i_Frame)
 {
-    return i_Frame.size() >= 2 && GetNumber(i_Frame, 0, 2) == ComputeCrc(i_Frame.subspan(2));
+    return i_Frame.size() >= 2 && wire::GetNumber(i_Frame, 0, 2) == ComputeCrc(i_Frame.subspan(2));
 }
 
 bool CFirmware::Accept(std::span<const uint8_t> i_Frame)
 {
     ++m_Counters.ulFramesIn;
-    if (i_Frame.size() < k_ulOuterHead + k_ulMinSize || FrameLength(i_Frame) != i_Frame.size()) {
+    if (i_Frame.size() < wire::k_ulOuterHead + wire::k_ulMinSize ||
+        FrameLength(i_Frame) != i_Frame.size()) {
         ++m_Counters.ulMalformed;
         return false;
     }
@@ -69,8 +70,9 @@ S_REPLY CFirmware::Handle(std::span<const uint8_t> i_Frame)
     if (!Accept(i_Frame)) {
         return l_Reply;
     }
-    const S_REQUEST l_Request{i_Frame[k_ulCmdeOffset], i_Frame[k_ulCanalOffset],
-                              i_Frame[k_ulParamOffset], i_Frame.subspan(k_ulDataOffset)};
+    const S_REQUEST l_Request{i_Frame[wire::k_ulCmdeOffset], i_Frame[wire::k_ulCanalOffset],
+                              i_Frame[wire::k_ulParamOffset],
+                              i_Frame.subspan(wire::k_ulDataOffset)};
     if (Faults().Take(E_FAULT::NoAnswer, l_Request.ucCmdeID)) {
         return l_Reply;
     }
@@ -78,13 +80,14 @@ S_REPLY CFirmware::Handle(std::span<const uint8_t> i_Frame)
     m_Counters.ulRefused += l_Body.bRefused ? 1 : 0;
 
     std::vector<uint8_t>& l_vFrame = l_Reply.vFrame;
-    l_vFrame.resize(k_ulDataOffset);
+    l_vFrame.resize(wire::k_ulDataOffset);
     l_vFrame.insert(l_vFrame.end(), l_Body.vData.begin(), l_Body.vData.end());
-    l_vFrame.resize(std::min(l_vFrame.size(), k_ulMaxFrame));
-    PutNumber(l_vFrame, k_ulIdOffset, 2, AnswerId(l_Request.ucCmdeID));
-    PutNumber(l_vFrame, k_ulSizeOffset, 2, static_cast<uint32_t>(l_vFrame.size() - k_ulOuterHead));
-    l_vFrame[k_ulCanalOffset] = l_Request.ucCanal;
-    l_vFrame[k_ulCmdeOffset] = l_Request.ucCmdeID;
+    l_vFrame.resize(std::min(l_vFrame.size(), wire::k_ulMaxFrame));
+    wire::PutNumber(l_vFrame, wire::k_ulIdOffset, 2, AnswerId(l_Request.ucCmdeID));
+    wire::PutNumber(l_vFrame, wire::k_ulSizeOffset, 2,
+                    static_cast<uint32_t>(l_vFrame.size() - wire::k_ulOuterHead));
+    l_vFrame[wire::k_ulCanalOffset] = l_Request.ucCanal;
+    l_vFrame[wire::k_ulCmdeOffset] = l_Request.ucCmdeID;
     Spoil(l_vFrame, l_Request.ucCmdeID);
 
     l_Reply.bAnswered = true;
@@ -102,7 +105,7 @@ void CFirmware::Spoil(std::vector<uint8_t>& io_vFrame, uint8_t i_ucCmdeID)
             continue;
         }
         if (const auto l_oulValue = Faults().Take(l_Field.eFault, i_ucCmdeID)) {
-            PutNumber(io_vFrame, l_Field.ulOffset, l_Field.ulWidth, *l_oulValue);
+            wire::PutNumber(io_vFrame, l_Field.ulOffset, l_Field.ulWidth, *l_oulValue);
         }
     }
     SealFrame(io_vFrame);

@@ -4,24 +4,13 @@
  *
  * The same firmware stands behind an in-process link and at the far end of a serial line. Whoever
  * carries the frames calls CFirmware::Handle() with each frame that came in, waits
- * S_REPLY::ulDelayMs and passes S_REPLY::vFrame on. Numbers are little-endian.
- *
- * | offset | width    | request                         | answer                                  |
- * | ------ | -------- | ------------------------------- | --------------------------------------- |
- * | 0      | 2        | CRC over offset 2 to the end    | the same                                |
- * | 2      | 2        | board: command; module: 0       | the same                                |
- * | 4      | 2        | number of bytes from offset 8 on| the same                                |
- * | 6      | 2        | time-out in tenths of a second  | 0                                       |
- * | 8      | 1        | canal                           | the request's                           |
- * | 9      | 1        | command                         | the request's                           |
- * | 10     | 1        | 0                               | 0                                       |
- * | 11     | 1        | parameter                       | 0                                       |
- * | 12     |          | payload                         | 2 bytes return code (1 good), then data |
+ * S_REPLY::ulDelayMs and passes S_REPLY::vFrame on. The layout is that of wire/Frame.h; what it
+ * leaves to the instrument is 0 in an answer, but for the board's command at offset 2.
  */
-#ifndef EMULATOR_FIRMWARE_H
-#define EMULATOR_FIRMWARE_H
+#pragma once
 
 #include "emulator/Instrument.h"
+#include "wire/Frame.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,21 +18,6 @@
 #include <vector>
 
 namespace emulator {
-
-/** Layout of a frame; see the head of the file. */
-inline constexpr size_t k_ulIdOffset = 2;
-inline constexpr size_t k_ulSizeOffset = 4;
-inline constexpr size_t k_ulTimeoutOffset = 6;
-inline constexpr size_t k_ulCanalOffset = 8;
-inline constexpr size_t k_ulCmdeOffset = 9;
-inline constexpr size_t k_ulParamOffset = 11;
-inline constexpr size_t k_ulDataOffset = 12;
-/** Bytes of a frame that its size field does not count. */
-inline constexpr size_t k_ulOuterHead = 8;
-/** Smallest size field: the 4 bytes up to the payload. */
-inline constexpr size_t k_ulMinSize = 4;
-/** Longest frame: the size field has 16 bits. */
-inline constexpr size_t k_ulMaxFrame = k_ulOuterHead + 0xFFFF;
 
 /** What comes back of one frame. */
 struct S_REPLY
@@ -125,5 +99,3 @@ void SealFrame(std::span<uint8_t> io_Frame);
 bool IsSealed(std::span<const uint8_t> i_Frame);
 
 } // namespace emulator
-
-#endif // EMULATOR_FIRMWARE_H

@@ -2,8 +2,7 @@
  * @file Instrument.h
  * @brief What every emulated instrument has: faults, settings, a recording to play.
  */
-#ifndef EMULATOR_INSTRUMENT_H
-#define EMULATOR_INSTRUMENT_H
+#pragma once
 
 #include "emulator/Faults.h"
 #include "emulator/Recording.h"
@@ -79,5 +78,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_INSTRUMENT_H

@@ -1,7 +1,7 @@
 #include "emulator/MilliOhmFirmware.h"
 
-#include "emulator/Bytes.h"
 #include "emulator/Numbers.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,11 +10,9 @@ namespace emulator {
 
 namespace {
 
-constexpr uint8_t k_ucMeasure = 0xA1;
-constexpr uint8_t k_ucVersion = 0xFF;
 constexpr size_t k_ulMeasurePayload = 2;
 /** Longest version text that leaves room for the return code and the zero. */
-constexpr size_t k_ulMaxVersion = k_ulMaxFrame - k_ulDataOffset - 3;
+constexpr size_t k_ulMaxVersion = wire::k_ulMaxFrame - wire::k_ulDataOffset - 3;
 
 } // namespace
 
@@ -52,22 +50,22 @@ bool CMilliOhmFirmware::SetOption(std::string_view i_Name, std::string_view i_Va
 CFirmware::S_BODY CMilliOhmFirmware::Execute(const S_REQUEST& i_Request)
 {
     S_BODY l_Body;
-    const bool l_bMeasure = i_Request.ucCmdeID == k_ucMeasure;
+    const bool l_bMeasure = i_Request.ucCmdeID == wire::MODULE_MEASURE;
     uint16_t l_usReturn = k_usReturnGood;
-    if (!l_bMeasure && i_Request.ucCmdeID != k_ucVersion) {
+    if (!l_bMeasure && i_Request.ucCmdeID != wire::MODULE_VERSION) {
         l_usReturn = k_usReturnUnknownCommand;
     } else if (l_bMeasure && i_Request.Payload.size() < k_ulMeasurePayload) {
         l_usReturn = k_usReturnLength;
     }
     l_Body.bRefused = l_usReturn != k_usReturnGood;
-    AppendNumber(l_Body.vData, 2, l_usReturn);
+    wire::AppendNumber(l_Body.vData, 2, l_usReturn);
     if (l_Body.bRefused) {
         return l_Body;
     }
     if (l_bMeasure) {
-        AppendNumber(l_Body.vData, 4, 0); // measure status: good
+        wire::AppendNumber(l_Body.vData, 4, 0); // measure status: good
         for (const int32_t l_lValue : m_alValues) {
-            AppendNumber(l_Body.vData, 4, static_cast<uint32_t>(l_lValue));
+            wire::AppendNumber(l_Body.vData, 4, static_cast<uint32_t>(l_lValue));
         }
     } else {
         l_Body.vData.insert(l_Body.vData.end(), m_strVersion.begin(), m_strVersion.end());

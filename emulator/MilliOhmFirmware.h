@@ -4,15 +4,14 @@
  *
  * Body of its answers: return code (16 bits, 1 good), then
  *
- * | command | payload     | data of the answer | | ------- | ----------- |
- * ---------------------------------------------------------------------- | | 0xA1    | 2 bytes |
- * measure status (8), three bytes 0, three values (32 each)              | | 0xFF    | any | the
- * version text and a zero                                            |
+ * | command | payload | data of the answer                                       |
+ * | ------- | ------- | -------------------------------------------------------- |
+ * | 0xA1    | 2 bytes | measure status (8), three bytes 0, three values (32 each) |
+ * | 0xFF    | any     | the version text and a zero                              |
  *
  * A refusal is a return code alone.
  */
-#ifndef EMULATOR_MILLIOHM_FIRMWARE_H
-#define EMULATOR_MILLIOHM_FIRMWARE_H
+#pragma once
 
 #include "emulator/Firmware.h"
 
@@ -57,5 +56,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_MILLIOHM_FIRMWARE_H

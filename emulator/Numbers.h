@@ -2,8 +2,7 @@
  * @file Numbers.h
  * @brief Numbers in the texts that set an instrument.
  */
-#ifndef EMULATOR_NUMBERS_H
-#define EMULATOR_NUMBERS_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -24,5 +23,3 @@ std::optional<uint32_t> ParseNumber(std::string_view i_Text);
 bool ParseNumbers(std::string_view i_Text, std::span<uint32_t> o_Numbers);
 
 } // namespace emulator
-
-#endif // EMULATOR_NUMBERS_H

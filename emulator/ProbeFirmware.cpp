@@ -1,7 +1,7 @@
 #include "emulator/ProbeFirmware.h"
 
-#include "emulator/Bytes.h"
 #include "emulator/Numbers.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 #include <charconv>
@@ -42,9 +42,9 @@ std::vector<uint8_t> Headed(uint8_t i_ucCmdeID, uint8_t i_ucStatus, std::span<co
 {
     std::vector<uint8_t> l_vReply;
     const size_t l_ulSize = std::min<size_t>(i_Data.size(), 0xFFFF);
-    AppendNumber(l_vReply, 1, i_ucCmdeID);
-    AppendNumber(l_vReply, 2, static_cast<uint32_t>(l_ulSize));
-    AppendNumber(l_vReply, 1, i_ucStatus);
+    wire::AppendNumber(l_vReply, 1, i_ucCmdeID);
+    wire::AppendNumber(l_vReply, 2, static_cast<uint32_t>(l_ulSize));
+    wire::AppendNumber(l_vReply, 1, i_ucStatus);
     l_vReply.insert(l_vReply.end(), i_Data.begin(),
                     i_Data.begin() + static_cast<std::ptrdiff_t>(l_ulSize));
     l_vReply.push_back(0);
@@ -110,7 +110,7 @@ S_PROBE_REPLY CProbeFirmware::Handle(std::span<const uint8_t> i_Command)
     if (i_Command.size() < k_ulRecordSize) {
         return l_Reply;
     }
-    const uint32_t l_ulSize = GetNumber(i_Command, k_ulSizeOffset, 4);
+    const uint32_t l_ulSize = wire::GetNumber(i_Command, k_ulSizeOffset, 4);
     if (l_ulSize > i_Command.size() - k_ulRecordSize) {
         return l_Reply;
     }
@@ -127,10 +127,10 @@ S_PROBE_REPLY CProbeFirmware::Handle(std::span<const uint8_t> i_Command)
 
     if (IsHeaded(l_ucCmdeID)) {
         if (const auto l_oulStatus = Faults().Take(E_FAULT::ProbeStatus, l_ucCmdeID)) {
-            PutNumber(l_vReply, k_ulStatusOffset, 1, *l_oulStatus);
+            wire::PutNumber(l_vReply, k_ulStatusOffset, 1, *l_oulStatus);
         }
         if (const auto l_oulDataSize = Faults().Take(E_FAULT::DataSize, l_ucCmdeID)) {
-            PutNumber(l_vReply, k_ulDataSizeOffset, 2, *l_oulDataSize);
+            wire::PutNumber(l_vReply, k_ulDataSizeOffset, 2, *l_oulDataSize);
         }
     }
     if (const auto l_oulCount = Faults().Take(E_FAULT::Corrupt, l_ucCmdeID)) {

@@ -18,8 +18,7 @@
  * goes out in the low range, any other in the high range, as counts divided by 16, rounded to the
  * nearest.
  */
-#ifndef EMULATOR_PROBE_FIRMWARE_H
-#define EMULATOR_PROBE_FIRMWARE_H
+#pragma once
 
 #include "emulator/Instrument.h"
 #include "emulator/SampleEncoder.h"
@@ -95,5 +94,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_PROBE_FIRMWARE_H

@@ -2,8 +2,7 @@
  * @file Recording.h
  * @brief The signal that an emulated instrument plays.
  */
-#ifndef EMULATOR_RECORDING_H
-#define EMULATOR_RECORDING_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -61,5 +60,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // EMULATOR_RECORDING_H

@@ -7,8 +7,7 @@
  * turns code by code. Every stream starts from value 0 and low range on each channel, and the step
  * arithmetic wraps at 16 bits: from 32767 a step of one up leads to -32768.
  */
-#ifndef EMULATOR_SAMPLE_ENCODER_H
-#define EMULATOR_SAMPLE_ENCODER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -83,5 +82,3 @@ S_ENCODED EncodeSamples(std::span<const S_SAMPLE> i_Samples, size_t i_ulNbChanne
                         E_UNREACHABLE i_eUnreachable = E_UNREACHABLE::Refuse);
 
 } // namespace emulator
-
-#endif // EMULATOR_SAMPLE_ENCODER_H

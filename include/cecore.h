@@ -83,6 +83,14 @@ CECORE_API void CeNoteReason(uint32_t code, const char* text);
  */
 CECORE_API uint32_t CeGetReasons(CECORE_REASON* reasons, uint32_t max);
 
+/**
+ * Prints a line for the one who runs the host on the standard error output, behind what the host has
+ * printed there. Waits a second at most for a reader; the last-error value stays as it is.
+ *
+ * @param text without a line end.
+ */
+CECORE_API void CePrintError(const char* text);
+
 /** The folders in which the core services look for files. */
 enum
 {

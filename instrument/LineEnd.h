@@ -2,8 +2,7 @@
  * @file LineEnd.h
  * @brief An emulated instrument at the far end of a serial line.
  */
-#ifndef INSTRUMENT_LINE_END_H
-#define INSTRUMENT_LINE_END_H
+#pragma once
 
 #include "emulator/Firmware.h"
 #include "instrument/LineNoise.h"
@@ -90,5 +89,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // INSTRUMENT_LINE_END_H

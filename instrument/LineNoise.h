@@ -2,8 +2,7 @@
  * @file LineNoise.h
  * @brief A line that loses, adds and flips bytes.
  */
-#ifndef INSTRUMENT_LINE_NOISE_H
-#define INSTRUMENT_LINE_NOISE_H
+#pragma once
 
 #include <cstdint>
 #include <random>
@@ -42,5 +41,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // INSTRUMENT_LINE_NOISE_H

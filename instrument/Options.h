@@ -2,8 +2,7 @@
  * @file Options.h
  * @brief The command line of tornval-instrument.
  */
-#ifndef INSTRUMENT_OPTIONS_H
-#define INSTRUMENT_OPTIONS_H
+#pragma once
 
 #include "instrument/LineEnd.h"
 
@@ -29,5 +28,3 @@ struct S_OPTIONS
 std::optional<int> ReadOptions(int i_lArguments, char** i_ppszArguments, S_OPTIONS& o_Options);
 
 } // namespace emulator
-
-#endif // INSTRUMENT_OPTIONS_H

@@ -2,8 +2,7 @@
  * @file Pty.h
  * @brief A pseudo terminal whose far side plays the serial port of an instrument.
  */
-#ifndef INSTRUMENT_PTY_H
-#define INSTRUMENT_PTY_H
+#pragma once
 
 #include "wire/Descriptor.h"
 
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // INSTRUMENT_PTY_H

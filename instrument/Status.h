@@ -2,8 +2,7 @@
  * @file Status.h
  * @brief The status line of tornval-instrument.
  */
-#ifndef INSTRUMENT_STATUS_H
-#define INSTRUMENT_STATUS_H
+#pragma once
 
 #include "instrument/LineEnd.h"
 
@@ -32,5 +31,3 @@ private:
 };
 
 } // namespace emulator
-
-#endif // INSTRUMENT_STATUS_H

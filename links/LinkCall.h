@@ -2,15 +2,14 @@
  * @file LinkCall.h
  * @brief What the entry points of all link libraries have in common.
  */
-#ifndef LINKS_LINK_CALL_H
-#define LINKS_LINK_CALL_H
+#pragma once
 
 #include "cecore.h"
-#include "platform/File.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
+
+#include <cxxabi.h>
 
 #include <unistd.h>
 
@@ -35,19 +34,29 @@ inline uint32_t Fail(uint32_t i_ulError)
     return 0;
 }
 
-/** Tells what is wrong with the settings of an instrument: a link has no other way to say it. */
-inline void Complain(const char* i_pszLibrary, const std::string& i_strError)
+/** Tells on the standard error output what goes wrong on a link that is open. */
+inline void Complain(const char* i_pszLibrary, const std::string& i_strTrouble)
 {
-    const std::string l_strLine = i_pszLibrary + (": " + i_strError + "\n");
-    (void)cecore::WriteToConsole(stderr, l_strLine.data(), l_strLine.size());
+    CePrintError((i_pszLibrary + (": " + i_strTrouble)).c_str());
 }
 
-/** Runs the operation behind an entry point; nothing is thrown into the caller. */
+/** Tells why a link does not open, there and as a reason for the host. @return the error. */
+inline uint32_t Refuse(const char* i_pszLibrary, uint32_t i_ulError, const std::string& i_strReason)
+{
+    CeNoteReason(i_ulError, i_strReason.c_str());
+    Complain(i_pszLibrary, i_strReason);
+    return i_ulError;
+}
+
+/** Runs the operation behind an entry point; nothing is thrown into the caller but the cancelling of
+ *  its thread, which must pass: whoever holds it up ends the process. */
 template <typename T_OPERATION>
 uint32_t Guarded(T_OPERATION i_Operation)
 {
     try {
         return i_Operation();
+    } catch (const abi::__forced_unwind&) {
+        throw;
     } catch (...) {
         return Fail(CECORE_ERROR_NOT_ENOUGH_MEMORY);
     }
@@ -79,5 +88,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_LINK_CALL_H

@@ -4,7 +4,10 @@
  */
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <vector>
 
 namespace wire {
 
@@ -35,5 +38,34 @@ inline void WriteLe32(uint8_t* o_pucData, uint32_t i_ulValue)
     WriteLe16(o_pucData, static_cast<uint16_t>(i_ulValue));
     WriteLe16(o_pucData + 2, static_cast<uint16_t>(i_ulValue >> 16));
 }
+
+/** @name Numbers of 1 to 4 bytes at an offset, which the caller has checked. */
+///@{
+inline uint32_t GetNumber(std::span<const uint8_t> i_Bytes, size_t i_ulOffset, size_t i_ulWidth)
+{
+    uint32_t l_ulValue = 0;
+    for (size_t i = 0; i < i_ulWidth; ++i) {
+        l_ulValue |= static_cast<uint32_t>(i_Bytes[i_ulOffset + i]) << (8 * i);
+    }
+    return l_ulValue;
+}
+
+/** Overwrites as many bytes with the low bytes of the value. */
+inline void PutNumber(std::span<uint8_t> io_Bytes, size_t i_ulOffset, size_t i_ulWidth,
+                      uint32_t i_ulValue)
+{
+    for (size_t i = 0; i < i_ulWidth; ++i) {
+        io_Bytes[i_ulOffset + i] = static_cast<uint8_t>(i_ulValue >> (8 * i));
+    }
+}
+
+/** Appends the low bytes of the value. */
+inline void AppendNumber(std::vector<uint8_t>& io_vBytes, size_t i_ulWidth, uint32_t i_ulValue)
+{
+    for (size_t i = 0; i < i_ulWidth; ++i) {
+        io_vBytes.push_back(static_cast<uint8_t>(i_ulValue >> (8 * i)));
+    }
+}
+///@}
 
 } // namespace wire

@@ -2,8 +2,7 @@
  * @file ExchangeBook.h
  * @brief The exchanges of one open port: commands under way, answers that wait to be fetched.
  */
-#ifndef LINKS_EXCHANGE_BOOK_H
-#define LINKS_EXCHANGE_BOOK_H
+#pragma once
 
 #include <chrono>
 #include <condition_variable>
@@ -116,5 +115,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_EXCHANGE_BOOK_H

@@ -1,7 +1,7 @@
 #include "links/common/RsLink.h"
 
 #include "TornvalLinks.h"
-#include "emulator/Bytes.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 #include <csignal>
@@ -9,14 +9,11 @@
 
 namespace links {
 
-using emulator::GetNumber;
-using emulator::PutNumber;
-
 uint32_t CRsPort::FillBlock(uint32_t i_ulStatus, std::span<const uint8_t> i_Frame,
                             std::span<uint8_t> o_Block)
 {
     const size_t l_ulLength = std::min(i_Frame.size(), o_Block.size() - RS_ANSWER_FRAME_OFFSET);
-    PutNumber(o_Block, 0, 4, i_ulStatus);
+    wire::WriteLe32(o_Block.data(), i_ulStatus);
     std::copy_n(i_Frame.begin(), l_ulLength, o_Block.begin() + RS_ANSWER_FRAME_OFFSET);
     return static_cast<uint32_t>(RS_ANSWER_FRAME_OFFSET + l_ulLength);
 }
@@ -124,23 +121,23 @@ uint32_t CRsLink::Control(const S_CONTROL& i_Control, uint32_t i_ulHandle)
     if (i_Control.ulCode == IOCTL_RS_SEND_COMMAND && i_Control.ulInSize == RS_BLOCK_SIZE &&
         i_Control.ulOutSize >= 4) {
         const std::span l_Block(static_cast<const uint8_t*>(i_Control.pIn), RS_BLOCK_SIZE);
-        const size_t l_ulLength = RS_FRAME_OUTER_HEAD + GetNumber(l_Block, RS_FRAME_SIZE_OFFSET, 2);
+        const size_t l_ulLength =
+            RS_FRAME_OUTER_HEAD + wire::ReadLe16(&l_Block[RS_FRAME_SIZE_OFFSET]);
         uint32_t l_ulStatus = 0;
         const uint32_t l_ulError =
             l_pPort->Send(l_Block.first(l_ulLength), l_Block[RS_FRAME_CMDE_OFFSET],
-                          GetNumber(l_Block, RS_BLOCK_EVENT_OFFSET, 4), l_ulStatus);
+                          wire::ReadLe32(&l_Block[RS_BLOCK_EVENT_OFFSET]), l_ulStatus);
         if (l_ulError != 0) {
             return Fail(l_ulError);
         }
-        PutNumber(std::span(static_cast<uint8_t*>(i_Control.pOut), 4), 0, 4, l_ulStatus);
+        wire::WriteLe32(static_cast<uint8_t*>(i_Control.pOut), l_ulStatus);
         *i_Control.pulCount = 4;
         return 1;
     }
     if (i_Control.ulCode == IOCTL_RS_GET_RESULT && i_Control.ulInSize == 2 &&
         i_Control.ulOutSize == RS_BLOCK_SIZE) {
-        const std::span l_Echo(static_cast<const uint8_t*>(i_Control.pIn), 2);
         const uint32_t l_ulError = l_pPort->Fetch(
-            static_cast<uint16_t>(GetNumber(l_Echo, 0, 2)),
+            wire::ReadLe16(static_cast<const uint8_t*>(i_Control.pIn)),
             std::span(static_cast<uint8_t*>(i_Control.pOut), RS_BLOCK_SIZE), *i_Control.pulCount);
         return l_ulError == 0 ? 1 : Fail(l_ulError);
     }

@@ -2,8 +2,7 @@
  * @file RsLink.h
  * @brief What every serial link library of ours has: numbered ports, handles, checked control calls.
  */
-#ifndef LINKS_RS_LINK_H
-#define LINKS_RS_LINK_H
+#pragma once
 
 #include "links/LinkCall.h"
 
@@ -128,5 +127,3 @@ private:
 CRsLink& TheLink();
 
 } // namespace links
-
-#endif // LINKS_RS_LINK_H

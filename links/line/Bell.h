@@ -2,8 +2,7 @@
  * @file Bell.h
  * @brief The bell that wakes a thread out of its poll.
  */
-#ifndef LINKS_BELL_H
-#define LINKS_BELL_H
+#pragma once
 
 #include <cstdint>
 #include <new>
@@ -46,5 +45,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_BELL_H

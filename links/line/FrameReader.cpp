@@ -1,6 +1,6 @@
 #include "links/line/FrameReader.h"
 
-#include "emulator/Bytes.h"
+#include "wire/Bytes.h"
 #include "wire/Crc16.h"
 
 #include <algorithm>
@@ -10,10 +10,8 @@ namespace links {
 
 namespace {
 
-constexpr size_t k_ulOuterHead = 8;
-constexpr size_t k_ulSizeOffset = 4;
 /** Bytes up to the end of the size field. */
-constexpr size_t k_ulSized = k_ulSizeOffset + 2;
+constexpr size_t k_ulSized = wire::k_ulSizeOffset + 2;
 
 } // namespace
 
@@ -30,8 +28,8 @@ void CFrameReader::Feed(std::span<const uint8_t> i_Bytes, const FN_FRAME& i_fnFr
             return;
         }
         const bool l_bSized = m_vFrame.size() >= k_ulSized;
-        const size_t l_ulSize = l_bSized ? emulator::GetNumber(m_vFrame, k_ulSizeOffset, 2) : 0;
-        const size_t l_ulWanted = l_bSized ? k_ulOuterHead + l_ulSize : k_ulSized;
+        const size_t l_ulSize = l_bSized ? wire::ReadLe16(&m_vFrame[wire::k_ulSizeOffset]) : 0;
+        const size_t l_ulWanted = l_bSized ? wire::k_ulOuterHead + l_ulSize : k_ulSized;
         const auto l_Part = i_Bytes.first(std::min(l_ulWanted - m_vFrame.size(), i_Bytes.size()));
         m_vFrame.insert(m_vFrame.end(), l_Part.begin(), l_Part.end());
         i_Bytes = i_Bytes.subspan(l_Part.size());
@@ -39,13 +37,13 @@ void CFrameReader::Feed(std::span<const uint8_t> i_Bytes, const FN_FRAME& i_fnFr
             return;
         }
         if (!l_bSized) {
-            if (emulator::GetNumber(m_vFrame, k_ulSizeOffset, 2) < k_ulMinSize) {
+            if (wire::ReadLe16(&m_vFrame[wire::k_ulSizeOffset]) < wire::k_ulMinSize) {
                 ++m_ullBroken;
                 Skip();
             }
             continue;
         }
-        if (emulator::GetNumber(m_vFrame, 0, 2) != FrameCrc(std::span(m_vFrame).subspan(2))) {
+        if (wire::ReadLe16(m_vFrame.data()) != FrameCrc(std::span(m_vFrame).subspan(2))) {
             ++m_ullBadCrc;
             Skip();
             continue;

@@ -6,8 +6,7 @@
  * 4, at least 4). Its first two bytes are the CRC-16/MODBUS of all the others, low byte first. There
  * is no mark at its start, so whoever has lost the thread waits for the line to fall silent.
  */
-#ifndef LINKS_FRAME_READER_H
-#define LINKS_FRAME_READER_H
+#pragma once
 
 #include <atomic>
 #include <cstddef>
@@ -16,10 +15,9 @@
 #include <span>
 #include <vector>
 
-namespace links {
+#include "wire/Frame.h"
 
-/** Longest frame: the size field has 16 bits. */
-inline constexpr size_t k_ulLongestFrame = 8 + 0xFFFF;
+namespace links {
 
 /** What a reader has seen since it was made. */
 struct S_READER_COUNTERS
@@ -42,9 +40,6 @@ uint16_t FrameCrc(std::span<const uint8_t> i_Bytes);
 class CFrameReader
 {
 public:
-    /** Smallest size field. */
-    static constexpr size_t k_ulMinSize = 4;
-
     /** Takes a whole, good frame. */
     using FN_FRAME = std::function<void(std::vector<uint8_t>)>;
 
@@ -75,5 +70,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_FRAME_READER_H

@@ -2,8 +2,7 @@
  * @file LineStream.h
  * @brief Frames in and bytes out over a terminal, one step at a time.
  */
-#ifndef LINKS_LINE_STREAM_H
-#define LINKS_LINE_STREAM_H
+#pragma once
 
 #include "links/line/Bell.h"
 #include "links/line/FrameReader.h"
@@ -78,5 +77,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_LINE_STREAM_H

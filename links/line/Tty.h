@@ -2,8 +2,7 @@
  * @file Tty.h
  * @brief A serial port, or a pseudo terminal, held for ourselves alone.
  */
-#ifndef LINKS_TTY_H
-#define LINKS_TTY_H
+#pragma once
 
 #include "wire/Descriptor.h"
 
@@ -71,5 +70,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_TTY_H

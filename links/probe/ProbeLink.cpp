@@ -1,7 +1,7 @@
 #include "links/probe/ProbeLink.h"
 
 #include "TornvalLinks.h"
-#include "emulator/Bytes.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 #include <span>
@@ -33,8 +33,7 @@ uint32_t CProbeLink::Open()
     const std::lock_guard l_Lock(m_Mutex);
     std::string l_strError;
     if (!m_Environment.ReadVariables(l_strError) || !m_Environment.ReadControl(l_strError)) {
-        Complain(m_Traits.pszLibrary, l_strError);
-        return Fail(CECORE_ERROR_INVALID_DATA);
+        return Fail(Refuse(m_Traits.pszLibrary, CECORE_ERROR_INVALID_DATA, l_strError));
     }
     if (const auto l_oulError = m_Probe.Faults().Take(E_FAULT::NoOpen)) {
         return Fail(*l_oulError);
@@ -93,7 +92,7 @@ uint32_t CProbeLink::Send(const S_CONTROL& i_Control)
 {
     const std::span l_Command(static_cast<const uint8_t*>(i_Control.pIn), i_Control.ulInSize);
     if (l_Command.size() < k_ulSendExtra || i_Control.ulOutSize < k_ulAckSize ||
-        emulator::GetNumber(l_Command, k_ulSizeOffset, 4) != l_Command.size() - k_ulSendExtra) {
+        wire::ReadLe32(&l_Command[k_ulSizeOffset]) != l_Command.size() - k_ulSendExtra) {
         return Fail(CECORE_ERROR_INVALID_PARAMETER);
     }
     const uint8_t l_ucCmdeID = l_Command[k_ulCmdeOffset];
@@ -106,9 +105,9 @@ uint32_t CProbeLink::Send(const S_CONTROL& i_Control)
     if (!l_Reply.bAnswered) {
         return Fail(CECORE_ERROR_TIMEOUT);
     }
-    const std::span l_Ack(static_cast<uint8_t*>(i_Control.pOut), k_ulAckSize);
-    emulator::PutNumber(l_Ack, 0, 4, l_Reply.ulAnswer);
-    emulator::PutNumber(l_Ack, 4, 4, l_Reply.ulNbReturnByte);
+    auto* l_pucAck = static_cast<uint8_t*>(i_Control.pOut);
+    wire::WriteLe32(l_pucAck, l_Reply.ulAnswer);
+    wire::WriteLe32(l_pucAck + 4, l_Reply.ulNbReturnByte);
     *i_Control.pulCount = m_Probe.Faults().Take(E_FAULT::Ack, l_ucCmdeID).value_or(k_ulAckSize);
     m_oWaiting = S_WAITING{l_ucCmdeID, std::move(l_Reply.vReply),
                            S_CLOCK::now() + std::chrono::milliseconds(l_Reply.ulDelayMs)};
@@ -120,8 +119,7 @@ uint32_t CProbeLink::Fetch(const S_CONTROL& i_Control)
     if (i_Control.ulInSize != 4) {
         return Fail(CECORE_ERROR_INVALID_PARAMETER);
     }
-    const std::span l_In(static_cast<const uint8_t*>(i_Control.pIn), 4);
-    const uint32_t l_ulAsked = emulator::GetNumber(l_In, 0, 4);
+    const uint32_t l_ulAsked = wire::ReadLe32(static_cast<const uint8_t*>(i_Control.pIn));
     if (l_ulAsked > i_Control.ulOutSize) {
         return Fail(CECORE_ERROR_INSUFFICIENT_BUFFER);
     }

@@ -3,8 +3,7 @@
  * @brief A probe link with an emulated probe behind it: what the Bluetooth and the USB library are
  *        but for their names and codes.
  */
-#ifndef LINKS_PROBE_LINK_H
-#define LINKS_PROBE_LINK_H
+#pragma once
 
 #include "emulator/Environment.h"
 #include "emulator/ProbeFirmware.h"
@@ -73,5 +72,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_PROBE_LINK_H

@@ -1,8 +1,7 @@
 #include "links/serial/Conversation.h"
 
-#include "TornvalLinks.h"
-#include "emulator/Bytes.h"
 #include "links/line/LineStream.h"
+#include "wire/Bytes.h"
 
 #include <algorithm>
 #include <utility>
@@ -25,13 +24,13 @@ CConversation::CConversation(CExchangeBook& io_Book, std::chrono::milliseconds i
 
 CConversation::S_KEY CConversation::KeyOf(const std::vector<uint8_t>& i_vFrame)
 {
-    return {i_vFrame[RS_FRAME_CANAL_OFFSET], i_vFrame[RS_FRAME_CMDE_OFFSET]};
+    return {i_vFrame[wire::k_ulCanalOffset], i_vFrame[wire::k_ulCmdeOffset]};
 }
 
 void CConversation::Begin(const CExchangeBook::S_COMMAND& i_Command)
 {
     const std::chrono::milliseconds l_Granted(
-        100 * emulator::GetNumber(i_Command.vFrame, RS_FRAME_TIMEOUT_OFFSET, 2));
+        100 * wire::ReadLe16(&i_Command.vFrame[wire::k_ulTimeoutOffset]));
     const auto l_Time = std::max(m_AnswerTimeout, std::min(l_Granted, k_MostTime));
     m_oCurrent = {i_Command.ullNumber, KeyOf(i_Command.vFrame), {}, {}, std::nullopt};
     SetDeadline(S_CLOCK::now() + l_Time + LineTime(i_Command.vFrame.size(), m_ulBaudRate));
@@ -41,7 +40,7 @@ void CConversation::SetDeadline(S_CLOCK::time_point i_Deadline)
 {
     m_oCurrent->Deadline = i_Deadline;
     m_oCurrent->LastDeadline =
-        i_Deadline + m_AnswerTimeout + LineTime(k_ulLongestFrame, m_ulBaudRate);
+        i_Deadline + m_AnswerTimeout + LineTime(wire::k_ulMaxFrame, m_ulBaudRate);
 }
 
 void CConversation::Answer(std::vector<uint8_t> i_vFrame)

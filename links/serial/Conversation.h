@@ -2,8 +2,7 @@
  * @file Conversation.h
  * @brief Who is answered by a frame that comes in.
  */
-#ifndef LINKS_CONVERSATION_H
-#define LINKS_CONVERSATION_H
+#pragma once
 
 #include "links/common/ExchangeBook.h"
 
@@ -105,5 +104,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_CONVERSATION_H

@@ -1,5 +1,6 @@
 #include "links/serial/SerialLink.h"
 
+#include "links/serial/PortList.h"
 #include "links/serial/Settings.h"
 
 #include <string>
@@ -17,8 +18,7 @@ uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o
     S_SERIAL_SETTINGS l_Settings;
     std::string l_strError;
     if (!ReadSettings(l_Settings, l_strError)) {
-        Complain(k_pszLibrary, "TornvalC63.ini: " + l_strError);
-        return CECORE_ERROR_INVALID_DATA;
+        return Refuse(k_pszLibrary, CECORE_ERROR_INVALID_DATA, "TornvalC63.ini: " + l_strError);
     }
     const CSerialPort::S_SETUP l_Setup{l_Settings.astrPorts[i_Open.ulPort - 1],
                                        {i_Open.ulBaudRate, i_Open.ulDataBits},
@@ -27,8 +27,8 @@ uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o
     S_TTY_ERROR l_Error;
     std::unique_ptr<CTty> l_pTty = CTty::Open(l_Setup.strPath, l_Setup.Settings, l_Error);
     if (!l_pTty) {
-        Complain(k_pszLibrary, l_Error.strText);
-        return l_Error.ulError;
+        return Refuse(k_pszLibrary, l_Error.ulError,
+                      l_Error.strText + "; serial ports here: " + ListPorts());
     }
     const auto l_pPort = std::make_shared<CSerialPort>(l_Setup, std::move(l_pTty));
     const std::lock_guard l_Lock(m_CountersMutex);

@@ -5,8 +5,7 @@
  *
  * The library serial_link.so is this class behind its entry points.
  */
-#ifndef LINKS_SERIAL_LINK_H
-#define LINKS_SERIAL_LINK_H
+#pragma once
 
 #include "links/common/RsLink.h"
 #include "links/serial/SerialPort.h"
@@ -41,5 +40,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_SERIAL_LINK_H

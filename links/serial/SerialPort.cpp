@@ -20,7 +20,7 @@ CSerialPort::CSerialPort(S_SETUP i_Setup, std::unique_ptr<CTty> i_pTty)
     : m_Setup(std::move(i_Setup)),
       m_Conversation(m_Book, m_Setup.AnswerTimeout, m_Setup.Silence, m_Setup.Settings.ulBaudRate),
       m_LongestNoise(m_Setup.AnswerTimeout +
-                     LineTime(k_ulLongestFrame, m_Setup.Settings.ulBaudRate)),
+                     LineTime(wire::k_ulMaxFrame, m_Setup.Settings.ulBaudRate)),
       m_pTty(std::move(i_pTty))
 {
     m_Thread = StartThread([this] { Run(); });

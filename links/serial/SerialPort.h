@@ -2,8 +2,7 @@
  * @file SerialPort.h
  * @brief One open port of the serial link: a terminal, and the thread that talks over it.
  */
-#ifndef LINKS_SERIAL_PORT_H
-#define LINKS_SERIAL_PORT_H
+#pragma once
 
 #include "links/common/ExchangeBook.h"
 #include "links/common/RsLink.h"
@@ -92,5 +91,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_SERIAL_PORT_H

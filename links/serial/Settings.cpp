@@ -1,25 +1,52 @@
 #include "links/serial/Settings.h"
 
-#include "driver/ModuleFolder.h"
+#include "cecore.h"
+#include "wire/ConfigText.h"
+#include "wire/Descriptor.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+
+#include <sys/stat.h>
 
 namespace links {
 
 namespace {
 
-/** Value of a key of the section, of any length that a line of the file can have. */
-std::string ReadText(const tornval::CConfigFile& i_Config, const std::string& i_strKey,
-                     const std::string& i_strDefault)
+/** The configuration file of the host; empty if it cannot be read. */
+std::string ReadConfiguration()
 {
-    char l_aszValue[4096];
-    i_Config.GetString("SERIAL_LINK", i_strKey.c_str(), i_strDefault.c_str(), l_aszValue,
-                       sizeof(l_aszValue));
-    return l_aszValue;
+    std::string l_strPath(CeGetPath(CECORE_PATH_HOME, nullptr, 0), '\0');
+    (void)CeGetPath(CECORE_PATH_HOME, l_strPath.data(),
+                    static_cast<uint32_t>(l_strPath.size() + 1));
+    l_strPath += "TornvalC63.ini";
+    const wire::CDescriptor l_File(
+        open(l_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat l_Status = {};
+    std::string l_strText;
+    if (!l_File || fstat(l_File.Get(), &l_Status) != 0 || !S_ISREG(l_Status.st_mode)) {
+        return l_strText;
+    }
+    constexpr size_t k_ulPiece = 65536;
+    l_strText.reserve(static_cast<size_t>(l_Status.st_size) + k_ulPiece);
+    ssize_t l_lRead = 0;
+    do {
+        const size_t l_ulBefore = l_strText.size();
+        l_strText.resize(l_ulBefore + k_ulPiece);
+        l_lRead = read(l_File.Get(), l_strText.data() + l_ulBefore, k_ulPiece);
+        l_strText.resize(l_ulBefore + static_cast<size_t>(std::max<ssize_t>(l_lRead, 0)));
+    } while (l_lRead > 0 || (l_lRead < 0 && errno == EINTR));
+    return l_strText;
 }
 
-bool ReadNumber(const tornval::CConfigFile& i_Config, const std::string& i_strKey, int i_lMost,
+std::string ReadText(const wire::CConfigText& i_Config, const std::string& i_strKey,
+                     const std::string& i_strDefault)
+{
+    return std::string(i_Config.FindText("SERIAL_LINK", i_strKey).value_or(i_strDefault));
+}
+
+bool ReadNumber(const wire::CConfigText& i_Config, const std::string& i_strKey, int i_lMost,
                 std::chrono::milliseconds& io_Number, std::string& o_strError)
 {
     const std::string l_strText = ReadText(i_Config, i_strKey, std::to_string(io_Number.count()));
@@ -40,8 +67,8 @@ bool ReadNumber(const tornval::CConfigFile& i_Config, const std::string& i_strKe
 bool ReadSettings(S_SERIAL_SETTINGS& o_Settings, std::string& o_strError)
 {
     o_Settings = {};
-    tornval::CConfigFile l_Config;
-    (void)tornval::LoadModuleConfiguration(l_Config);
+    wire::CConfigText l_Config;
+    l_Config.Parse(ReadConfiguration());
     for (size_t i = 0; i < o_Settings.astrPorts.size(); ++i) {
         o_Settings.astrPorts[i] =
             ReadText(l_Config, "PORT_" + std::to_string(i + 1), o_Settings.astrPorts[i]);

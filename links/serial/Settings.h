@@ -2,8 +2,7 @@
  * @file Settings.h
  * @brief Where the ports of the serial link are: section SERIAL_LINK of the configuration file.
  */
-#ifndef LINKS_SERIAL_SETTINGS_H
-#define LINKS_SERIAL_SETTINGS_H
+#pragma once
 
 #include <array>
 #include <chrono>
@@ -32,5 +31,3 @@ struct S_SERIAL_SETTINGS
 bool ReadSettings(S_SERIAL_SETTINGS& o_Settings, std::string& o_strError);
 
 } // namespace links
-
-#endif // LINKS_SERIAL_SETTINGS_H

@@ -26,8 +26,7 @@ uint32_t CVirtualLink::Prepare(const S_OPEN& i_Open)
     std::string l_strError;
     if (!l_Instrument.Environment.ReadVariables(l_strError) ||
         !l_Instrument.Environment.ReadControl(l_strError)) {
-        Complain("virtual_link", l_strError);
-        return CECORE_ERROR_INVALID_DATA;
+        return Refuse("virtual_link", CECORE_ERROR_INVALID_DATA, l_strError);
     }
     return l_Instrument.Firmware.Faults().Take(emulator::E_FAULT::NoOpen).value_or(0);
 }

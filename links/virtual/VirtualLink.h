@@ -6,8 +6,7 @@
  * The library virtual_link.so is this class behind its entry points. A test that wants the
  * instruments in its hands links the class itself.
  */
-#ifndef LINKS_VIRTUAL_LINK_H
-#define LINKS_VIRTUAL_LINK_H
+#pragma once
 
 #include "emulator/BoardFirmware.h"
 #include "emulator/Environment.h"
@@ -57,5 +56,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_VIRTUAL_LINK_H

@@ -2,8 +2,7 @@
  * @file VirtualPort.h
  * @brief One open port of the virtual link.
  */
-#ifndef LINKS_VIRTUAL_PORT_H
-#define LINKS_VIRTUAL_PORT_H
+#pragma once
 
 #include "emulator/Environment.h"
 #include "emulator/Firmware.h"
@@ -59,5 +58,3 @@ private:
 };
 
 } // namespace links
-
-#endif // LINKS_VIRTUAL_PORT_H

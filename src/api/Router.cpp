@@ -2,8 +2,8 @@
 
 #include "api/Router.h"
 
-#include "support/Text.h"
 #include "support/Trace.h"
+#include "wire/Text.h"
 
 namespace tornval {
 namespace {
@@ -45,7 +45,7 @@ CMeasDriver* CRouter::GetDriverFromLinkType(const char* i_pszLinkType)
     for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
         char l_aszLinkType[256];
         l_pDriver->GetLinkType(l_aszLinkType);
-        if (EqualsNoCase(l_aszLinkType, i_pszLinkType)) {
+        if (wire::EqualsNoCase(l_aszLinkType, i_pszLinkType)) {
             return l_pDriver.get();
         }
     }

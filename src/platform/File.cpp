@@ -369,3 +369,15 @@ bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLengt
 }
 
 } // namespace cecore
+
+void CePrintError(const char* text)
+{
+    const uint32_t l_ulBefore = cecore::GetLastError();
+    try {
+        const std::string l_strLine = std::string(text == nullptr ? "" : text) + '\n';
+        (void)cecore::WriteToConsole(stderr, l_strLine.data(), l_strLine.size());
+    } catch (const std::bad_alloc&) {
+        // Nobody is told then.
+    }
+    ::SetLastError(l_ulBefore);
+}

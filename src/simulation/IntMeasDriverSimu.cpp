@@ -10,7 +10,7 @@
 #include "platform/Memory.h"
 #include "platform/Reason.h"
 #include "support/Numbers.h"
-#include "support/Text.h"
+#include "wire/Text.h"
 
 namespace tornval {
 namespace {
@@ -282,7 +282,7 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
         }
         size_t l_ulColumn = 0;
         ForEachNumber(l_strText, [&](std::string_view i_strNumber) {
-            double l_dNumber = TextToDouble(i_strNumber);
+            double l_dNumber = wire::TextToDouble(i_strNumber);
             if (l_ulColumn != 0) {
                 l_dNumber *= k_dScale;
             }

@@ -4,8 +4,8 @@
  */
 #pragma once
 
-#include "emulator/Bytes.h"
 #include "emulator/Firmware.h"
+#include "wire/Bytes.h"
 
 #include <cstdint>
 #include <initializer_list>
@@ -17,15 +17,15 @@ using Bytes = std::vector<uint8_t>;
 inline Bytes Request(uint8_t i_ucCmdeID, std::initializer_list<uint32_t> i_Payload = {},
                      uint8_t i_ucCanal = 0)
 {
-    Bytes l_vFrame(emulator::k_ulDataOffset);
+    Bytes l_vFrame(wire::k_ulDataOffset);
     for (const uint32_t l_ulNumber : i_Payload) {
-        emulator::AppendNumber(l_vFrame, 4, l_ulNumber);
+        wire::AppendNumber(l_vFrame, 4, l_ulNumber);
     }
-    l_vFrame[emulator::k_ulIdOffset] = i_ucCmdeID;
-    l_vFrame[emulator::k_ulCanalOffset] = i_ucCanal;
-    l_vFrame[emulator::k_ulCmdeOffset] = i_ucCmdeID;
-    emulator::PutNumber(l_vFrame, emulator::k_ulSizeOffset, 2,
-                        static_cast<uint32_t>(l_vFrame.size() - emulator::k_ulOuterHead));
+    l_vFrame[wire::k_ulIdOffset] = i_ucCmdeID;
+    l_vFrame[wire::k_ulCanalOffset] = i_ucCanal;
+    l_vFrame[wire::k_ulCmdeOffset] = i_ucCmdeID;
+    wire::PutNumber(l_vFrame, wire::k_ulSizeOffset, 2,
+                    static_cast<uint32_t>(l_vFrame.size() - wire::k_ulOuterHead));
     emulator::SealFrame(l_vFrame);
     return l_vFrame;
 }
@@ -34,6 +34,6 @@ inline Bytes Request(uint8_t i_ucCmdeID, std::initializer_list<uint32_t> i_Paylo
 inline uint32_t At(const Bytes& i_vFrame, size_t i_ulOffset, size_t i_ulWidth = 4)
 {
     return i_ulOffset + i_ulWidth <= i_vFrame.size()
-               ? emulator::GetNumber(i_vFrame, i_ulOffset, i_ulWidth)
+               ? wire::GetNumber(i_vFrame, i_ulOffset, i_ulWidth)
                : 0xEEEEEEEEU;
 }

@@ -33,7 +33,7 @@ struct S_LINK_EXCHANGE
     {
         ucCmdeID = i_vFrame[RS_FRAME_CMDE_OFFSET];
         std::copy(i_vFrame.begin(), i_vFrame.end(), vBlock.begin());
-        emulator::PutNumber(vBlock, RS_BLOCK_EVENT_OFFSET, 4, Event.Get());
+        wire::PutNumber(vBlock, RS_BLOCK_EVENT_OFFSET, 4, Event.Get());
         uint32_t l_ulStatus = 0xFFFFFFFF, l_ulCount = 0;
         if (Link.Control({RS_LINK_CONSTANT, IOCTL_RS_SEND_COMMAND, vBlock.data(), RS_BLOCK_SIZE,
                           &l_ulStatus, 4, &l_ulCount},

@@ -24,8 +24,8 @@ TEST(SerialFrames, AreFoundByTheirSizeAndDroppedWhole)
     Bytes l_vBad = Request(212, {3});
     l_vBad.back() ^= 1;
     const Bytes l_vNoSize{1, 2, 3, 4, 3, 0};
-    Bytes l_vLongest(k_ulLongestFrame);
-    emulator::PutNumber(l_vLongest, 4, 2, 0xFFFF);
+    Bytes l_vLongest(wire::k_ulMaxFrame);
+    wire::PutNumber(l_vLongest, 4, 2, 0xFFFF);
     emulator::SealFrame(l_vLongest);
     struct S_CASE
     {
@@ -232,7 +232,7 @@ TEST(SerialLink, GivesAnInstrumentTheTimeThatItsFrameGrants)
     l_Far.Module.Faults().Dial(emulator::E_FAULT::Late, 1500, 1);
     S_LINK_EXCHANGE l_Granted{l_Link, l_ulHandle};
     Bytes l_vFrame = Request(0xA1, {1});
-    emulator::PutNumber(l_vFrame, RS_FRAME_TIMEOUT_OFFSET, 2, 50);
+    wire::PutNumber(l_vFrame, RS_FRAME_TIMEOUT_OFFSET, 2, 50);
     emulator::SealFrame(l_vFrame);
     ASSERT_EQ(l_Granted.Send(l_vFrame), 0U);
     EXPECT_TRUE(l_Granted.Wait());
@@ -245,7 +245,7 @@ TEST(SerialLink, GivesAnInstrumentTheTimeThatItsFrameGrants)
     EXPECT_EQ(l_Long.Fetch().size(), 15'015U);
     // A head that cannot be.
     Bytes l_vShort = Request(0xFF);
-    emulator::PutNumber(l_vShort, RS_FRAME_SIZE_OFFSET, 2, 3);
+    wire::PutNumber(l_vShort, RS_FRAME_SIZE_OFFSET, 2, 3);
     EXPECT_EQ(S_LINK_EXCHANGE({l_Link, l_ulHandle}).Send(l_vShort), 87U);
 }
 
@@ -416,7 +416,7 @@ TEST(SerialLink, ComesBackWithALineThatHungUp)
 static Bytes LongCommand()
 {
     Bytes l_vLong(60'000);
-    emulator::PutNumber(l_vLong, RS_FRAME_SIZE_OFFSET, 2, 59'992);
+    wire::PutNumber(l_vLong, RS_FRAME_SIZE_OFFSET, 2, 59'992);
     return l_vLong;
 }
 

@@ -12,7 +12,7 @@
 #include "TestHome.h"
 #include "platform/Format.h"
 #include "support/ConfigFile.h"
-#include "support/Text.h"
+#include "wire/Text.h"
 
 using namespace tornval;
 
@@ -40,12 +40,13 @@ TEST(Numbers, AreReadAsTheStandardDoes)
         l_strZeros + " -1" + l_strZeros + ".0e-5 1" + l_strZeros + "e-400 0." + l_strZeros +
         "1e5 ." + l_strZeros + "1e401");
     for (std::string l_strText; l_Texts >> l_strText;) {
-        EXPECT_EQ(TextToDouble(l_strText), std::strtod(l_strText.c_str(), nullptr)) << l_strText;
+        EXPECT_EQ(wire::TextToDouble(l_strText), std::strtod(l_strText.c_str(), nullptr))
+            << l_strText;
     }
     for (const char* l_pszNone : {"", "- 1", "0x10", "inf", "-infinity", "nan(12)"}) {
-        EXPECT_EQ(TextToDouble(l_pszNone), 0.0) << l_pszNone;
+        EXPECT_EQ(wire::TextToDouble(l_pszNone), 0.0) << l_pszNone;
     }
-    EXPECT_EQ(TextToDouble({" \t\r\n\v\f123", 8}), 12) << "reads nothing behind the text";
+    EXPECT_EQ(wire::TextToDouble({" \t\r\n\v\f123", 8}), 12) << "reads nothing behind the text";
 }
 
 TEST(Numbers, TruncateWithinTheirRange)

@@ -80,7 +80,8 @@ TEST(BoardFirmware, JudgesCommands)
         {Request(209), 0}};
     for (const auto& [l_vRequest, l_ulError] : l_aCases) {
         EXPECT_EQ(ErrorOf(l_Board, l_vRequest), l_ulError)
-            << "command " << unsigned{l_vRequest[k_ulCmdeOffset]} << ", " << l_vRequest.size();
+            << "command " << unsigned{l_vRequest[wire::k_ulCmdeOffset]} << ", "
+            << l_vRequest.size();
     }
     const S_BOARD_STATE l_State = l_Board.State();
     EXPECT_EQ(l_State.ucCalibration, 7);
@@ -180,7 +181,7 @@ TEST(Faults, SpoilAFrameOnce)
         uint32_t ulValue;
         bool bSealed;
     } l_aCases[] = {
-        {"frame-size=9*1", k_ulSizeOffset, 2, 9, true},
+        {"frame-size=9*1", wire::k_ulSizeOffset, 2, 9, true},
         {"short=20*1", k_ulData, 4, 0xEEEEEEEE, false},
         {"corrupt=4*1, # a remark", k_ulData + 4, 4, 1000 ^ 0x55555555, false},
     };

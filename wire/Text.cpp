@@ -1,11 +1,11 @@
-#include "support/Text.h"
+#include "wire/Text.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
 
-namespace tornval {
+namespace wire {
 namespace {
 
 char ToLower(char i_cChar)
@@ -70,4 +70,4 @@ double TextToDouble(std::string_view i_strText)
     return l_eError != std::errc() || l_bWord ? 0.0 : l_dNumber;
 }
 
-} // namespace tornval
+} // namespace wire

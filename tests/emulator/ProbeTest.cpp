@@ -23,7 +23,7 @@ struct S_PROBE_TEST
     {
         Bytes l_vCommand(12);
         l_vCommand[1] = i_ucCmdeID;
-        PutNumber(l_vCommand, 8, 4, static_cast<uint32_t>(i_vPayload.size()));
+        wire::PutNumber(l_vCommand, 8, 4, static_cast<uint32_t>(i_vPayload.size()));
         l_vCommand.insert(l_vCommand.end(), i_vPayload.begin(), i_vPayload.end());
         l_vCommand.push_back(0xCC);
         return Link.Control({PROBE_LINK_CONSTANT, IOCTL_PBT_SEND_COMMAND, l_vCommand.data(),
@@ -31,7 +31,7 @@ struct S_PROBE_TEST
     }
     Bytes Fetch()
     {
-        Bytes l_vReply(GetNumber(aucAck, 4, 4));
+        Bytes l_vReply(wire::GetNumber(aucAck, 4, 4));
         Link.Control({PROBE_LINK_CONSTANT, IOCTL_PBT_GET_RESULT, aucAck.data() + 4, 4,
                       l_vReply.data(), static_cast<uint32_t>(l_vReply.size()), &ulCount});
         l_vReply.resize(ulCount);

@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-namespace tornval {
+namespace wire {
 
 /** Whether two texts are equal but for the case of the letters A to Z, in every locale. */
 bool EqualsNoCase(std::string_view i_strLeft, std::string_view i_strRight);
@@ -17,4 +17,4 @@ bool EqualsNoCase(std::string_view i_strLeft, std::string_view i_strRight);
  */
 double TextToDouble(std::string_view i_strText);
 
-} // namespace tornval
+} // namespace wire
