@@ -58,6 +58,8 @@ void WriteCodes()
             Bytes l_vSamples{static_cast<uint8_t>(0xFE | l_ucSecond)};
             l_vSamples.insert(l_vSamples.end(), l_vCodes.begin(), l_vCodes.end());
             Write("samples", l_strName, l_vSamples);
+            l_vSamples.insert(l_vSamples.begin() + 1, {0, 0});
+            Write("kernels", l_strName, l_vSamples);
             for (const uint8_t l_ucStatus : Bytes{0, 1, 0x2C, 0x30}) {
                 Bytes l_vReply{l_ucSecond, 33, static_cast<uint8_t>(l_vCodes.size()),
                                static_cast<uint8_t>(l_vCodes.size() >> 8), l_ucStatus};

@@ -11,6 +11,9 @@ constexpr S_SAMPLE_FORM k_aForms[] = {
 #ifdef __x86_64__
     {"AVX2", RunsDecodeAvx2, DecodeStreamAvx2},
 #endif
+#ifdef __aarch64__
+    {"NEON", [] { return true; }, DecodeStreamNeon},
+#endif
     {"portable", [] { return true; }, DecodeStreamPortable}};
 
 // Null until the first use.

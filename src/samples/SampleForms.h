@@ -111,6 +111,9 @@ bool NeverSaturates(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel);
 
 size_t DecodeStreamPortable(const S_STREAM& i_Stream);
 
+#ifdef __aarch64__
+size_t DecodeStreamNeon(const S_STREAM& i_Stream);
+#endif
 #ifdef __x86_64__
 bool RunsDecodeAvx2();
 size_t DecodeStreamAvx2(const S_STREAM& i_Stream);
