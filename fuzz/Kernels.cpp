@@ -32,8 +32,9 @@ S_DECODED Run(Decode&& i_fnDecode, const Bytes& i_vCodes, uint32_t i_ulChannels,
     for (auto& l_vlArray : l_Decoded.vvlArrays) {
         l_vplArrays.push_back(l_vlArray.data());
     }
-    l_Decoded.ulTotal = i_fnDecode(tornval::S_STREAM{i_vCodes.data(), i_vCodes.size(), i_ulChannels,
-                                                     i_ulMaxSamples, l_vplArrays.data(), i_Scaling});
+    l_Decoded.ulTotal =
+        i_fnDecode(tornval::S_STREAM{i_vCodes.data(), i_vCodes.size(), i_ulChannels, i_ulMaxSamples,
+                                     l_vplArrays.data(), i_Scaling});
     return l_Decoded;
 }
 
@@ -43,13 +44,13 @@ void CheckForms(const Bytes& i_vCodes, uint32_t i_ulChannels, uint32_t i_ulMaxSa
     const S_DECODED l_Expected =
         Run(PlainDecode, i_vCodes, i_ulChannels, i_ulMaxSamples, i_Scaling);
     for (const tornval::S_SAMPLE_FORM& l_Form : tornval::SampleForms()) {
-        Require(!l_Form.pfnRuns() ||
-                Run(l_Form.pfnDecode, i_vCodes, i_ulChannels, i_ulMaxSamples, i_Scaling) ==
-                    l_Expected);
+        Require(!l_Form.pfnRuns() || Run(l_Form.pfnDecode, i_vCodes, i_ulChannels, i_ulMaxSamples,
+                                         i_Scaling) == l_Expected);
     }
     const uint16_t l_usCrc = PlainCrc(i_vCodes.data(), i_vCodes.size());
     for (const wire::S_CRC_FORM& l_Form : wire::CrcForms()) {
-        Require(!l_Form.pfnRuns() || l_Form.pfnCompute(i_vCodes.data(), i_vCodes.size()) == l_usCrc);
+        Require(!l_Form.pfnRuns() ||
+                l_Form.pfnCompute(i_vCodes.data(), i_vCodes.size()) == l_usCrc);
     }
 }
 
@@ -72,9 +73,8 @@ void CheckEncoder(const Bytes& i_vBytes, uint32_t i_ulChannels)
         if (!l_Form.pfnRuns()) {
             continue;
         }
-        const S_DECODED l_Decoded =
-            Run(l_Form.pfnDecode, l_Encoded.vCodes, i_ulChannels,
-                static_cast<uint32_t>(l_vSamples.size()), l_Scaling);
+        const S_DECODED l_Decoded = Run(l_Form.pfnDecode, l_Encoded.vCodes, i_ulChannels,
+                                        static_cast<uint32_t>(l_vSamples.size()), l_Scaling);
         Require(l_Decoded.ulTotal == l_vSamples.size());
         for (size_t l_ul = 0; l_ul < l_vSamples.size(); ++l_ul) {
             const emulator::S_SAMPLE& l_Sample = l_vSamples[l_ul];

@@ -25,8 +25,8 @@ inline uint64_t ClearOf(const uint8_t* i_pucData)
             vandq_u8(vcltq_u8(vld1q_u8(i_pucData + 16 * l_ul), vdupq_n_u8(0x80)), l_Bits);
     }
     // Neighbours are added until each eight bytes are one.
-    const uint8x16_t l_Pairs = vpaddq_u8(vpaddq_u8(l_aClear[0], l_aClear[1]),
-                                         vpaddq_u8(l_aClear[2], l_aClear[3]));
+    const uint8x16_t l_Pairs =
+        vpaddq_u8(vpaddq_u8(l_aClear[0], l_aClear[1]), vpaddq_u8(l_aClear[2], l_aClear[3]));
     return vgetq_lane_u64(vreinterpretq_u64_u8(vpaddq_u8(l_Pairs, l_Pairs)), 0);
 }
 
@@ -90,8 +90,7 @@ inline int32x4_t MeasureFour(int16x4_t i_Values, uint16x4_t i_IsHigh, bool i_bCa
         return vcombine_s32(CalibrateTwo(vget_low_s32(l_Values), i_Scale),
                             CalibrateTwo(vget_high_s32(l_Values), i_Scale));
     }
-    const uint32x4_t l_IsHigh =
-        vreinterpretq_u32_s32(vmovl_s16(vreinterpret_s16_u16(i_IsHigh)));
+    const uint32x4_t l_IsHigh = vreinterpretq_u32_s32(vmovl_s16(vreinterpret_s16_u16(i_IsHigh)));
     return vmulq_s32(l_Values,
                      vbslq_s32(l_IsHigh, vdupq_n_s32(i_Scale.lHigh), vdupq_n_s32(i_Scale.lLow)));
 }
@@ -138,9 +137,8 @@ void DecodeOnlyWords(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& i
         const uint16x8_t l_NoneYet = vceqq_u16(vreinterpretq_u16_u8(l_Places), vdupq_n_u16(0xFFFF));
         const int16x8_t l_Excess =
             vreinterpretq_s16_u8(vqtbl1q_u8(vreinterpretq_u8_s16(l_Sums), l_Places));
-        const int16x8_t l_Values =
-            vaddq_s16(vsubq_s16(l_Sums, l_Excess),
-                      vandq_s16(vreinterpretq_s16_u16(l_NoneYet), l_Before));
+        const int16x8_t l_Values = vaddq_s16(vsubq_s16(l_Sums, l_Excess),
+                                             vandq_s16(vreinterpretq_s16_u16(l_NoneYet), l_Before));
         l_Before = vdupq_laneq_s16(l_Values, 7);
         // High range runs on through steps as a carry does, and ends at an absolute code of low.
         const unsigned l_ulIsHigh = vaddvq_u16(vandq_u16(l_Bits, HighOf(l_Words, l_Said.IsStep)));
@@ -173,10 +171,10 @@ void DecodeRounds(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_C
         for (size_t l_ul = 0; l_ul < i_ulCount; l_ul += l_ulNbChannel, l_ulAt += k_ulWidth) {
             const uint16x8_t l_Words = vld1q_u16(i_pusWords + l_ul + l_ulHalf);
             const S_SAID l_Said = Understand(l_Words);
-            l_Values = vaddq_u16(vreinterpretq_u16_s16(l_Said.Number),
-                                 vandq_u16(l_Values, l_Said.IsStep));
-            l_IsHigh = vorrq_u16(HighOf(l_Words, l_Said.IsStep),
-                                 vandq_u16(l_IsHigh, l_Said.IsStep));
+            l_Values =
+                vaddq_u16(vreinterpretq_u16_s16(l_Said.Number), vandq_u16(l_Values, l_Said.IsStep));
+            l_IsHigh =
+                vorrq_u16(HighOf(l_Words, l_Said.IsStep), vandq_u16(l_IsHigh, l_Said.IsStep));
             vst1q_u16(l_ausValues + l_ulAt, l_Values);
             vst1q_u16(l_ausHigh + l_ulAt, l_IsHigh);
         }
@@ -195,8 +193,8 @@ void DecodeRounds(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_C
                 l_ausHighColumn[l_ul] = l_ausHigh[l_ulAt];
             }
             StoreEight(vreinterpretq_s16_u16(vld1q_u16(l_ausColumn)), vld1q_u16(l_ausHighColumn),
-                       io_Channels.Scaling.bCalibrated,
-                       io_Channels.Scaling.aChannels[l_ulChannel], l_ulRows - l_ulRow, l_plNext);
+                       io_Channels.Scaling.bCalibrated, io_Channels.Scaling.aChannels[l_ulChannel],
+                       l_ulRows - l_ulRow, l_plNext);
         }
     }
 }
