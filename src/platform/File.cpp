@@ -8,7 +8,6 @@
 #include <cstring>
 #include <cwctype>
 #include <map>
-#include <mutex>
 #include <new>
 #include <string>
 
@@ -23,6 +22,7 @@
 #include "Objects.h"
 #include "Path.h"
 #include "wire/Descriptor.h"
+#include "wire/Guarded.h"
 #include "wire/SystemError.h"
 
 namespace cecore {
@@ -97,14 +97,14 @@ struct S_NO_CASE
 
 struct S_DEVICE_TABLE
 {
-    std::mutex Mutex;
-    std::map<std::wstring, std::shared_ptr<IDevice>, S_NO_CASE> mapDevices;
+    wire::CMutex Mutex;
+    std::map<std::wstring, std::shared_ptr<IDevice>, S_NO_CASE> mapDevices WIRE_GUARDED_BY(Mutex);
 };
 
 std::shared_ptr<IDevice> FindDevice(const wchar_t* i_pwszName)
 {
     auto& l_Table = Resident<S_DEVICE_TABLE>();
-    const std::lock_guard l_Lock(l_Table.Mutex);
+    const wire::CLock l_Lock(l_Table.Mutex);
     const auto l_It = l_Table.mapDevices.find(i_pwszName);
     return l_It == l_Table.mapDevices.end() ? nullptr : l_It->second;
 }
@@ -213,14 +213,14 @@ private:
 void RegisterDevice(const wchar_t* i_pwszName, std::shared_ptr<IDevice> i_pDevice)
 {
     auto& l_Table = Resident<S_DEVICE_TABLE>();
-    const std::lock_guard l_Lock(l_Table.Mutex);
+    const wire::CLock l_Lock(l_Table.Mutex);
     l_Table.mapDevices[i_pwszName] = std::move(i_pDevice);
 }
 
 void UnregisterDevice(const wchar_t* i_pwszName)
 {
     auto& l_Table = Resident<S_DEVICE_TABLE>();
-    const std::lock_guard l_Lock(l_Table.Mutex);
+    const wire::CLock l_Lock(l_Table.Mutex);
     l_Table.mapDevices.erase(i_pwszName);
 }
 

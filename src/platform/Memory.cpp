@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
@@ -11,14 +10,15 @@
 #include <unistd.h>
 
 #include "wire/Descriptor.h"
+#include "wire/Guarded.h"
 
 namespace cecore {
 namespace {
 
 constexpr uint64_t k_ullTargetMemory = 512ULL << 20;
 
-std::mutex s_Mutex;
-std::optional<S_MEMORYSTATUS> s_Override;
+wire::CMutex s_Mutex;
+std::optional<S_MEMORYSTATUS> s_Override WIRE_GUARDED_BY(s_Mutex);
 
 /** The kernel's table as text, read without taking memory; empty if it is not there. */
 std::string_view ReadMemInfo(char* o_pcText, size_t i_ulSize)
@@ -74,7 +74,7 @@ void ScaleMemoryStatus(uint64_t i_ullTotal, uint64_t i_ullAvailable, S_MEMORYSTA
 void GlobalMemoryStatus(S_MEMORYSTATUS* io_pStatus)
 {
     {
-        const std::lock_guard l_Lock(s_Mutex);
+        const wire::CLock l_Lock(s_Mutex);
         if (s_Override) {
             *io_pStatus = *s_Override;
             return;
@@ -96,7 +96,7 @@ void GlobalMemoryStatus(S_MEMORYSTATUS* io_pStatus)
 
 void OverrideMemoryStatus(const S_MEMORYSTATUS* i_pStatus)
 {
-    const std::lock_guard l_Lock(s_Mutex);
+    const wire::CLock l_Lock(s_Mutex);
     s_Override = i_pStatus == nullptr ? std::nullopt : std::optional(*i_pStatus);
 }
 

@@ -2,9 +2,9 @@
 
 #include <array>
 #include <cstdlib>
-#include <mutex>
 
 #include "Sync.h"
+#include "wire/Guarded.h"
 
 namespace cecore {
 namespace {
@@ -28,22 +28,22 @@ constinit std::array<std::atomic<S_SLOT*>, k_ulMaxChunks> s_apChunks{};
 /** What an opening and a closing change. */
 struct S_TABLE
 {
-    std::mutex Mutex;
-    uint32_t ulNbSlots = 0;
+    wire::CMutex Mutex;
+    uint32_t ulNbSlots WIRE_GUARDED_BY(Mutex) = 0;
     // Closed slots are chained in the order of their closing: a close allocates nothing, so it cannot
     // fail in a destructor.
-    uint32_t ulFirstFree = 0;
-    uint32_t ulLastFree = 0;
-    uint32_t ulNbFree = 0;
-    uint32_t ulCount = 0;
+    uint32_t ulFirstFree WIRE_GUARDED_BY(Mutex) = 0;
+    uint32_t ulLastFree WIRE_GUARDED_BY(Mutex) = 0;
+    uint32_t ulNbFree WIRE_GUARDED_BY(Mutex) = 0;
+    uint32_t ulCount WIRE_GUARDED_BY(Mutex) = 0;
 };
 constinit S_TABLE s_Table;
-static_assert(std::is_trivially_destructible_v<std::mutex>, "it stays when the process ends");
+static_assert(std::is_trivially_destructible_v<wire::CMutex>, "it stays when the process ends");
 
 constinit std::array<S_WAITING_ROOM, 64> s_aWaitingRooms{};
 
 /** A slot that is free. The table is locked. @return false with the last error set. */
-bool TakeSlot(uint32_t& o_ulSlot)
+bool TakeSlot(uint32_t& o_ulSlot) WIRE_REQUIRES(s_Table.Mutex)
 {
     if (s_Table.ulNbFree > k_ulMinResting ||
         (s_Table.ulNbSlots == k_ulMaxSlots && s_Table.ulNbFree > 0)) {
@@ -126,7 +126,7 @@ void WakeWaitingRoom(Handle i_hObject)
 
 Handle OpenHandle(EObjectKind i_Kind, uint32_t i_ulState, std::shared_ptr<CKernelObject> i_pObject)
 {
-    const std::lock_guard l_Lock(s_Table.Mutex);
+    const wire::CLock l_Lock(s_Table.Mutex);
     uint32_t l_ulSlot = 0;
     if (!TakeSlot(l_ulSlot)) {
         return 0;
@@ -147,7 +147,7 @@ std::shared_ptr<CKernelObject> FindObject(Handle i_hObject)
 {
     std::shared_ptr<CKernelObject> l_pObject;
     if (const S_SLOT* l_pSlot = SlotOf(i_hObject)) {
-        const std::lock_guard l_Lock(s_Table.Mutex);
+        const wire::CLock l_Lock(s_Table.Mutex);
         if (IdentityOf(l_pSlot->ulState.load(std::memory_order_relaxed)) == IdentityOf(i_hObject)) {
             l_pObject = l_pSlot->pObject;
         }
@@ -164,7 +164,7 @@ bool CloseHandle(Handle i_hObject)
     uint32_t l_ulState = 0;
     {
         S_SLOT* l_pSlot = SlotOf(i_hObject);
-        const std::lock_guard l_Lock(s_Table.Mutex);
+        const wire::CLock l_Lock(s_Table.Mutex);
         if (l_pSlot == nullptr || KindOf(i_hObject) == 0 ||
             IdentityOf(l_pSlot->ulState.load(std::memory_order_relaxed)) != IdentityOf(i_hObject)) {
             ::SetLastError(ERROR_INVALID_HANDLE);
@@ -192,7 +192,7 @@ bool CloseHandle(Handle i_hObject)
 
 uint32_t GetOpenHandleCount()
 {
-    const std::lock_guard l_Lock(s_Table.Mutex);
+    const wire::CLock l_Lock(s_Table.Mutex);
     return s_Table.ulCount;
 }
 

@@ -1,9 +1,9 @@
 #include "Reason.h"
+#include "wire/Guarded.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <mutex>
 #include <new>
 
 namespace cecore {
@@ -14,10 +14,10 @@ constexpr uint32_t k_ulKept = 64;
 
 struct S_REASONS
 {
-    std::mutex Mutex;
-    std::array<CECORE_REASON, k_ulKept> aReasons;
+    wire::CMutex Mutex;
+    std::array<CECORE_REASON, k_ulKept> aReasons WIRE_GUARDED_BY(Mutex);
     /** All that came since the last forgetting; number n stands at n modulo k_ulKept. */
-    uint32_t ulCount;
+    uint32_t ulCount WIRE_GUARDED_BY(Mutex);
 };
 
 // Zero until the first one comes, so that a process without a failure touches no page of it.
@@ -47,13 +47,14 @@ CReasonScope::~CReasonScope()
 
 void ForgetReasons()
 {
-    const std::lock_guard l_Lock(s_Reasons.Mutex);
+    const wire::CLock l_Lock(s_Reasons.Mutex);
     s_Reasons.ulCount = 0;
 }
 
 void RenewReasonsInChild()
 {
-    new (&s_Reasons.Mutex) std::mutex();
+    new (&s_Reasons.Mutex) wire::CMutex();
+    const wire::CLock l_Lock(s_Reasons.Mutex);
     s_Reasons.ulCount = 0;
 }
 
@@ -62,7 +63,7 @@ void RenewReasonsInChild()
 void CeNoteReason(uint32_t code, const char* text)
 {
     using namespace cecore;
-    const std::lock_guard l_Lock(s_Reasons.Mutex);
+    const wire::CLock l_Lock(s_Reasons.Mutex);
     CECORE_REASON& l_Reason = s_Reasons.aReasons[s_Reasons.ulCount++ % k_ulKept];
     l_Reason.code = code;
     CopyText(l_Reason.about, s_pszAbout);
@@ -72,7 +73,7 @@ void CeNoteReason(uint32_t code, const char* text)
 uint32_t CeGetReasons(CECORE_REASON* reasons, uint32_t max)
 {
     using namespace cecore;
-    const std::lock_guard l_Lock(s_Reasons.Mutex);
+    const wire::CLock l_Lock(s_Reasons.Mutex);
     const uint32_t l_ulKeptNow = std::min(s_Reasons.ulCount, k_ulKept);
     for (uint32_t i = 0; reasons != nullptr && i < std::min(max, l_ulKeptNow); ++i) {
         reasons[i] = s_Reasons.aReasons[(s_Reasons.ulCount - l_ulKeptNow + i) % k_ulKept];

@@ -4,11 +4,11 @@
 #include <cstring>
 #include <cwctype>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Objects.h"
+#include "wire/Guarded.h"
 
 namespace cecore {
 namespace {
@@ -17,8 +17,8 @@ using Values = std::map<std::wstring, std::vector<unsigned char>>;
 
 struct S_REGISTRY
 {
-    std::mutex Mutex;
-    std::map<std::wstring, Values> mapKeys;
+    wire::CMutex Mutex;
+    std::map<std::wstring, Values> mapKeys WIRE_GUARDED_BY(Mutex);
 };
 
 std::wstring Fold(const wchar_t* i_pwszName)
@@ -50,14 +50,14 @@ void SetRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry, cons
 {
     const auto* l_pcData = static_cast<const unsigned char*>(i_pData);
     auto& l_Registry = Resident<S_REGISTRY>();
-    const std::lock_guard l_Lock(l_Registry.Mutex);
+    const wire::CLock l_Lock(l_Registry.Mutex);
     l_Registry.mapKeys[Fold(i_pwszKey)][Fold(i_pwszEntry)].assign(l_pcData, l_pcData + i_ulSize);
 }
 
 void DeleteRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry)
 {
     auto& l_Registry = Resident<S_REGISTRY>();
-    const std::lock_guard l_Lock(l_Registry.Mutex);
+    const wire::CLock l_Lock(l_Registry.Mutex);
     const auto l_It = l_Registry.mapKeys.find(Fold(i_pwszKey));
     if (l_It != l_Registry.mapKeys.end()) {
         l_It->second.erase(Fold(i_pwszEntry));
@@ -75,7 +75,7 @@ try {
     std::wstring l_strKey = Fold(i_pwszKey);
     {
         auto& l_Registry = Resident<S_REGISTRY>();
-        const std::lock_guard l_Lock(l_Registry.Mutex);
+        const wire::CLock l_Lock(l_Registry.Mutex);
         if (!l_Registry.mapKeys.contains(l_strKey)) {
             return ERROR_FILE_NOT_FOUND;
         }
@@ -94,7 +94,7 @@ try {
         return ERROR_INVALID_HANDLE;
     }
     auto& l_Registry = Resident<S_REGISTRY>();
-    const std::lock_guard l_Lock(l_Registry.Mutex);
+    const wire::CLock l_Lock(l_Registry.Mutex);
     const auto l_Key = l_Registry.mapKeys.find(l_pKey->GetName());
     if (l_Key == l_Registry.mapKeys.end()) {
         return ERROR_FILE_NOT_FOUND;
