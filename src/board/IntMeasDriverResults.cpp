@@ -175,14 +175,20 @@ void CIntMeasDriver::GetResult_ACQUISITION_UPLOAD(S_EXCHANGE& io_Exchange)
             return;
         }
     }
+    // The first channel's place is known beforehand; the others follow behind what comes of it.
+    int32_t* l_plOutput = io_Exchange.plProcessedData + m_ulNbChannel;
+    if (l_aplStores[0] != nullptr) {
+        l_aplStores[0] = l_plOutput;
+    }
     DecompressSamplesMultiChannel(l_pucData + 4, l_ulCompressed, l_aplStores, m_ulNbChannel,
                                   l_alCounts, k_ulMaxSamples);
     auto l_lTotal = static_cast<int32_t>(m_ulNbChannel);
-    int32_t* l_plOutput = io_Exchange.plProcessedData + m_ulNbChannel;
     for (uint32_t i = 0; i < m_ulNbChannel; ++i) {
         io_Exchange.plProcessedData[i] = l_alCounts[i];
         l_lTotal += l_alCounts[i];
-        if (l_aplStores[i] != nullptr) {
+        if (l_aplStores[i] == l_plOutput) {
+            l_plOutput += l_alCounts[i];
+        } else if (l_aplStores[i] != nullptr) {
             l_plOutput = std::copy_n(l_aplStores[i], l_alCounts[i], l_plOutput);
         }
     }

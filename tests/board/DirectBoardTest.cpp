@@ -142,6 +142,16 @@ TEST(DirectBoard, RefusesHostileUploadsAndKeepsTheRawBlock)
     EXPECT_EQ(l_Bench.Fetch(211, l_pcShort.get(), &l_lSize, s_vlData.data(), 3).ulStatus, 0U);
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), nullptr, s_vlData.data()).ulStatus, 1U);
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, nullptr).ulStatus, 1U);
+    // The samples end where they end, however many there are.
+    for (uint32_t l_ulCodes = 0; l_ulCodes < 150; ++l_ulCodes) {
+        l_Bench.pDevice->Answer(UploadData(l_ulCodes, Bytes(l_ulCodes, 0x81)), 22 + l_ulCodes);
+        std::fill_n(s_vlData.begin(), 200, 77);
+        EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 0U);
+        EXPECT_EQ(l_lSize, static_cast<int32_t>(3 + l_ulCodes));
+        EXPECT_EQ(std::count(s_vlData.begin() + l_lSize, s_vlData.begin() + 200, 77),
+                  200 - l_lSize);
+    }
+    l_Bench.pDevice->Answer(UploadData(5, l_vCodes), 31);
     // A channel on an input that the board does not have; a channel without a store; raw data only.
     l_Bench.Board.m_pulVoies[1] = 13;
     EXPECT_EQ(l_Bench.Fetch(211, s_vRaw.data(), &l_lSize, s_vlData.data()).ulStatus, 1U);
