@@ -145,9 +145,9 @@ protected:
     /**
      * A whole exchange in blocks and with an event of its own.
      *
-     * @param io_Exchange command, payload, canal, selection, where the values go.
+     * @param i_Exchange command, payload, canal, selection, where the values go.
      */
-    S_RESULT RunBlocking(S_EXCHANGE& io_Exchange);
+    S_RESULT RunBlocking(const S_EXCHANGE& i_Exchange);
 
     /** The transport over the device file. */
     [[nodiscard]] bool HasDevice() const { return m_hDevice != 0; }

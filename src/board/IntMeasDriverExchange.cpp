@@ -331,41 +331,33 @@ void CIntMeasDriver::CreateSyncEvent(cecore::Handle* io_phEvent, S_DATA* o_pFram
     }
 }
 
-S_RESULT CIntMeasDriver::RunBlocking(S_EXCHANGE& io_Exchange)
+S_RESULT CIntMeasDriver::RunBlocking(const S_EXCHANGE& i_Exchange)
 {
     // Blocks and event are this call's alone, so that several can be under way at once.
     std::unique_ptr<CBlocks> l_pBlocks = m_Blocks.Take();
     if (l_pBlocks == nullptr) {
         return MakeResult(m_ulDriverType, TORNVAL_STEP_NONE, 1);
     }
+    S_DATA* l_pFrame = &l_pBlocks->Frame();
     S_RECEIVE_STRUCT l_Receive{};
     uint32_t l_ulStatus = 0;
     uint16_t l_usEcho = 0;
     char l_cRaw = 0;
-    io_Exchange.pReceive = &l_Receive;
-    io_Exchange.pulStatus = &l_ulStatus;
-    io_Exchange.pusEcho = &l_usEcho;
-    io_Exchange.pFrame = &l_pBlocks->Frame();
-    io_Exchange.pAnswer = &l_pBlocks->Answer();
-    io_Exchange.pcRawData = &l_cRaw;
-    io_Exchange.ulTimeout = m_ulTimeout;
     cecore::CUniqueHandle l_hEvent;
-    CreateSyncEvent(l_hEvent.Receive(), io_Exchange.pFrame);
+    CreateSyncEvent(l_hEvent.Receive(), l_pFrame);
     S_RESULT l_Result{};
     {
         // One hold for both, so that no other thread selects something else in between.
         const CDriverLock l_Lock(*this);
-        m_lVoieMesure = io_Exchange.olVoie.value_or(m_lVoieMesure);
-        m_ucBurst = io_Exchange.oucBurst.value_or(m_ucBurst);
-        l_Result = SendCommand(io_Exchange.pCmde, io_Exchange.pReceive, io_Exchange.pcData,
-                               io_Exchange.pusEcho, io_Exchange.pFrame, io_Exchange.pulStatus,
-                               io_Exchange.ucCanal);
+        m_lVoieMesure = i_Exchange.olVoie.value_or(m_lVoieMesure);
+        m_ucBurst = i_Exchange.oucBurst.value_or(m_ucBurst);
+        l_Result = SendCommand(i_Exchange.pCmde, &l_Receive, i_Exchange.pcData, &l_usEcho, l_pFrame,
+                               &l_ulStatus, i_Exchange.ucCanal);
     }
     if (l_Result.ulStatus == 0) {
-        l_Result = GetResult(GetNbReturnByte(l_Receive), io_Exchange.pcRawData,
-                             io_Exchange.plProcessedDataSize, io_Exchange.plProcessedData,
-                             io_Exchange.ulTimeout, io_Exchange.pFrame, io_Exchange.pusEcho,
-                             io_Exchange.pAnswer, io_Exchange.bCompensation);
+        l_Result = GetResult(GetNbReturnByte(l_Receive), &l_cRaw, i_Exchange.plProcessedDataSize,
+                             i_Exchange.plProcessedData, m_ulTimeout, l_pFrame, &l_usEcho,
+                             &l_pBlocks->Answer(), i_Exchange.bCompensation);
     }
     m_Blocks.GiveBack(std::move(l_pBlocks));
     return l_Result;

@@ -2,8 +2,6 @@
 
 #include <new>
 
-#include "support/Trace.h"
-
 namespace tornval {
 
 CSerialDriver* CSerialDriver::s_pSerialDriver = nullptr;
@@ -79,54 +77,6 @@ uint32_t CSerialDriver::LoadDriver(const wchar_t* i_pwszLibrary)
         return 0;
     }
     return 1;
-}
-
-uint32_t CSerialDriver::RS_Init(uint32_t i_ulPort, uint32_t i_ulConstant, uint32_t i_ulBaudRate,
-                                uint32_t i_ulDataBits, uint32_t i_ulWord1, uint32_t i_ulWord2,
-                                uint32_t i_ulZero) const
-{
-    return m_pFn_RS_Init == nullptr ? 0
-                                    : m_pFn_RS_Init(i_ulPort, i_ulConstant, i_ulBaudRate,
-                                                    i_ulDataBits, i_ulWord1, i_ulWord2, i_ulZero);
-}
-
-uint32_t CSerialDriver::RS_DeviceIoControl(uint32_t i_ulConstant, uint32_t i_ulCode,
-                                           const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                                           uint32_t i_ulOutSize, uint32_t* o_pulReturned,
-                                           uint32_t i_ulZero) const
-{
-    return m_pFn_RS_DeviceIoControl == nullptr
-               ? 0
-               : m_pFn_RS_DeviceIoControl(i_ulConstant, i_ulCode, i_pIn, i_ulInSize, o_pOut,
-                                          i_ulOutSize, o_pulReturned, i_ulZero);
-}
-
-uint32_t CSerialDriver::RS_Init_Ex(uint32_t i_ulPort, uint32_t i_ulConstant, uint32_t i_ulBaudRate,
-                                   uint32_t i_ulDataBits, uint32_t i_ulWord1, uint32_t i_ulWord2,
-                                   uint32_t i_ulZero, uint32_t* o_pulLinkHandle) const
-{
-    Trace(INFO_LEVEL, L"CSerialDriver::RS_Init_Ex> fct: %08X",
-          reinterpret_cast<const void*>(m_pFn_RS_Init_Ex));
-    return m_pFn_RS_Init_Ex == nullptr
-               ? 0
-               : m_pFn_RS_Init_Ex(i_ulPort, i_ulConstant, i_ulBaudRate, i_ulDataBits, i_ulWord1,
-                                  i_ulWord2, i_ulZero, o_pulLinkHandle);
-}
-
-uint32_t CSerialDriver::RS_DeviceIoControl_Ex(uint32_t i_ulConstant, uint32_t i_ulCode,
-                                              const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                                              uint32_t i_ulOutSize, uint32_t* o_pulReturned,
-                                              uint32_t i_ulZero, uint32_t i_ulLinkHandle) const
-{
-    return m_pFn_RS_DeviceIoControl_Ex == nullptr
-               ? 0
-               : m_pFn_RS_DeviceIoControl_Ex(i_ulConstant, i_ulCode, i_pIn, i_ulInSize, o_pOut,
-                                             i_ulOutSize, o_pulReturned, i_ulZero, i_ulLinkHandle);
-}
-
-uint32_t CSerialDriver::RS_Close_Ex(uint32_t i_ulLinkHandle) const
-{
-    return m_pFn_RS_Close_Ex == nullptr ? 0 : m_pFn_RS_Close_Ex(i_ulLinkHandle);
 }
 
 } // namespace tornval

@@ -1,6 +1,7 @@
 // The real drivers through the exports, over the virtual link with the emulated instruments behind
 // it: traces, failures, threads.
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -8,9 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include "Exchange.h"
 #include "TestHome.h"
 #include "TestRecord.h"
-#include "driver/Records.h"
 #include "platform/Api.h"
 #include "support/Trace.h"
 
@@ -54,13 +55,19 @@ std::vector<int32_t> s_vlData(3 + 3 * 65544);
 S_RESULT Exchange(uint32_t i_ulID, uint8_t i_ucCmdeID, int32_t* o_plSize = nullptr,
                   uint32_t i_ulRaw = 65544)
 {
-    S_SEND_STRUCT l_Cmde = tornval::MakeCommand(i_ucCmdeID, 0, i_ucCmdeID == 0xA1 ? 6 : 4);
     static const uint8_t s_aucPayload[] = {1, 0};
-    S_RECEIVE_STRUCT l_Receive{};
-    const S_RESULT l_Sent = SendMeasBoardCmd(i_ulID, &l_Cmde, &l_Receive, s_aucPayload);
-    return l_Sent.ulStatus != 0
-               ? l_Sent
-               : GetMeasBoardResult(i_ulID, i_ulRaw, s_vRaw.data(), o_plSize, s_vlData.data(), 0);
+    return Exchange(i_ulID, tornval::MakeCommand(i_ucCmdeID, 0, i_ucCmdeID == 0xA1 ? 6 : 4),
+                    s_aucPayload, s_vRaw.data(), o_plSize, s_vlData.data(), i_ulRaw);
+}
+
+/** Whether a reason with that text was noted since the last load. */
+bool HasReason(const char* i_pszText)
+{
+    std::vector<CECORE_REASON> l_vReasons(CeGetReasons(nullptr, 0));
+    CeGetReasons(l_vReasons.data(), static_cast<uint32_t>(l_vReasons.size()));
+    return std::any_of(l_vReasons.begin(), l_vReasons.end(), [&](const CECORE_REASON& i_Reason) {
+        return std::string(i_Reason.text) == i_pszText;
+    });
 }
 
 } // namespace
@@ -155,6 +162,12 @@ TEST(RealDrivers, LoadWithoutTheirLink)
     EnumMeasDrivers(l_aInfo, 2, &l_ulCount);
     EXPECT_EQ(l_ulCount, 1U);
     EXPECT_EQ(l_aInfo[0].ulDriverID, 5001U);
+    // The places that failed left their reasons.
+    for (const char* l_pszReason :
+         {"port 2 did not open at 115200 baud", "port 1 did not open at 460800 baud",
+          "the link did not take command 208"}) {
+        EXPECT_TRUE(HasReason(l_pszReason)) << l_pszReason;
+    }
     int32_t l_lValue = 7;
     EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), Failed(MODULE, SEND, {.ulError = 6}));
     EXPECT_EQ(l_lValue, 0);
@@ -304,6 +317,7 @@ TEST(RealDrivers, RefuseAnAnswerTo208ThatIsTooShort)
 {
     const CInstrument l_Instrument("", "count=123@208*1");
     EXPECT_EQ(LoadMeasDrivers(0x10).ulStatus, 1U);
+    EXPECT_TRUE(HasReason("the board's coefficients have 123 bytes of at least 124"));
     setenv("TORNVAL_EMULATOR_BOARD", "count=124@208*1", 1);
     EXPECT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
 }

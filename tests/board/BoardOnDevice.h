@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Exchange.h"
 #include "TestHome.h"
 #include "TestRecord.h"
 #include "board/IntMeasDriver.h"
@@ -115,10 +116,14 @@ struct S_BENCH
     S_RESULT Fetch(uint8_t i_ucCmdeID, char* o_pcRaw, int32_t* o_plSize = nullptr,
                    int32_t* o_plData = nullptr, uint32_t i_ulRaw = 65544)
     {
-        const S_RESULT l_Sent = Send(i_ucCmdeID);
-        return l_Sent.ulStatus != 0
-                   ? l_Sent
-                   : Driver().GetResult(i_ulRaw, o_pcRaw, o_plSize, o_plData, 0, 1);
+        return SendAndFetch(
+            tornval::MakeCommand(i_ucCmdeID, 0, 4),
+            [&](S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceive) {
+                return Driver().SendCommand(i_pCmde, o_pReceive, nullptr, 0);
+            },
+            [&](uint32_t) {
+                return Driver().GetResult(i_ulRaw, o_pcRaw, o_plSize, o_plData, 0, 1);
+            });
     }
 
     CTestHome Home;

@@ -1,10 +1,10 @@
 // The real drivers through the exports, over serial_link.so and pseudo terminals, and the
 // instrument as a program of its own.
 
+#include "Exchange.h"
 #include "SerialLine.h"
 #include "TestRecord.h"
 
-#include "driver/Records.h"
 #include "emulator/Recording.h"
 
 #include <gtest/gtest.h>
@@ -52,13 +52,9 @@ public:
     /** A send with its fetch on the board. */
     S_RESULT Exchange(uint8_t i_ucCmdeID)
     {
-        S_SEND_STRUCT l_Cmde = tornval::MakeCommand(i_ucCmdeID, 0, i_ucCmdeID == 208 ? 24 : 4);
-        S_RECEIVE_STRUCT l_Receive{};
-        const S_RESULT l_Sent = SendMeasBoardCmd(m_ulBoard, &l_Cmde, &l_Receive, nullptr);
-        return l_Sent.ulStatus != 0
-                   ? l_Sent
-                   : GetMeasBoardResult(m_ulBoard, l_Receive.ulNbReturnByte, m_vRaw.data(),
-                                        &m_lSize, m_vlData.data(), 0);
+        return ::Exchange(m_ulBoard,
+                          tornval::MakeCommand(i_ucCmdeID, 0, i_ucCmdeID == 208 ? 24 : 4), nullptr,
+                          m_vRaw.data(), &m_lSize, m_vlData.data());
     }
 
     const CTestHome m_Home;
