@@ -334,7 +334,7 @@ TORNVAL_AVX2 bool HasHigh(const uint16_t* i_pusWords, size_t i_ulCount)
         l_Any = _mm256_or_si256(l_Any, _mm256_andnot_si256(l_Words, _mm256_slli_epi16(l_Words, 2)));
     }
     // Bit 15 of a word: a step there, and the range moved up.
-    return (_mm256_movemask_epi8(l_Any) & 0xAAAAAAAA) != 0;
+    return (static_cast<uint32_t>(_mm256_movemask_epi8(l_Any)) & 0xAAAAAAAAU) != 0;
 }
 
 /** Decodes a stream of one channel. */
