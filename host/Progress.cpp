@@ -43,7 +43,7 @@ void CProgress::Advance(uint64_t i_uSteps)
     constexpr uint64_t k_uChunk = 4096;
     while (i_uSteps != 0 && m_Bar.IsRunning()) {
         const uint64_t l_uNow = std::min(i_uSteps, k_uChunk);
-        if (!m_Bar.Write(std::string(l_uNow, '\n'))) {
+        if (!m_Bar.Write(std::string(static_cast<size_t>(l_uNow), '\n'))) {
             return;
         }
         i_uSteps -= l_uNow;

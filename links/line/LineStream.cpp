@@ -75,7 +75,8 @@ bool CLineStream::Step(std::optional<S_CLOCK::time_point> i_oUntil,
     timespec l_Wait{};
     if (i_oUntil && *i_oUntil > l_Start) {
         const auto l_Nanoseconds = std::chrono::nanoseconds(*i_oUntil - l_Start).count();
-        l_Wait = {l_Nanoseconds / 1'000'000'000, l_Nanoseconds % 1'000'000'000};
+        l_Wait = {static_cast<time_t>(l_Nanoseconds / 1'000'000'000),
+                  static_cast<long>(l_Nanoseconds % 1'000'000'000)};
     }
     if (ppoll(l_aPolled.data(), l_aPolled.size(), i_oUntil ? &l_Wait : nullptr, nullptr) < 0) {
         return errno == EINTR;
