@@ -15,6 +15,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "Clock.h"
@@ -109,15 +110,20 @@ std::shared_ptr<IDevice> FindDevice(const wchar_t* i_pwszName)
     return l_It == l_Table.mapDevices.end() ? nullptr : l_It->second;
 }
 
-bool WriteAll(int i_lDescriptor, std::string_view i_strText)
+bool WriteAll(int i_lDescriptor, std::string_view i_strHead, std::string_view i_strText)
 {
-    while (!i_strText.empty()) {
-        const ssize_t l_lWritten = write(i_lDescriptor, i_strText.data(), i_strText.size());
+    while (!i_strHead.empty() || !i_strText.empty()) {
+        const iovec l_aParts[] = {{const_cast<char*>(i_strHead.data()), i_strHead.size()},
+                                  {const_cast<char*>(i_strText.data()), i_strText.size()}};
+        const ssize_t l_lWritten = writev(i_lDescriptor, l_aParts, 2);
         if (l_lWritten < 0 && errno != EINTR) {
             ::SetLastError(wire::SystemErrorOf(errno));
             return false;
         }
-        i_strText.remove_prefix(l_lWritten < 0 ? 0 : static_cast<size_t>(l_lWritten));
+        const size_t l_ulWritten = l_lWritten < 0 ? 0 : static_cast<size_t>(l_lWritten);
+        const size_t l_ulHead = std::min(l_ulWritten, i_strHead.size());
+        i_strHead.remove_prefix(l_ulHead);
+        i_strText.remove_prefix(l_ulWritten - l_ulHead);
     }
     return true;
 }
@@ -327,10 +333,10 @@ std::unique_ptr<char[]> MakeSystemPath(const char* i_pszPath)
     return l_pszPath;
 }
 
-bool AppendToFile(const char* i_pszPath, std::string_view i_strText)
+bool AppendToFile(const char* i_pszPath, std::string_view i_strHead, std::string_view i_strText)
 {
     const CDescriptor l_File = OpenRegular(i_pszPath, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
-    return l_File && WriteAll(l_File.Get(), i_strText);
+    return l_File && WriteAll(l_File.Get(), i_strHead, i_strText);
 }
 
 bool EmptyFile(const char* i_pszPath)
@@ -344,7 +350,7 @@ bool HasStandardOutput()
     return s_bStandardOutput && fcntl(STDOUT_FILENO, F_GETFD) >= 0;
 }
 
-bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLength,
+bool WriteToConsole(std::FILE* i_pStream, std::string_view i_strHead, std::string_view i_strText,
                     uint32_t i_ulMilliseconds)
 {
     const auto l_End =
@@ -365,7 +371,7 @@ bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLengt
     if (!l_bRoom) {
         ::SetLastError(ERROR_TIMEOUT);
     }
-    return l_bRoom && WriteAll(l_lDescriptor, {i_pcText, i_ulLength});
+    return l_bRoom && WriteAll(l_lDescriptor, i_strHead, i_strText);
 }
 
 } // namespace cecore
@@ -373,11 +379,6 @@ bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLengt
 void CePrintError(const char* text)
 {
     const uint32_t l_ulBefore = cecore::GetLastError();
-    try {
-        const std::string l_strLine = std::string(text == nullptr ? "" : text) + '\n';
-        (void)cecore::WriteToConsole(stderr, l_strLine.data(), l_strLine.size());
-    } catch (const std::bad_alloc&) {
-        // Nobody is told then.
-    }
+    (void)cecore::WriteToConsole(stderr, text == nullptr ? "" : text, "\n");
     ::SetLastError(l_ulBefore);
 }

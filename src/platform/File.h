@@ -54,9 +54,11 @@ CECORE_API std::unique_ptr<char[]> MakeSystemPath(const char* i_pszPath);
  * last name of the path may not be a symbolic link.
  *
  * @param i_pszPath path of this system: little of the stack is taken here.
+ * @param i_strHead first part of the line, so that nobody has to put the two together.
  * @return false with the last error set if that fails.
  */
-CECORE_API bool AppendToFile(const char* i_pszPath, std::string_view i_strText);
+CECORE_API bool AppendToFile(const char* i_pszPath, std::string_view i_strHead,
+                             std::string_view i_strText);
 
 /** Leaves a file that is there and empty; the rest as above. */
 CECORE_API bool EmptyFile(const char* i_pszPath);
@@ -68,14 +70,14 @@ CECORE_API bool EmptyFile(const char* i_pszPath);
 CECORE_API bool HasStandardOutput();
 
 /**
- * Writes text to the standard output or the standard error output, behind whatever the process has
+ * Writes a line, in two parts, to the standard output or the standard error output, behind whatever the process has
  * printed there so far. A reader that has gone does not end the process.
  *
  * @param i_pStream        stdout or stderr.
  * @param i_ulMilliseconds how long it waits for a reader that does not read; then nothing is written.
  * @return false with the last error set if that fails: 1460 if nobody reads.
  */
-CECORE_API bool WriteToConsole(std::FILE* i_pStream, const char* i_pcText, size_t i_ulLength,
-                               uint32_t i_ulMilliseconds = 1000);
+CECORE_API bool WriteToConsole(std::FILE* i_pStream, std::string_view i_strHead,
+                               std::string_view i_strText, uint32_t i_ulMilliseconds = 1000);
 
 } // namespace cecore

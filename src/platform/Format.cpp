@@ -31,9 +31,7 @@ To ConvertChar(From i_cChar)
     } else if constexpr (std::is_same_v<To, wchar_t>) {
         return static_cast<wchar_t>(static_cast<unsigned char>(i_cChar));
     } else {
-        // NOLINTNEXTLINE(bugprone-signed-char-misuse): it is a wide character.
-        const uint32_t l_ulChar = static_cast<std::make_unsigned_t<From>>(i_cChar);
-        return l_ulChar > 0xFF ? '?' : static_cast<char>(static_cast<unsigned char>(l_ulChar));
+        return NarrowChar(i_cChar);
     }
 }
 

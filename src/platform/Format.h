@@ -192,6 +192,13 @@ size_t FormatNarrow(char* o_pszText, size_t i_ulSize,
     return FormatV(o_pszText, i_ulSize, i_Format.Get(), l_aArgs, sizeof...(Args));
 }
 
+/** The narrow character for a wide one. */
+constexpr char NarrowChar(wchar_t i_cChar)
+{
+    const auto l_ulChar = static_cast<uint32_t>(i_cChar);
+    return l_ulChar > 0xFF ? '?' : static_cast<char>(static_cast<unsigned char>(l_ulChar));
+}
+
 /** Copies narrow text to wide, cut to the buffer and terminated. */
 template <size_t N>
 size_t Widen(wchar_t (&o_awszText)[N], const char* i_pszText)

@@ -12,19 +12,24 @@ namespace tornval {
 namespace {
 
 constexpr size_t k_ulTextSize = 2048;
-constexpr size_t k_ulPrefixSize = 64;
+constexpr size_t k_ulHeadSize = 64;
 
 /** How long a console that nobody reads is waited for, in milliseconds. */
 constexpr uint32_t k_ulConsoleWait = 1000;
 
-/** A finished line as bytes, its line end included; the prefix stands before it. */
-std::string_view NarrowLine(char (&o_aszLine)[k_ulPrefixSize + k_ulTextSize], size_t i_ulPrefix,
-                            const wchar_t* i_pwszText)
+/**
+ * A text as bytes, its line end included.
+ *
+ * @param o_pcLine room for k_ulTextSize bytes; may be the place of the text itself.
+ */
+std::string_view NarrowLine(char* o_pcLine, const wchar_t* i_pwszText)
 {
-    const size_t l_ulText =
-        cecore::FormatNarrow(o_aszLine + i_ulPrefix, k_ulTextSize, "%S", i_pwszText);
-    o_aszLine[i_ulPrefix + l_ulText] = '\n';
-    return {o_aszLine, i_ulPrefix + l_ulText + 1};
+    size_t l_ulLength = 0;
+    for (; l_ulLength < k_ulTextSize - 1 && i_pwszText[l_ulLength] != 0; ++l_ulLength) {
+        o_pcLine[l_ulLength] = cecore::NarrowChar(i_pwszText[l_ulLength]);
+    }
+    o_pcLine[l_ulLength] = '\n';
+    return {o_pcLine, l_ulLength + 1};
 }
 
 const wchar_t* SuffixOf(uint16_t i_usLevel)
@@ -60,7 +65,7 @@ void TraceV(CTraceLog& io_Log, uint16_t i_usLevel, const wchar_t* i_pwszFormat,
     std::wmemcpy(l_awszText + l_ulText, l_pwszSuffix, l_ulSuffix + 1);
     // A line tells of a failure whose reason the caller has still to read.
     const uint32_t l_ulLastError = cecore::GetLastError();
-    io_Log.WriteLine(l_awszText);
+    io_Log.WriteOwnText(l_awszText);
     ::SetLastError(l_ulLastError);
 }
 
@@ -110,18 +115,31 @@ CTraceLogFile::CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel) : CTrace
 
 void CTraceLogFile::WriteLine(const wchar_t* i_pwszText)
 {
+    char l_acLine[k_ulTextSize];
+    if (i_pwszText != nullptr) {
+        WriteNarrow(NarrowLine(l_acLine, i_pwszText));
+    }
+}
+
+void CTraceLogFile::WriteOwnText(wchar_t* io_pwszText)
+{
+    WriteNarrow(NarrowLine(reinterpret_cast<char*>(io_pwszText), io_pwszText));
+}
+
+void CTraceLogFile::WriteNarrow(std::string_view i_strLine)
+{
     const cecore::CMutexGuard l_Lock(m_hMutex);
     const cecore::S_SYSTEMTIME l_Time = cecore::GetSystemTime();
-    if (i_pwszText == nullptr || m_pszPath == nullptr) {
+    if (m_pszPath == nullptr) {
         return;
     }
-    char l_aszLine[k_ulPrefixSize + k_ulTextSize];
+    char l_aszHead[k_ulHeadSize];
     // The hour is one ahead of UTC and does not wrap: 23 hours print as 24.
-    const size_t l_ulPrefix = cecore::FormatNarrow(
-        l_aszLine, k_ulPrefixSize, "%u/%u/%u AT %.2u:%.2u:%.2u: [%.ld] [th%08x] ", l_Time.usMonth,
+    const size_t l_ulHead = cecore::FormatNarrow(
+        l_aszHead, k_ulHeadSize, "%u/%u/%u AT %.2u:%.2u:%.2u: [%.ld] [th%08x] ", l_Time.usMonth,
         l_Time.usDay, l_Time.usYear, l_Time.usHour + 1, l_Time.usMinute, l_Time.usSecond,
         cecore::GetTickCount(), cecore::GetCurrentThreadId());
-    cecore::AppendToFile(m_pszPath.get(), NarrowLine(l_aszLine, l_ulPrefix, i_pwszText));
+    cecore::AppendToFile(m_pszPath.get(), {l_aszHead, l_ulHead}, i_strLine);
 }
 
 void CTraceLogFile::Reset()
@@ -143,33 +161,39 @@ CTraceLogConsole::CTraceLogConsole(uint16_t i_usLevel)
 
 void CTraceLogConsole::WriteLine(const wchar_t* i_pwszText)
 {
-    const cecore::CMutexGuard l_Lock(m_hMutex);
-    if (i_pwszText == nullptr || !m_bOutput) {
-        return;
-    }
-    if (m_ulDropped != 0) {
-        wchar_t l_awszLost[64];
-        cecore::FormatWide(l_awszLost, 64, L"CTraceLogConsole::WriteLine> %u lines lost",
-                           m_ulDropped);
-        if (!Write(l_awszLost, 0)) {
-            ++m_ulDropped;
-            return;
-        }
-        m_ulDropped = 0;
-    }
-    if (!Write(i_pwszText, k_ulConsoleWait)) {
-        ++m_ulDropped;
+    char l_acLine[k_ulTextSize];
+    if (i_pwszText != nullptr) {
+        WriteNarrow(NarrowLine(l_acLine, i_pwszText));
     }
 }
 
-bool CTraceLogConsole::Write(const wchar_t* i_pwszText, uint32_t i_ulMilliseconds)
+void CTraceLogConsole::WriteOwnText(wchar_t* io_pwszText)
 {
-    char l_aszLine[k_ulPrefixSize + k_ulTextSize];
-    const size_t l_ulPrefix =
-        cecore::FormatNarrow(l_aszLine, k_ulPrefixSize, "[%.ld]", cecore::GetTickCount());
-    const std::string_view l_strLine = NarrowLine(l_aszLine, l_ulPrefix, i_pwszText);
-    return cecore::WriteToConsole(stdout, l_strLine.data(), l_strLine.size(), i_ulMilliseconds) ||
-           cecore::GetLastError() != cecore::ERROR_TIMEOUT;
+    WriteNarrow(NarrowLine(reinterpret_cast<char*>(io_pwszText), io_pwszText));
+}
+
+void CTraceLogConsole::WriteNarrow(std::string_view i_strLine)
+{
+    const cecore::CMutexGuard l_Lock(m_hMutex);
+    if (!m_bOutput) {
+        return;
+    }
+    char l_aszHead[k_ulHeadSize];
+    const auto l_fnWrite = [&](std::string_view i_strText, uint32_t i_ulMilliseconds) {
+        const size_t l_ulHead =
+            cecore::FormatNarrow(l_aszHead, k_ulHeadSize, "[%.ld]", cecore::GetTickCount());
+        return cecore::WriteToConsole(stdout, {l_aszHead, l_ulHead}, i_strText, i_ulMilliseconds) ||
+               cecore::GetLastError() != cecore::ERROR_TIMEOUT;
+    };
+    if (m_ulDropped != 0) {
+        char l_aszLost[64];
+        const size_t l_ulLost = cecore::FormatNarrow(
+            l_aszLost, sizeof(l_aszLost), "CTraceLogConsole> %u lines lost\n", m_ulDropped);
+        m_ulDropped = l_fnWrite({l_aszLost, l_ulLost}, 0) ? 0 : m_ulDropped + 1;
+    }
+    if (m_ulDropped == 0 && !l_fnWrite(i_strLine, k_ulConsoleWait)) {
+        m_ulDropped = 1;
+    }
 }
 
 } // namespace tornval

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include "platform/Format.h"
 #include "platform/Sync.h"
@@ -38,6 +39,8 @@ public:
     /** Starts the output afresh. */
     virtual void Reset() = 0;
     virtual ~CTraceLog();
+    /** As WriteLine, for a text that may be used up: a narrow copy of it would double the stack. */
+    virtual void WriteOwnText(wchar_t* io_pwszText) { WriteLine(io_pwszText); }
 
     [[nodiscard]] bool LetsPass(uint16_t i_usLevel) const
     {
@@ -64,10 +67,14 @@ public:
     CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel);
 
     void WriteLine(const wchar_t* i_pwszText) override;
+    void WriteOwnText(wchar_t* io_pwszText) override;
     void Reset() override;
     [[nodiscard]] bool IsWhole() const override { return CTraceLog::IsWhole() && m_bPathHeld; }
 
 private:
+    /** @param i_strLine with its line end. */
+    void WriteNarrow(std::string_view i_strLine);
+
     /** As this system has it: a line takes little of its caller's stack. */
     std::unique_ptr<char[]> m_pszPath;
     bool m_bPathHeld = true;
@@ -84,10 +91,12 @@ public:
     explicit CTraceLogConsole(uint16_t i_usLevel);
 
     void WriteLine(const wchar_t* i_pwszText) override;
+    void WriteOwnText(wchar_t* io_pwszText) override;
     void Reset() override {}
 
 private:
-    bool Write(const wchar_t* i_pwszText, uint32_t i_ulMilliseconds);
+    /** @param i_strLine with its line end. */
+    void WriteNarrow(std::string_view i_strLine);
 
     bool m_bOutput;
     uint32_t m_ulDropped = 0;

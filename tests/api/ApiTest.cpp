@@ -65,26 +65,26 @@ TEST(Api, MeasuresOnTheSimulatedInstrument)
     const CTestHome l_Home(k_pszSimu);
     LoadMeasDrivers(0x11);
     int32_t l_lValue = 0, l_lSecond = 7, l_lThird = 7;
-    EXPECT_EQ(GetInstantMeasure(&l_lValue, 3), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(GetInstantMeasure(&l_lValue, 3), Done(BOARD, NO_STEP));
     EXPECT_EQ(l_lValue, 1234);
     l_lValue = 0;
-    EXPECT_EQ(GetInstantMeasureWithoutCompensation(&l_lValue, 12), (S_RESULT{3, 0, 0, 0, 0}));
+    EXPECT_EQ(GetInstantMeasureWithoutCompensation(&l_lValue, 12), Done(BOARD, NO_STEP));
     EXPECT_EQ(l_lValue, 1234);
-    EXPECT_EQ(CurrentGeneratorBurst(5), (S_RESULT{3, 0, 0, 0, 0}));
-    EXPECT_EQ(GetAllMicroOhmMeasure(&l_lValue, &l_lSecond, &l_lThird), (S_RESULT{4, 0, 0, 0, 0}));
+    EXPECT_EQ(CurrentGeneratorBurst(5), Done(BOARD, NO_STEP));
+    EXPECT_EQ(GetAllMicroOhmMeasure(&l_lValue, &l_lSecond, &l_lThird), Done(MODULE, NO_STEP));
     EXPECT_EQ(l_lValue, 3333);
     EXPECT_EQ(l_lSecond + l_lThird, 0);
     l_lValue = 0;
     EXPECT_EQ(GetMicroOhmMeasure(&l_lValue).ulStatus, 0U);
     EXPECT_EQ(l_lValue, 3333);
     // Initialised already, so without force the router answers by itself.
-    EXPECT_EQ(InitialiseMeasBoard(4000, 0), (S_RESULT{0, 3, 0, 0, 0}));
-    EXPECT_EQ(InitialiseMeasBoard(4000, 2), (S_RESULT{0, 3, 0, 0, 0}));
-    EXPECT_EQ(InitialiseMeasBoard(4000, 1), (S_RESULT{3, 3, 0, 0, 0}));
-    EXPECT_EQ(InitialiseMeasBoard(5001, 0), (S_RESULT{}));
-    EXPECT_EQ(ResetMeasBoard(5001), (S_RESULT{4, 4, 0, 0, 0}));
-    EXPECT_EQ(ResetMeasBoard(4000), (S_RESULT{3, 4, 0, 0, 0}));
-    EXPECT_EQ(InitialiseMeasBoard(4000, 0), (S_RESULT{3, 3, 0, 0, 0}));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 0), Done(ROUTER, INIT));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 2), Done(ROUTER, INIT));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 1), Done(BOARD, INIT));
+    EXPECT_EQ(InitialiseMeasBoard(5001, 0), Done(ROUTER, NO_STEP));
+    EXPECT_EQ(ResetMeasBoard(5001), Done(MODULE, CLOSE));
+    EXPECT_EQ(ResetMeasBoard(4000), Done(BOARD, CLOSE));
+    EXPECT_EQ(InitialiseMeasBoard(4000, 0), Done(BOARD, INIT));
 }
 
 TEST(Api, FailsCleanlyWithoutTheDriver)
@@ -99,15 +99,14 @@ TEST(Api, FailsCleanlyWithoutTheDriver)
         S_SEND_STRUCT l_Cmde{};
         S_RECEIVE_STRUCT l_Receive{};
         char l_cRaw = 0;
-        EXPECT_EQ(InitialiseMeasBoard(l_ulID, 1), (S_RESULT{0, 3, 0, 0, 1}));
-        EXPECT_EQ(ResetMeasBoard(l_ulID), (S_RESULT{0, 4, 0, 0, 1}));
-        EXPECT_EQ(SendMeasBoardCmd(l_ulID, &l_Cmde, &l_Receive, nullptr),
-                  (S_RESULT{0, 2, 0, 0, 1}));
+        EXPECT_EQ(InitialiseMeasBoard(l_ulID, 1), Failed(ROUTER, INIT));
+        EXPECT_EQ(ResetMeasBoard(l_ulID), Failed(ROUTER, CLOSE));
+        EXPECT_EQ(SendMeasBoardCmd(l_ulID, &l_Cmde, &l_Receive, nullptr), Failed(ROUTER, SEND));
         EXPECT_EQ(GetMeasBoardResult(l_ulID, 1, &l_cRaw, nullptr, nullptr, 0),
-                  (S_RESULT{0, 5, 0, 0, 1}));
-        EXPECT_EQ(GetInstantMeasureOnDevice(l_ulID, &l_lValue, 0, 0), (S_RESULT{0, 0, 0, 0, 1}));
+                  Failed(ROUTER, RESULT));
+        EXPECT_EQ(GetInstantMeasureOnDevice(l_ulID, &l_lValue, 0, 0), Failed(ROUTER, NO_STEP));
     }
-    const S_RESULT l_None{0, 0, 0, 0, 1};
+    const S_RESULT l_None = Failed(ROUTER, NO_STEP);
     EXPECT_EQ(GetInstantMeasure(&l_lValue, 0), l_None);
     EXPECT_EQ(GetInstantMeasureWithoutCompensation(&l_lValue, 0), l_None);
     EXPECT_EQ(CurrentGeneratorBurst(0), l_None);

@@ -1,12 +1,15 @@
 // The shared library as a host has it: loaded, used, unloaded, again and again.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -97,7 +100,7 @@ TEST(Library, UnloadsWithEverythingItHeld)
     for (int i = 0; i < 5; ++i) {
         {
             const CLibrary l_Library;
-            EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11), (S_RESULT{0, 6, 0, 0, 0}));
+            EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11), Done(ROUTER, LOAD));
             S_DRIVER_INFO l_Info{};
             uint32_t l_ulCount = 0;
             ENTRY(l_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount);
@@ -154,6 +157,86 @@ TEST(Library, LetsAProcessEndWithDriversLoadedAndThreadsInside)
               7);
 }
 
+TEST(Library, TracesForThreadsThatRunOnAtTheEnd)
+{
+    // One run in twenty of a logger that goes too early is clean.
+    for (int l_lRun = 0; l_lRun < 10; ++l_lRun) {
+        const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
+        EXPECT_EQ(ExitCodeOf([&] {
+                      std::filesystem::current_path(l_Home.Path(""));
+                      static const CLibrary& s_Library = *new CLibrary();
+                      ENTRY(s_Library, LoadMeasDrivers)(0x11);
+                      for (int i = 0; i < 3; ++i) {
+                          std::thread([] {
+                              S_SEND_STRUCT l_Cmde{};
+                              S_RECEIVE_STRUCT l_Receive{};
+                              while (true) {
+                                  ENTRY(s_Library, SendMeasBoardCmd)
+                                  (1, &l_Cmde, &l_Receive, nullptr);
+                              }
+                          }).detach();
+                      }
+                      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                      return 7;
+                  }),
+                  7);
+        std::set<std::string> l_Files;
+        for (const auto& l_File : std::filesystem::directory_iterator(l_Home.Path(""))) {
+            l_Files.insert(l_File.path().filename());
+        }
+        EXPECT_EQ(l_Files, (std::set<std::string>{"TornvalC63.ini", "log_tornval.txt"}));
+    }
+}
+
+TEST(Library, WaitsOnceAtTheEndForACallThatStaysInside)
+{
+    const CTestHome l_Home(RealConfiguration());
+    setenv("TORNVAL_EMULATOR_BOARD", "no-answer@212", 1);
+    const auto l_Begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(ExitCodeOf([] {
+                  static const CLibrary& s_Library = *new CLibrary();
+                  for (int i = 0; i < 5; ++i) {
+                      if (ENTRY(s_Library, LoadMeasDrivers)(0x10).ulStatus != 0) {
+                          return 1;
+                      }
+                  }
+                  std::thread([] {
+                      int32_t l_lValue = 0;
+                      ENTRY(s_Library, GetInstantMeasure)(&l_lValue, 1);
+                      pause();
+                  }).detach();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                  return 7;
+              }),
+              7);
+    unsetenv("TORNVAL_EMULATOR_BOARD");
+    EXPECT_LT(std::chrono::steady_clock::now() - l_Begin, std::chrono::milliseconds(2500));
+    EXPECT_EQ(l_Home.TraceLines().back(),
+              "CRouter> ends with 1 calls inside: the drivers are left as "
+              "they are [ERROR_LEVEL]");
+}
+
+TEST(Library, NeedsNoMoreMemoryFromLoadToLoad)
+{
+    const CTestHome l_Home(RealConfiguration());
+    const auto l_fnHeap = [](const auto& i_fnRun) {
+        size_t l_ulBefore = 0;
+        for (int i = 0; i < 400; ++i) {
+            // What is kept once is there after the first hundred.
+            l_ulBefore = i == 100 ? mallinfo2().uordblks : l_ulBefore;
+            i_fnRun();
+        }
+        return static_cast<int64_t>(mallinfo2().uordblks) - static_cast<int64_t>(l_ulBefore);
+    };
+    EXPECT_LE(l_fnHeap([] {
+                  const CLibrary l_Library;
+                  ASSERT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11).ulStatus, 0U);
+              }),
+              0);
+    const CLibrary l_Library;
+    EXPECT_LE(l_fnHeap([&] { ENTRY(l_Library, LoadMeasDrivers)(0x11); }), 0);
+}
+
 TEST(Library, RefusesACallAfterItsEnd)
 {
     const CTestHome l_Home(RealConfiguration());
@@ -162,7 +245,7 @@ TEST(Library, RefusesACallAfterItsEnd)
                   // Registered before the first call, so it runs when the drivers are gone.
                   std::atexit([] {
                       const S_RESULT l_Result = ENTRY(*s_pLibrary, LoadMeasDrivers)(0x11);
-                      _exit(l_Result == S_RESULT{0, 6, 0, 0, 1} ? 7 : 2);
+                      _exit(l_Result == Failed(ROUTER, LOAD) ? 7 : 2);
                   });
                   return ENTRY(*s_pLibrary, LoadMeasDrivers)(0x11).ulStatus == 0 ? 0 : 1;
               }),
@@ -192,6 +275,7 @@ TEST(Library, LeavesTheDriversToTheParentOfAFork)
                       for (int i = 0; i < 8; ++i) {
                           const int l_lChild = ExitCodeOf([] {
                               s_bLeakCheckOff = true;
+                              ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1);
                               return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 1
                                          ? 7
                                          : 2;
@@ -204,6 +288,12 @@ TEST(Library, LeavesTheDriversToTheParentOfAFork)
                                                                                              : 4;
                   }),
                   7);
+        const std::vector<std::string> l_vstrLines = l_Home.TraceLines();
+        EXPECT_EQ(std::count(l_vstrLines.begin(), l_vstrLines.end(),
+                             "CRouter> refused in a forked process: the drivers are its parent's "
+                             "[ERROR_LEVEL]"),
+                  8)
+            << "once in each child";
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include "TestHome.h"
 #include "TestRecord.h"
+#include "cecore.h"
 
 namespace {
 
@@ -13,7 +14,8 @@ struct S_CASE
     std::string strConfiguration;
     int32_t lMask;
     uint32_t ulStatus;
-    std::string strLinks; // link types of the loaded drivers, in order of their IDs
+    std::string strLinks;    // link types of the loaded drivers, in order of their IDs
+    std::string strReason{}; // the first one: who it is about, and a part of its text
 };
 
 /** The case's name stands for it. */
@@ -31,7 +33,8 @@ class Configuration : public testing::TestWithParam<S_CASE>
 TEST_P(Configuration, DecidesWhatALoadBuilds)
 {
     const CTestHome l_Home(GetParam().strConfiguration);
-    EXPECT_EQ(LoadMeasDrivers(GetParam().lMask), (S_RESULT{0, 6, 0, 0, GetParam().ulStatus}));
+    EXPECT_EQ(LoadMeasDrivers(GetParam().lMask),
+              GetParam().ulStatus == 0 ? Done(ROUTER, LOAD) : Failed(ROUTER, LOAD));
     S_DRIVER_INFO l_aInfo[8];
     uint32_t l_ulCount = 0;
     EXPECT_EQ(EnumMeasDrivers(l_aInfo, 8, &l_ulCount), 1U);
@@ -40,17 +43,22 @@ TEST_P(Configuration, DecidesWhatALoadBuilds)
         l_strLinks += std::string(l_aInfo[i].szLinkType) + " ";
     }
     EXPECT_EQ(l_strLinks, GetParam().strLinks);
+    CECORE_REASON l_Reason{};
+    EXPECT_EQ(CeGetReasons(&l_Reason, 1) != 0,
+              GetParam().ulStatus != 0 || !GetParam().strReason.empty());
+    const std::string l_strReason = std::string(l_Reason.about) + ": " + l_Reason.text;
+    EXPECT_NE(l_strReason.find(GetParam().strReason), std::string::npos) << l_strReason;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Router, Configuration,
     testing::Values(
-        S_CASE{"none", "", 0x11, 1, ""}, S_CASE{"noneMask0", "", 0, 0, ""},
+        S_CASE{"none", "", 0x11, 1, "", "MO: configuration /"}, S_CASE{"noneMask0", "", 0, 0, ""},
         S_CASE{"empty", "\n", 0x11, 1, ""}, S_CASE{"simu", "[IM]\nSIMU=1", 0x11, 0, "IM MO "},
         S_CASE{"simuModule", "[IM]\nSIMU=1", 0x01, 0, "MO "},
         S_CASE{"simuBoard", "[IM]\nSIMU=1", 0x10, 0, "IM "},
         S_CASE{"simuAll", "[IM]\nSIMU=1", -1, 0, "IM MO "},
-        S_CASE{"simuNeither", "[IM]\nSIMU=1", ~0x11, 0, ""},
+        S_CASE{"simuNeither", "[IM]\nSIMU=1", ~0x11, 0, "", ": the mask 0xffffffee asks"},
         S_CASE{"simuWord", "[IM]\nSIMU=yes", 0x10, 1, ""},
         S_CASE{"simuNegative", "[IM]\nSIMU=-1", 0x10, 1, ""},
         S_CASE{"simuElsewhere", "[MO]\nSIMU=1\n[IM]\n", 0x01, 1, ""},

@@ -11,6 +11,7 @@
 #include "TestHome.h"
 #include "TestRecord.h"
 #include "driver/ModuleFolder.h"
+#include "platform/Reason.h"
 
 using namespace tornval;
 
@@ -79,14 +80,14 @@ TEST(MeasDriver, AnswersByDefault)
     CPlainDriver l_Driver;
     EXPECT_FALSE(l_Driver.IsInitialised());
     l_Driver.m_ulDriverType = 2;
-    EXPECT_EQ(l_Driver.CreateDriverInstance(), (S_RESULT{0, 1, 0, 0, 1}));
-    EXPECT_EQ(l_Driver.CurrentGeneratorBurst(1), (S_RESULT{0, 0, 0, 0, 1}));
+    EXPECT_EQ(l_Driver.CreateDriverInstance(), Failed(ROUTER, LIBRARY));
+    EXPECT_EQ(l_Driver.CurrentGeneratorBurst(1), Failed(ROUTER, NO_STEP));
     int32_t l_lFirst = 7, l_lSecond = 8, l_lThird = 9;
     EXPECT_EQ(l_Driver.GetMicroOhmMeasure(&l_lFirst, &l_lSecond, &l_lThird),
-              (S_RESULT{0, 0, 0, 0, 1}));
+              Failed(ROUTER, NO_STEP));
     EXPECT_EQ(l_lFirst | l_lSecond | l_lThird, 0);
     EXPECT_EQ(l_Driver.GetMBCalibrationCoeff(nullptr, nullptr, 1), 0U);
-    EXPECT_EQ(l_Driver.SetMBCalibration(nullptr, nullptr, nullptr, 1), (S_RESULT{2, 0, 0, 0, 0}));
+    EXPECT_EQ(l_Driver.SetMBCalibration(nullptr, nullptr, nullptr, 1), Done(USB_PROBE, NO_STEP));
 }
 
 TEST(MeasDriver, TellsItsNames)
@@ -120,14 +121,14 @@ TEST(MeasDriver, HoldsTheFirstLibraryAndGivesAllBack)
     {
         CPlainDriver l_Driver;
         ::SetLastError(99);
-        EXPECT_EQ(l_Driver.LoadDriver(nullptr), (S_RESULT{0, 1, 0, 0, 1}));
-        EXPECT_EQ(l_Driver.LoadDriver(L""), (S_RESULT{0, 1, 126, 0, 1}));
-        EXPECT_EQ(l_Driver.LoadDriver(L"text.dll"), (S_RESULT{0, 1, 193, 0, 1}));
+        EXPECT_EQ(l_Driver.LoadDriver(nullptr), Failed(ROUTER, LIBRARY));
+        EXPECT_EQ(l_Driver.LoadDriver(L""), Failed(ROUTER, LIBRARY, {.ulError = 126}));
+        EXPECT_EQ(l_Driver.LoadDriver(L"text.dll"), Failed(ROUTER, LIBRARY, {.ulError = 193}));
         EXPECT_EQ(l_Driver.m_hDriverDll, nullptr);
-        EXPECT_EQ(l_Driver.LoadDriver(L"link.dll"), (S_RESULT{0, 1, 0, 0, 0}));
+        EXPECT_EQ(l_Driver.LoadDriver(L"link.dll"), Done(ROUTER, LIBRARY));
         cecore::ModuleHandle const l_hFirst = l_Driver.m_hDriverDll;
-        EXPECT_EQ(l_Driver.LoadDriver(L"none.dll"), (S_RESULT{0, 1, 0, 0, 0}));
-        EXPECT_EQ(l_Driver.LoadDriver(nullptr), (S_RESULT{0, 1, 0, 0, 1}));
+        EXPECT_EQ(l_Driver.LoadDriver(L"none.dll"), Done(ROUTER, LIBRARY));
+        EXPECT_EQ(l_Driver.LoadDriver(nullptr), Failed(ROUTER, LIBRARY));
         EXPECT_EQ(l_Driver.m_hDriverDll, l_hFirst);
         l_Driver.m_pulVoies = new uint32_t[3];
         l_Driver.LockDriver(); // twice by one thread, and closed while held
@@ -217,6 +218,19 @@ TEST(ModuleFolder, EndsInOneBackslash)
     for (const size_t l_ulLength : {100U, 200U, 230U, 300U, 5000U}) {
         setenv("TORNVAL_HOME", l_Home.Path(std::string(l_ulLength, 'y')).c_str(), 1);
         EXPECT_FALSE(LoadModuleConfiguration(l_Config)) << "not that of the folder above";
+    }
+    // A path of 259 characters is the longest.
+    for (const size_t l_ulLength : {259U, 260U}) {
+        cecore::ForgetReasons();
+        std::string l_strHome = l_Home.Path(std::string(100, 'y'));
+        l_strHome += "/" + std::string(l_ulLength - l_strHome.size() - 16, 'z');
+        std::filesystem::create_directories(l_strHome);
+        std::ofstream(l_strHome + "/TornvalC63.ini") << "[IM]\n";
+        setenv("TORNVAL_HOME", l_strHome.c_str(), 1);
+        EXPECT_EQ(LoadModuleConfiguration(l_Config), l_ulLength == 259);
+        CECORE_REASON l_Reason{};
+        EXPECT_EQ(CeGetReasons(&l_Reason, 1), l_ulLength == 259 ? 0U : 1U);
+        EXPECT_EQ(l_Reason.code, l_ulLength == 259 ? 0U : 206U);
     }
     unsetenv("TORNVAL_HOME");
     wchar_t l_awszOwn[260];

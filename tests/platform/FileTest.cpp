@@ -24,7 +24,8 @@ Handle OpenWide(const std::string& i_strPath)
 
 bool Append(const char* i_pszTarget, const char* i_pszText)
 {
-    return AppendToFile(MakeSystemPath(i_pszTarget).get(), i_pszText);
+    return AppendToFile(MakeSystemPath(i_pszTarget).get(), std::string_view(i_pszText, 1),
+                        i_pszText + 1);
 }
 
 } // namespace
@@ -75,7 +76,7 @@ TEST(Files, ThatCouldBlockOrNeverEndAreRefused)
             SetLastError(0);
             EXPECT_FALSE(l_lRoad == 0   ? OpenForReading(l_psz) != nullptr
                          : l_lRoad == 1 ? OpenWide(l_psz) != INVALID_HANDLE_VALUE
-                         : l_lRoad == 2 ? AppendToFile(l_psz, "x")
+                         : l_lRoad == 2 ? AppendToFile(l_psz, "x", "y")
                                         : EmptyFile(l_psz))
                 << l_lRoad << " " << l_psz;
             EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << l_lRoad << " " << l_psz;
@@ -102,4 +103,32 @@ TEST(Files, AreReadWrittenAndEmptied)
     ASSERT_EQ(truncate(l_Home.Path("file").c_str(), (1LL << 32) + 5), 0);
     EXPECT_EQ(GetFileSize(l_hFile.Get(), &l_ulHigh), 5U);
     EXPECT_EQ(l_ulHigh, 1U);
+}
+
+TEST(Files, OfARelativeNameAreLookedForAtHomeFirst)
+{
+    const CTestHome l_Home;
+    const CTestHome l_Working;
+    setenv("TORNVAL_HOME", l_Home.Path("").c_str(), 1);
+    ASSERT_EQ(chdir(l_Working.Path("").c_str()), 0);
+    mkdir(l_Home.Path("sub").c_str(), 0777);
+    l_Home.Write("sub/both", "1");
+    mkdir("sub", 0777);
+    l_Working.Write("sub/both", "22");
+    l_Working.Write("sub/here", "333");
+    EXPECT_EQ(GetFileSize(CUniqueHandle(OpenWide("sub\\both")).Get(), nullptr), 1U);
+    EXPECT_EQ(GetFileSize(CUniqueHandle(OpenWide("sub\\here")).Get(), nullptr), 3U);
+    EXPECT_EQ(OpenWide("sub\\none"), INVALID_HANDLE_VALUE);
+    ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST(Files, LieWhereThePathsSay)
+{
+    const CTestHome l_Home;
+    char l_aszPath[300];
+    EXPECT_EQ(CeGetPath(CECORE_PATH_HOME, l_aszPath, 300), l_Home.Path("").size());
+    EXPECT_EQ(l_aszPath, l_Home.Path(""));
+    EXPECT_EQ(CeGetPath(CECORE_PATH_VOLUME, l_aszPath, 5), l_Home.Path("").size() - 1);
+    EXPECT_EQ(l_aszPath, l_Home.Path("").substr(0, 4)) << "cut to its room";
+    EXPECT_EQ(CeGetPath(3, nullptr, 0), 0U);
 }

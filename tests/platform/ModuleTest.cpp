@@ -59,6 +59,8 @@ TEST(Modules, AreLoadedByNameBesideTheHostFirst)
         EXPECT_EQ(GetProcAddressInto(l_hModule, L"Answer", l_pfnAnswer), l_Case.bAnswers);
         EXPECT_EQ(l_Case.bAnswers ? l_pfnAnswer() : static_cast<int>(GetLastError()),
                   l_Case.bAnswers ? 42 : 127);
+        // The library that it needs has this one.
+        EXPECT_EQ(GetProcAddressW(l_hModule, L"printf"), nullptr);
         EXPECT_EQ(FreeLibrary(l_hModule), l_hModule != nullptr);
     }
     EXPECT_EQ(dlopen(l_Home.Path("good.dll").c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "freed";
@@ -84,6 +86,7 @@ TEST(Processes, AreStartedWithTheirWordsAndWaitedFor)
     } l_aCases[] = {{l_Home.Path("program"), L"162 0", 0, "2|162|0|"},
                     {l_Home.Path("program"), L"  a \t bb  ", 0, "2|a|bb|"},
                     {"\\hd00\\program", nullptr, 0, "0|"},
+                    {"program", L"home", 0, "1|home|"},
                     {l_Home.Path("none"), L"1", 2, ""},
                     {l_Home.Path("locked"), L"1", 5, ""},
                     {l_Home.Path(""), L"1", 5, ""},

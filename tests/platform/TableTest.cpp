@@ -44,7 +44,7 @@ TEST(Devices, AreFoundByNameUsedAndClosed)
     const auto l_pDevice = std::make_shared<CEchoDevice>();
     EXPECT_EQ(OpenDevice(), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    RegisterDevice(L"IMB1:", l_pDevice);
+    RegisterDevice(L"Imb1:", l_pDevice);
     EXPECT_EQ(OpenDevice(), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), 170U) << "the device's own reason";
     l_pDevice->bRefuses = false;

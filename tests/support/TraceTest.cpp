@@ -10,11 +10,14 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "TestHome.h"
+#include "platform/Reason.h"
 
 using namespace tornval;
 
@@ -158,6 +161,117 @@ TEST(Trace, ReachesTheConsoleOfAnyHostAndOutlivesItsReader)
     };
     EXPECT_EXIT(_exit(l_fnHost()), testing::ExitedWithCode(0), "");
 }
+
+TEST(Trace, DropsAndCountsWhatNobodyReads)
+{
+    const auto l_fnHost = [] {
+        int l_alPipe[2];
+        if (pipe(l_alPipe) != 0 || std::freopen("/dev/null", "w", stdout) == nullptr ||
+            dup2(l_alPipe[1], fileno(stdout)) < 0) {
+            return 1;
+        }
+        CTraceLogConsole l_Console(k_usAll);
+        const auto l_Begin = std::chrono::steady_clock::now();
+        for (int i = 0; i < 200; ++i) {
+            l_Console.WriteLine(std::wstring(1000, L'x').c_str());
+        }
+        if (std::chrono::steady_clock::now() - l_Begin > std::chrono::seconds(5)) {
+            return 2;
+        }
+        std::string l_strRead(1 << 20, '\0');
+        l_strRead.resize(static_cast<size_t>(read(l_alPipe[0], l_strRead.data(), 1 << 20)));
+        const auto l_lWhole = std::count(l_strRead.begin(), l_strRead.end(), '\n');
+        l_Console.WriteLine(L"read again");
+        char l_acRead[200] = {};
+        const std::string l_strLost = std::to_string(200 - l_lWhole) + " lines lost\n";
+        return read(l_alPipe[0], l_acRead, sizeof(l_acRead) - 1) > 0 &&
+                       std::string(l_acRead).find(l_strLost) != std::string::npos &&
+                       std::string(l_acRead).find("]read again\n") != std::string::npos
+                   ? 0
+                   : 3;
+    };
+    EXPECT_EXIT(_exit(l_fnHost()), testing::ExitedWithCode(0), "");
+}
+
+TEST(Trace, WritesToNoFileThatTookThePlaceOfAClosedOutput)
+{
+    const CTestHome l_Home;
+    const std::string l_strFile = l_Home.Path("results");
+    if (const char* l_pszFile = getenv("TORNVAL_TEST_RESULTS")) {
+        // The host that is started below: its first file is descriptor 1.
+        const int l_lFile = open(l_pszFile, O_WRONLY | O_CREAT, 0666);
+        CTraceLogConsole(k_usAll).WriteLine(L"trace");
+        _exit(l_lFile == STDOUT_FILENO ? 7 : 1);
+    }
+    const pid_t l_lPid = fork();
+    if (l_lPid == 0) {
+        setenv("TORNVAL_TEST_RESULTS", l_strFile.c_str(), 1);
+        close(STDOUT_FILENO);
+        execl("/proc/self/exe", "host", "--gtest_filter=Trace.WritesToNoFile*", nullptr);
+        _exit(2);
+    }
+    int l_lStatus = 0;
+    ASSERT_EQ(waitpid(l_lPid, &l_lStatus, 0), l_lPid);
+    EXPECT_EQ(WEXITSTATUS(l_lStatus), 7);
+    EXPECT_EQ(l_Home.Read("results"), "");
+}
+
+TEST(Trace, FollowsNoSymbolicLinkAndSaysSo)
+{
+    const CTestHome l_Home;
+    l_Home.Write("mine", "precious");
+    std::filesystem::create_symlink(l_Home.Path("mine"), l_Home.Path("log_tornval.txt"));
+    cecore::ForgetReasons();
+    UseFile(k_usAll);
+    Trace(ERROR_LEVEL, L"lost");
+    EXPECT_EQ(l_Home.Read("mine"), "precious");
+    CECORE_REASON l_Reason{};
+    EXPECT_EQ(CeGetReasons(&l_Reason, 1), 1U);
+    EXPECT_NE(std::string(l_Reason.text).find("log_tornval.txt"), std::string::npos);
+    SetTraceLog(nullptr);
+}
+
+#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Trace, TakesLittleOfItsThreadsStack)
+{
+    const CTestHome l_Home;
+    const std::string l_strLong(3000, 'x');
+    static unsigned char s_aucStack[256 * 1024];
+    const auto l_fnTaken = [&](bool i_bTrace) {
+        std::memset(s_aucStack, 0x5A, sizeof(s_aucStack));
+        std::pair<const char*, bool> l_What{l_strLong.c_str(), i_bTrace};
+        pthread_attr_t l_Attributes{};
+        pthread_t l_Thread{};
+        pthread_attr_init(&l_Attributes);
+        pthread_attr_setstack(&l_Attributes, s_aucStack, sizeof(s_aucStack));
+        pthread_create(
+            &l_Thread, &l_Attributes,
+            [](void* i_pWhat) -> void* {
+                const auto& l_Told = *static_cast<std::pair<const char*, bool>*>(i_pWhat);
+                if (l_Told.second) {
+                    Trace(INFO_LEVEL, L"%S %f %d", l_Told.first, 1e300, -5);
+                }
+                return nullptr;
+            },
+            &l_What);
+        pthread_join(l_Thread, nullptr);
+        pthread_attr_destroy(&l_Attributes);
+        return std::find_if(std::begin(s_aucStack), std::end(s_aucStack),
+                            [](unsigned char i_uc) { return i_uc != 0x5A; });
+    };
+    testing::internal::CaptureStdout();
+    for (const bool l_bFile : {true, false}) {
+        l_bFile ? UseFile(k_usAll) : SetTraceLog(std::make_unique<CTraceLogConsole>(k_usAll));
+        // The first line of a process also binds what it calls.
+        l_fnTaken(true);
+        const auto l_lTaken = l_fnTaken(false) - l_fnTaken(true);
+        EXPECT_LE(l_lTaken, 10752) << l_bFile;
+        EXPECT_GT(l_lTaken, 8192) << "it was measured";
+    }
+    testing::internal::GetCapturedStdout();
+    SetTraceLog(nullptr);
+}
+#endif
 
 TEST(Trace, NeverMixesTheLinesOfThreads)
 {
