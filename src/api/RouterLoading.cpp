@@ -24,16 +24,18 @@ template <typename Real, typename Simu>
 std::unique_ptr<CMeasDriver> Build(uint32_t i_ulMode, const S_TRACE_TEXT<>& i_RealLine = {},
                                    const S_TRACE_TEXT<>& i_SimuLine = {})
 {
-    switch (i_ulMode) {
-    case MODE_REAL:
+    std::unique_ptr<CMeasDriver> l_pDriver;
+    if (i_ulMode == MODE_REAL) {
         i_RealLine.Emit();
-        return std::unique_ptr<CMeasDriver>(new (std::nothrow) Real());
-    case MODE_SIMU:
+        l_pDriver.reset(new (std::nothrow) Real());
+    } else if (i_ulMode == MODE_SIMU) {
         i_SimuLine.Emit();
-        return std::unique_ptr<CMeasDriver>(new (std::nothrow) Simu());
-    default:
-        return nullptr;
+        l_pDriver.reset(new (std::nothrow) Simu());
     }
+    if (l_pDriver == nullptr && i_ulMode != MODE_NONE) {
+        cecore::NoteReason(cecore::ERROR_NOT_ENOUGH_MEMORY, "there is no memory for the driver");
+    }
+    return l_pDriver;
 }
 
 } // namespace
