@@ -17,7 +17,20 @@
  * environment variable TORNVAL_HOME. It says whether hardware is simulated (SIMU), where the link
  * libraries are (DRIVER_NAME), and whether a trace log is kept (section LOG). SIMU, LOAD and LOG are
  * read once, at the first call of any function; the rest at each load. Without the file every load
- * fails.
+ * fails. Its path has 259 characters at most.
+ *
+ * A DRIVER_NAME without a folder is looked for in that folder, then where link libraries are installed,
+ * then by the system's search. A SET_RESET_EXEC or DAT_SIMU_FILE without a slash at its head is looked
+ * for in that folder, then in the working folder. CeGetPath() of cecore.h tells these places. In a
+ * privileged process environment variables count for nothing.
+ *
+ * @section trace The trace log
+ * With TYPE=0 it is the file log_tornval.txt on the volume that TORNVAL_HD00 names (else the one that
+ * the build was told), emptied at the first call. It is a regular file: a symbolic link is not
+ * followed, and nothing is written to a link, a pipe or a device that stands there. With TYPE=1 it is
+ * the standard output; one that nobody reads is waited for a second, then lines are dropped and
+ * counted until it is read again. A process that was started without a standard output gets no lines.
+ * A log that cannot be written fails nothing; CeGetReasons() of cecore.h says why.
  *
  * @section errors What an error looks like
  * A function never fails except through what it returns: S_RESULT.ulStatus is 1 (0 is success), or
@@ -26,7 +39,14 @@
  * not found, 127 entry point not found, 193 no library; the others that a link may leave are in
  * cecore.h) and what the device reported (ulFwStatus). Nothing is thrown and nothing stops the
  * process. Most failures that a driver meets are also lines of the trace log, where that is switched
- * on.
+ * on. CeGetReasons() of cecore.h gives what the refusing place itself noted at the last load.
+ *
+ * @section trust What a success does not say
+ *  - The CRC of an answer is the link library's affair. Those of this project drop an answer whose CRC
+ *    does not match; one that hands it on delivers wrong values as right ones.
+ *  - Values that a short answer of the milliohm module no longer holds read as zero.
+ *  - A simulated board whose recording cannot be read delivers uploads that succeed and hold no sample;
+ *    the trace log says why.
  *
  * @section owner Who owns what
  * The caller owns every buffer that it passes, before, during and after a call. The library keeps no
@@ -43,8 +63,17 @@
  *    of one kind apart may then exchange their answers; those of this project can. On a probe
  *    GetInstantMeasureOnDevice() is made of several pairs: one thread at a time for each probe.
  *  - On a simulated driver, one thread at a time for each driver.
- *  - No call may run while the library is unloaded. At the end of the process calls are refused, and
- *    so they are in a forked child, whose links belong to its parent.
+ *
+ * @section life Load, unload, end, fork
+ *  - dlclose() destroys the drivers and gives the link libraries back. No call may be inside then, and
+ *    no thread may load the library while another unloads it.
+ *  - At the end of the process the drivers are destroyed before the link libraries go. It waits a second
+ *    at most for calls that are inside; if one stays, the drivers are left as they are, and the trace
+ *    log says so. Threads may run on: their calls are refused.
+ *  - A forked child, one of daemon() too, has none of the drivers: they are its parent's, and its calls
+ *    are refused; the first one is told in the trace log. Fork before the first call.
+ *  - A thread that calls needs 16 KB of stack for the library's own part, of which a trace line takes
+ *    up to 10.5, and 32 KB for LoadMeasDrivers(); the link library's part comes on top.
  *
  * @section waits How long a call takes
  * A command that the board or the module does not answer fails after 5000 milliseconds plus the key
@@ -56,8 +85,7 @@
  * The records that are passed by address are little-endian and may lie at any address. Words are 32
  * bits wide on every host.
  */
-#ifndef TORNVAL_C63_H
-#define TORNVAL_C63_H
+#pragma once
 
 #include <stdint.h>
 
@@ -380,5 +408,3 @@ TORNVAL_API S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, doubl
 #ifdef __cplusplus
 }
 #endif
-
-#endif /* TORNVAL_C63_H */

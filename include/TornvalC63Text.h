@@ -14,8 +14,7 @@
  * i_ulRoom or more says it was cut. With a null o_pszText or an i_ulRoom of 0 nothing is written. 0,
  * with an empty text, when memory is missing.
  */
-#ifndef TORNVAL_C63_TEXT_H
-#define TORNVAL_C63_TEXT_H
+#pragma once
 
 #include "TornvalC63.h"
 
@@ -85,5 +84,3 @@ TORNVAL_API int32_t TornvalTextIsTimeOut(const S_RESULT* i_pResult, const S_TEXT
 #ifdef __cplusplus
 }
 #endif
-
-#endif /* TORNVAL_C63_TEXT_H */

@@ -13,8 +13,7 @@
  *
  * Plain C, self-contained. All numbers in the blocks are little-endian.
  */
-#ifndef TORNVAL_LINKS_H
-#define TORNVAL_LINKS_H
+#pragma once
 
 #include <stdint.h>
 #include <wchar.h>
@@ -167,5 +166,3 @@ TORNVAL_LINK_API uint32_t PUSB_DeviceIoControl(uint32_t device, uint32_t constan
 #ifdef __cplusplus
 }
 #endif
-
-#endif /* TORNVAL_LINKS_H */

@@ -1,6 +1,7 @@
 #include "platform/File.h"
 
 #include <climits>
+#include <cstdlib>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -131,4 +132,25 @@ TEST(Files, LieWhereThePathsSay)
     EXPECT_EQ(CeGetPath(CECORE_PATH_VOLUME, l_aszPath, 5), l_Home.Path("").size() - 1);
     EXPECT_EQ(l_aszPath, l_Home.Path("").substr(0, 4)) << "cut to its room";
     EXPECT_EQ(CeGetPath(3, nullptr, 0), 0U);
+}
+
+TEST(Files, LieWhereNoVariableSaysInAPrivilegedProcess)
+{
+    const CTestHome l_Home;
+    const std::string l_strProgram = l_Home.Path("places");
+    std::filesystem::copy_file(TEST_PLACES, l_strProgram);
+    setenv("TORNVAL_HOME", "/elsewhere", 1);
+    setenv("TORNVAL_HD00", "/elsewhere", 1);
+    const auto l_fnPlaces = [&] {
+        EXPECT_EQ(std::system((l_strProgram + " >" + l_Home.Path("said")).c_str()), 0);
+        const std::string l_strSaid = l_Home.Read("said");
+        return l_strSaid.substr(0, l_strSaid.find('\n')) + " " +
+               l_strSaid.substr(l_strSaid.rfind('\n', l_strSaid.size() - 2) + 1);
+    };
+    EXPECT_EQ(l_fnPlaces(), "/elsewhere/ /elsewhere\n");
+    if (chown(l_strProgram.c_str(), getuid(), getgid() + 1) != 0 ||
+        chmod(l_strProgram.c_str(), 02755) != 0) {
+        GTEST_SKIP() << "another group takes root";
+    }
+    EXPECT_EQ(l_fnPlaces(), l_Home.Path("") + " /hd00\n");
 }
