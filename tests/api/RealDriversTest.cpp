@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <thread>
 #include <tuple>
 
@@ -232,41 +233,44 @@ TEST(RealDrivers, ReportEachFaultOfEachOperationAndWorkAfterIt)
     struct S_FAULT
     {
         const char* pszFault;
-        S_RESULT Board, Module; // ulDriverType is the operation's
+        S_RESULT Board;                   // ulDriverType is the operation's
+        std::optional<S_RESULT> Module{}; // where it is another
     };
     const S_FAULT l_aFaults[] = {
-        {"send-fails=31*1", {0, 2, 31, 0, 1}, {0, 2, 31, 0, 1}},
-        {"send-status=9*1", {0, 7, 0, 9, 1}, {0, 7, 0, 9, 1}},
-        {"fetch-fails=1460*1", {0, 5, 1460, 2, 1}, {0, 5, 1460, 2, 1}},
-        {"link-status=3*1", {0, 5, 0, 5, 1}, {0, 5, 0, 5, 1}},
-        {"count=11*1", {0, 5, 0, 0, 1}, {0, 5, 0, 0, 1}},
-        {"return-code=7*1", {0, 5, 0, 7, 1}, {0, 5, 0, 0, 1}},
-        {"return-code=0x101*1", {0, 5, 0, 0x101, 1}, {0, 5, 0, 0, 1}},
-        {"late=50*1", {0, 5, 0, 0, 0}, {0, 5, 0, 0, 0}},
+        {"send-fails=31*1", Failed(ROUTER, SEND, {.ulError = 31})},
+        {"send-status=9*1", Failed(ROUTER, REFUSED, {.ulFirmware = 9})},
+        {"fetch-fails=1460*1", Failed(ROUTER, RESULT, {.ulError = 1460, .ulFirmware = 2})},
+        {"link-status=3*1", Failed(ROUTER, RESULT, {.ulFirmware = 5})},
+        {"count=11*1", Failed(ROUTER, RESULT)},
+        {"return-code=7*1", Failed(ROUTER, RESULT, {.ulFirmware = 7}), Failed(ROUTER, RESULT)},
+        {"return-code=0x101*1", Failed(ROUTER, RESULT, {.ulFirmware = 0x101}),
+         Failed(ROUTER, RESULT)},
+        {"late=50*1", Done(ROUTER, RESULT)},
     };
     for (const S_OPERATION& l_Operation : l_aOperations) {
         for (const S_FAULT& l_Fault : l_aFaults) {
             SCOPED_TRACE(std::string(l_Operation.pszName) + " with " + l_Fault.pszFault);
             l_Instrument.Dial(l_Operation.ulType == 3 ? "board" : "milliohm", l_Fault.pszFault);
-            S_RESULT l_Expected = l_Operation.ulType == 3 ? l_Fault.Board : l_Fault.Module;
+            S_RESULT l_Expected =
+                l_Operation.ulType == 3 ? l_Fault.Board : l_Fault.Module.value_or(l_Fault.Board);
             l_Expected.ulDriverType = l_Operation.ulType;
             EXPECT_EQ(l_Operation.fnRun(), l_Expected);
             if (l_Expected.ulStatus != 0) {
                 l_Operation.fnCheckFailed();
             }
-            EXPECT_EQ(l_Operation.fnRun(), (S_RESULT{l_Operation.ulType, 5, 0, 0, 0}));
+            EXPECT_EQ(l_Operation.fnRun(), Done(l_Operation.ulType, RESULT));
         }
     }
     // What only one of the two can meet.
     const std::pair<const char*, S_RESULT> l_aBoardFaults[] = {
-        {"error-code=1004*1", {3, 5, 0, 1004, 1}},
-        {"error-code=2006*1", {3, 5, 0, 0, 0}},
-        {"return-code=0*1", {3, 5, 0, 0, 1}},
-        {"voie=13*1", {3, 5, 0, 0, 1}},
-        {"voie=12*1", {3, 5, 0, 0, 0}},
-        {"count=23*1", {3, 5, 0, 0, 1}},
-        {"count=24*1", {3, 5, 0, 0, 0}},
-        {"count=0xFFFFFFFF*1", {3, 5, 0, 0, 0}},
+        {"error-code=1004*1", Failed(BOARD, RESULT, {.ulFirmware = 1004})},
+        {"error-code=2006*1", Done(BOARD, RESULT)},
+        {"return-code=0*1", Failed(BOARD, RESULT)},
+        {"voie=13*1", Failed(BOARD, RESULT)},
+        {"voie=12*1", Done(BOARD, RESULT)},
+        {"count=23*1", Failed(BOARD, RESULT)},
+        {"count=24*1", Done(BOARD, RESULT)},
+        {"count=0xFFFFFFFF*1", Done(BOARD, RESULT)},
     };
     for (const auto& [l_pszFault, l_Record] : l_aBoardFaults) {
         l_Instrument.Dial("board", l_pszFault);
@@ -283,8 +287,8 @@ TEST(RealDrivers, ReportEachFaultOfEachOperationAndWorkAfterIt)
     for (const auto& [l_ulID, l_ulType, l_pszName] :
          {std::tuple(l_ulBoard, 3U, "board"), std::tuple(l_ulModule, 4U, "milliohm")}) {
         l_Instrument.Dial(l_pszName, "close-fails=31*1");
-        EXPECT_EQ(ResetMeasBoard(l_ulID), (S_RESULT{l_ulType, 4, 0, 0, 1}));
-        EXPECT_EQ(ResetMeasBoard(l_ulID), (S_RESULT{l_ulType, 4, 0, 0, 0}));
+        EXPECT_EQ(ResetMeasBoard(l_ulID), Failed(l_ulType, CLOSE));
+        EXPECT_EQ(ResetMeasBoard(l_ulID), Done(l_ulType, CLOSE));
     }
 }
 
@@ -298,7 +302,8 @@ TEST(RealDrivers, JudgeAMilliohmMeasureByItsStatus)
         l_Instrument.Dial("milliohm", std::string("measure-status=") + l_pszStatus + "*1");
         int32_t l_lValue = 7;
         EXPECT_EQ(GetMicroOhmMeasure(&l_lValue),
-                  (S_RESULT{4, 5, 0, l_ulFwStatus, l_ulFwStatus == 0 ? 0U : 1U}));
+                  l_ulFwStatus == 0 ? Done(MODULE, RESULT)
+                                    : Failed(MODULE, RESULT, {.ulFirmware = l_ulFwStatus}));
         EXPECT_EQ(l_lValue, l_ulFwStatus == 0 ? 123456 : 0);
     }
     // The version text at the edge of the caller's buffer: 4 + 14 + 28 + 1 bytes are delivered.
