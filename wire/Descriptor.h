@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace wire {
@@ -32,7 +33,7 @@ public:
         if (m_lFd >= 0 && m_lFd <= STDERR_FILENO) {
             m_lFd = fcntl(i_lFd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
             const int l_lError = errno;
-            close(i_lFd);
+            Close(i_lFd);
             errno = l_lError;
         }
     }
@@ -47,7 +48,7 @@ public:
     ~CDescriptor()
     {
         if (m_lFd >= 0) {
-            close(m_lFd);
+            Close(m_lFd);
         }
     }
 
@@ -56,6 +57,15 @@ public:
     explicit operator bool() const { return m_lFd >= 0; }
 
 private:
+    /** The system would let a cancelling begin in there, which must not go through a destructor. */
+    static void Close(int i_lFd)
+    {
+        int l_lState = PTHREAD_CANCEL_ENABLE;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &l_lState);
+        close(i_lFd);
+        pthread_setcancelstate(l_lState, nullptr);
+    }
+
     int m_lFd = -1;
 };
 
