@@ -1,12 +1,13 @@
 #include "Program.h"
 
-#include "Progress.h"
-#include "Samples.h"
+#include "CsvFile.h"
+#include "Stop.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
@@ -16,8 +17,7 @@ namespace host {
 
 namespace {
 
-/** Largest answer that is believed, in bytes. */
-constexpr uint32_t k_ulMaxAnswer = 16U * 1024 * 1024;
+constexpr std::array k_apszLinkTypes = {"IM", "MO", "BT", "USB"};
 
 constexpr const char* k_pszExitCodes =
     "Exit codes:\n"
@@ -26,33 +26,8 @@ constexpr const char* k_pszExitCodes =
     "  2  a driver that is needed is not loaded\n"
     "  3  the device, its link or its answer failed\n"
     "  4  no answer came in time\n"
-    "  5  a file, the plot or standard output could not be written\n"
+    "  5  a file, the plot or standard output could not be written; check: something is wrong\n"
     "  128 + N  ended by signal N; files are whole and acquisitions stopped\n";
-
-std::string FieldText(const char* i_pszField, size_t i_uSize)
-{
-    return {i_pszField, strnlen(i_pszField, i_uSize)};
-}
-
-std::vector<S_DRIVER> ListDrivers()
-{
-    std::vector<S_DRIVER_INFO> l_vInfos(8);
-    uint32_t l_ulNbDrivers = 0;
-    while (EnumMeasDrivers(l_vInfos.data(), static_cast<uint32_t>(l_vInfos.size()),
-                           &l_ulNbDrivers) == 1 &&
-           l_ulNbDrivers == l_vInfos.size() && l_vInfos.size() < 4096) {
-        l_vInfos.resize(l_vInfos.size() * 2);
-    }
-    l_vInfos.resize(std::min<size_t>(l_ulNbDrivers, l_vInfos.size()));
-    std::vector<S_DRIVER> l_vDrivers;
-    l_vDrivers.reserve(l_vInfos.size());
-    for (const S_DRIVER_INFO& l_Info : l_vInfos) {
-        l_vDrivers.push_back({l_Info.ulDriverID,
-                              FieldText(l_Info.szLinkType, sizeof l_Info.szLinkType),
-                              FieldText(l_Info.szDriverName, sizeof l_Info.szDriverName)});
-    }
-    return l_vDrivers;
-}
 
 } // namespace
 
@@ -74,6 +49,10 @@ CLI::App& CProgram::AddCommand(CLI::App& io_App, const std::string& i_strName,
     l_Command.footer(ExitCodesHelp());
     l_Command.add_flag("--json", m_Options.bJson,
                        "print one JSON document on standard output and nothing else");
+    l_Command
+        .add_option("--home", m_Options.strHome,
+                    "folder of the configuration, instead of TORNVAL_HOME")
+        ->check(CLI::ExistingDirectory);
     l_Command.add_flag("--progress", m_Options.bProgress,
                        "show progress although standard error is no terminal");
     l_Command
@@ -95,43 +74,92 @@ void CProgram::TakeStandardOutput()
     }
 }
 
-int CProgram::Run()
+void CProgram::Fail(const S_FAILURE& i_Failure)
 {
-    int l_lExitCode = k_lExitDone;
-    const auto l_Fail = [&](const S_FAILURE& i_Failure) {
-        l_lExitCode = i_Failure.lExitCode;
-        Note(i_Failure.strMessage);
+    m_lExitCode = i_Failure.lExitCode;
+    if (m_lExitCode == k_lExitNoDriver || m_lExitCode == k_lExitDevice ||
+        m_lExitCode == k_lExitTimeOut) {
+        TellReasons(m_lExitCode == k_lExitNoDriver ? Reasons() : ReasonsSinceLoad());
+    }
+    if (i_Failure.Record) {
+        m_Document["record"] = ToJson(*i_Failure.Record);
+    }
+    if (!i_Failure.strMessage.empty()) {
         m_Document["error"] = i_Failure.strMessage;
-        if (i_Failure.Record) {
-            m_Document["record"] = ToJson(*i_Failure.Record);
-        }
-        if (i_Failure.lExitCode == k_lExitNoDriver) {
-            TellReasons(Reasons());
-        }
+        Note(i_Failure.strMessage);
+    }
+}
+
+int CProgram::RunCommand()
+{
+    const auto l_FailOnFile = [&](const S_FILE_ERROR& i_Error) {
+        Fail({k_lExitFile, i_Error.lError == EPIPE ? "" : i_Error.strMessage});
     };
     try {
+        if (!m_Options.strHome.empty()) {
+            setenv("TORNVAL_HOME", m_Options.strHome.c_str(), 1);
+        }
+        CatchStopSignals();
         if (m_Options.bJson) {
             TakeStandardOutput();
         }
         m_fnRun();
     } catch (const S_FAILURE& l_Failure) {
-        l_Fail(l_Failure);
+        Fail(l_Failure);
+    } catch (const S_STOPPED&) {
+        Fail(StoppedBySignal("the call that was running is left"));
     } catch (const S_FILE_ERROR& l_Error) {
-        l_Fail({k_lExitFile, l_Error.strMessage});
+        l_FailOnFile(l_Error);
     } catch (const std::exception& l_Error) {
-        l_Fail({k_lExitDevice, std::string("unexpected: ") + l_Error.what()});
+        Fail({k_lExitDevice, std::string("unexpected: ") + l_Error.what()});
     }
+    return m_lExitCode;
+}
+
+int CProgram::Run()
+{
+    RunCommand();
     if (m_JsonOutput != nullptr) {
-        m_Document["ok"] = l_lExitCode == k_lExitDone;
-        m_Document["exit_code"] = l_lExitCode;
-        // Names come from a configuration file and may be no valid text.
-        Deliver(m_Document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
-        if (std::fclose(m_JsonOutput.release()) != 0 && l_lExitCode == k_lExitDone) {
+        m_Document["ok"] = m_lExitCode == k_lExitDone;
+        m_Document["exit_code"] = m_lExitCode;
+        Deliver(m_Document, m_bStreamed ? -1 : 2);
+        if (std::fclose(m_JsonOutput.release()) != 0 && m_lExitCode == k_lExitDone) {
             Note(std::string("standard output: ") + std::strerror(errno));
-            l_lExitCode = k_lExitFile;
+            m_lExitCode = k_lExitFile;
         }
     }
-    return l_lExitCode;
+    if (IsCallLeft()) {
+        // The library would wait for the call at its end.
+        std::fflush(nullptr);
+        _exit(m_lExitCode);
+    }
+    return m_lExitCode;
+}
+
+void CProgram::Stream(const nlohmann::json& i_Object)
+{
+    if (m_JsonOutput == nullptr) {
+        return;
+    }
+    m_bStreamed = true;
+    Deliver(i_Object, -1);
+    if (std::fflush(m_JsonOutput.get()) != 0) {
+        throw S_FAILURE{k_lExitFile, errno == EPIPE
+                                         ? ""
+                                         : std::string("standard output: ") + std::strerror(errno)};
+    }
+}
+
+int CProgram::TakeOutputForTable()
+{
+    if (m_Options.bJson) {
+        throw S_FAILURE{k_lExitUsage, "--json and a table cannot share standard output"};
+    }
+    m_TableOutput = wire::CDescriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+    if (!m_TableOutput || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        throw S_FAILURE{k_lExitFile, std::string("standard output: ") + std::strerror(errno)};
+    }
+    return m_TableOutput.Get();
 }
 
 void CProgram::Print(const std::string& i_strText)
@@ -141,17 +169,25 @@ void CProgram::Print(const std::string& i_strText)
     }
     if (std::fwrite(i_strText.data(), 1, i_strText.size(), stdout) != i_strText.size() ||
         std::fflush(stdout) != 0) {
-        throw S_FAILURE{k_lExitFile, std::string("standard output: ") + std::strerror(errno)};
+        throw S_FAILURE{k_lExitFile, errno == EPIPE
+                                         ? ""
+                                         : std::string("standard output: ") + std::strerror(errno)};
     }
 }
 
-void CProgram::Deliver(const std::string& i_strText)
+void CProgram::Deliver(const nlohmann::json& i_Object, int i_lIndent)
 {
-    std::fwrite(i_strText.data(), 1, i_strText.size(), m_JsonOutput.get());
+    // Names come from a configuration file and may be no valid text.
+    const std::string l_strText =
+        i_Object.dump(i_lIndent, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    std::fwrite(l_strText.data(), 1, l_strText.size(), m_JsonOutput.get());
 }
 
 void CProgram::TellReasons(const std::vector<CECORE_REASON>& i_vReasons)
 {
+    if (i_vReasons.empty() && m_Document.contains("reasons")) {
+        return;
+    }
     m_Document["reasons"] = ReasonDocument(i_vReasons);
     std::fputs(ReasonLines(i_vReasons).c_str(), stderr);
 }
@@ -159,112 +195,6 @@ void CProgram::TellReasons(const std::vector<CECORE_REASON>& i_vReasons)
 void CProgram::Note(const std::string& i_strText)
 {
     std::fprintf(stderr, "tornval: %s\n", i_strText.c_str());
-}
-
-CSession::CSession(const S_OPTIONS& i_Options) : m_Options(i_Options)
-{
-    m_LoadResult = LoadMeasDrivers(m_Options.lMask);
-    m_vDrivers = ListDrivers();
-}
-
-const S_DRIVER& CSession::ByLinkType(const std::string& i_strLinkType) const
-{
-    for (const S_DRIVER& l_Driver : m_vDrivers) {
-        if (l_Driver.strLinkType == i_strLinkType) {
-            return l_Driver;
-        }
-    }
-    throw S_FAILURE{k_lExitNoDriver,
-                    "the " + LinkTypeInWords(i_strLinkType) + " is not loaded" +
-                        (m_LoadResult.ulStatus == 0 ? ": the mask does not ask for it" : ""),
-                    m_LoadResult};
-}
-
-const S_DRIVER& CSession::ByID(uint32_t i_ulID) const
-{
-    std::string l_strLoaded;
-    for (const S_DRIVER& l_Driver : m_vDrivers) {
-        if (l_Driver.ulID == i_ulID) {
-            return l_Driver;
-        }
-        l_strLoaded += (l_strLoaded.empty() ? "" : ", ") + std::to_string(l_Driver.ulID) + " " +
-                       l_Driver.strLinkType;
-    }
-    throw S_FAILURE{k_lExitNoDriver,
-                    "no driver has the ID " + std::to_string(i_ulID) +
-                        "; loaded: " + (l_strLoaded.empty() ? "none" : l_strLoaded)};
-}
-
-const S_DRIVER& CSession::ProbeByID(uint32_t i_ulID) const
-{
-    const S_DRIVER& l_Driver = ByID(i_ulID);
-    if (!l_Driver.IsProbe()) {
-        throw S_FAILURE{k_lExitNoDriver, "the driver with the ID " + std::to_string(i_ulID) +
-                                             " is no probe but the " +
-                                             LinkTypeInWords(l_Driver.strLinkType)};
-    }
-    return l_Driver;
-}
-
-std::vector<S_DRIVER> CSession::Select(const std::optional<uint32_t>& i_ID) const
-{
-    return i_ID ? std::vector<S_DRIVER>{ByID(*i_ID)} : m_vDrivers;
-}
-
-CExchange::CExchange() : m_vWords(k_uBoardChannels + k_uBoardChannels * k_uMaxSamples) {}
-
-S_RESULT CExchange::Run(const S_DRIVER& i_Driver, uint8_t i_ucCommand, uint8_t i_ucParam,
-                        const std::vector<uint8_t>& i_vPayload, uint32_t i_ulTimeout)
-{
-    m_Call = {i_ucCommand, 0};
-    m_lSize = 0;
-    std::fill(m_vWords.begin(), m_vWords.end(), 0);
-    S_SEND_STRUCT l_Send{};
-    l_Send.CmdeID = i_ucCommand;
-    l_Send.ucCmdeParam = i_ucParam;
-    l_Send.ulTimeout = i_ulTimeout;
-    // Board and module count the four bytes of their frame's own head as well.
-    l_Send.ulSize = static_cast<uint32_t>(i_vPayload.size()) + (i_Driver.IsProbe() ? 0U : 4U);
-    S_RECEIVE_STRUCT l_Receive{};
-    const S_RESULT l_Sent = SendMeasBoardCmd(i_Driver.ulID, &l_Send, &l_Receive,
-                                             i_vPayload.empty() ? nullptr : i_vPayload.data());
-    if (l_Sent.ulStatus != 0) {
-        m_vRaw.clear();
-        return l_Sent;
-    }
-    if (l_Receive.ulNbReturnByte > k_ulMaxAnswer) {
-        throw S_FAILURE{k_lExitDevice,
-                        "the answer to " + CommandInWords(i_ucCommand) + " is announced with " +
-                            std::to_string(l_Receive.ulNbReturnByte) + " bytes, which is refused"};
-    }
-    // The library wants a buffer even where nothing comes back.
-    m_vRaw.assign(std::max<size_t>(l_Receive.ulNbReturnByte, 1), 0);
-    if (m_vWords.size() < m_vRaw.size() + k_uProbeChannels) {
-        m_vWords.resize(m_vRaw.size() + k_uProbeChannels);
-    }
-    const CElapsed l_Elapsed;
-    const S_RESULT l_Result =
-        GetMeasBoardResult(i_Driver.ulID, l_Receive.ulNbReturnByte, m_vRaw.data(), &m_lSize,
-                           m_vWords.data(), i_ulTimeout);
-    m_Call.ulElapsedMs = l_Elapsed.Ms();
-    m_vRaw.resize(l_Receive.ulNbReturnByte);
-    return l_Result;
-}
-
-void CExchange::RunOrThrow(const S_DRIVER& i_Driver, uint8_t i_ucCommand,
-                           const std::vector<uint8_t>& i_vPayload, uint32_t i_ulTimeout)
-{
-    const S_RESULT l_Result = Run(i_Driver, i_ucCommand, 0, i_vPayload, i_ulTimeout);
-    if (l_Result.ulStatus != 0) {
-        throw FailureOf(l_Result, m_Call);
-    }
-}
-
-uint32_t CElapsed::Ms() const
-{
-    const auto l_Time = std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::steady_clock::now() - m_Start);
-    return static_cast<uint32_t>(std::clamp<int64_t>(l_Time.count(), 1, INT32_MAX));
 }
 
 nlohmann::json ToJson(const S_RESULT& i_Result, const S_CALL& i_Call)
@@ -282,11 +212,32 @@ std::string NumberText(double i_dNumber)
     return {l_szText.data(), l_Written.ptr};
 }
 
+CLI::Validator IsDriverName()
+{
+    return {[](const std::string& i_strName) {
+                const bool l_bWord = std::any_of(
+                    k_apszLinkTypes.begin(), k_apszLinkTypes.end(), [&](const char* i_pszWord) {
+                        return strcasecmp(i_pszWord, i_strName.c_str()) == 0;
+                    });
+                const bool l_bNumber = !i_strName.empty() && i_strName.find_first_not_of(
+                                                                 "0123456789") == std::string::npos;
+                return l_bWord || l_bNumber
+                           ? std::string()
+                           : i_strName + " is none of IM, MO, BT, USB and no number";
+            },
+            "DRIVER"};
+}
+
+S_FAILURE StoppedBySignal(const std::string& i_strWhatStands)
+{
+    return {128 + StopSignal(),
+            std::string("stopped by signal (") + strsignal(StopSignal()) + "); " + i_strWhatStands};
+}
+
 void ThrowIfStopped(const std::string& i_strWhatStands)
 {
     if (StopSignal() != 0) {
-        throw S_FAILURE{128 + StopSignal(), std::string("stopped by signal (") +
-                                                strsignal(StopSignal()) + "); " + i_strWhatStands};
+        throw StoppedBySignal(i_strWhatStands);
     }
 }
 

@@ -1,24 +1,11 @@
 #include "Progress.h"
 
+#include "Stop.h"
+
 #include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <future>
-#include <thread>
 #include <unistd.h>
 
 namespace host {
-
-namespace {
-
-volatile std::sig_atomic_t s_lStopSignal = 0;
-
-void NoteStop(int i_lSignal)
-{
-    s_lStopSignal = i_lSignal;
-}
-
-} // namespace
 
 CProgress::CProgress(bool i_bForced, const std::string& i_strLabel, uint64_t i_uTotal)
 {
@@ -50,43 +37,11 @@ void CProgress::Advance(uint64_t i_uSteps)
     }
 }
 
-void RunWithProgress(bool i_bForced, const std::string& i_strLabel,
-                     const std::function<void()>& i_fnOperation)
+void CallWithProgress(bool i_bForced, const std::string& i_strLabel,
+                      const std::function<void()>& i_fnOperation)
 {
     CProgress l_Progress(i_bForced, i_strLabel, 0);
-    std::future<void> l_Operation = std::async(std::launch::async, i_fnOperation);
-    while (l_Operation.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
-        l_Progress.Advance();
-    }
-    l_Progress.Finish();
-    l_Operation.get();
-}
-
-void CatchStopSignals()
-{
-    struct sigaction l_Action
-    {
-    };
-    l_Action.sa_handler = NoteStop;
-    sigemptyset(&l_Action.sa_mask);
-    // The library's own calls must not fail because of a signal; our sleeps look at the flag.
-    l_Action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &l_Action, nullptr);
-    sigaction(SIGTERM, &l_Action, nullptr);
-}
-
-int StopSignal()
-{
-    return s_lStopSignal;
-}
-
-void SleepUnlessStopped(std::chrono::milliseconds i_Time)
-{
-    constexpr std::chrono::milliseconds k_Slice{20};
-    const auto l_End = std::chrono::steady_clock::now() + i_Time;
-    while (StopSignal() == 0 && std::chrono::steady_clock::now() < l_End) {
-        std::this_thread::sleep_until(std::min(l_End, std::chrono::steady_clock::now() + k_Slice));
-    }
+    Call(i_fnOperation, [&] { l_Progress.Advance(); });
 }
 
 } // namespace host

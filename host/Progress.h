@@ -1,12 +1,11 @@
 /**
  * @file Progress.h
- * @brief Progress on the terminal, drawn by the tool pv; and the wish to stop.
+ * @brief Progress on the terminal, drawn by the tool pv.
  */
 #pragma once
 
 #include "Child.h"
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -34,17 +33,8 @@ private:
     CChild m_Bar;
 };
 
-/** Runs a blocking operation while a mark moves. The operation runs on a thread of its own. */
-void RunWithProgress(bool i_bForced, const std::string& i_strLabel,
-                     const std::function<void()>& i_fnOperation);
-
-/** From here on SIGINT and SIGTERM no longer end the process: they are noted. */
-void CatchStopSignals();
-
-/** Number of the signal that asked to stop, 0 while there was none. */
-int StopSignal();
-
-/** Sleeps, but not past a signal to stop. */
-void SleepUnlessStopped(std::chrono::milliseconds i_Time);
+/** As Call() of Stop.h, while a mark moves. */
+void CallWithProgress(bool i_bForced, const std::string& i_strLabel,
+                      const std::function<void()>& i_fnOperation);
 
 } // namespace host

@@ -6,12 +6,33 @@
 
 namespace host {
 
+namespace {
+
+/** Reasons that were there when the load ended. */
+size_t s_uAtLoad = 0;
+
+} // namespace
+
 std::vector<CECORE_REASON> Reasons()
 {
     std::vector<CECORE_REASON> l_vReasons(CeGetReasons(nullptr, 0));
     const uint32_t l_ulNbReasons =
         CeGetReasons(l_vReasons.data(), static_cast<uint32_t>(l_vReasons.size()));
     l_vReasons.resize(std::min<size_t>(l_ulNbReasons, l_vReasons.size()));
+    return l_vReasons;
+}
+
+void NoteLoaded()
+{
+    s_uAtLoad = Reasons().size();
+}
+
+std::vector<CECORE_REASON> ReasonsSinceLoad()
+{
+    std::vector<CECORE_REASON> l_vReasons = Reasons();
+    // Once the oldest ones are dropped, where the load ended is no longer known.
+    const auto l_uOld = static_cast<std::ptrdiff_t>(std::min(s_uAtLoad, l_vReasons.size()));
+    l_vReasons.erase(l_vReasons.begin(), l_vReasons.begin() + l_uOld);
     return l_vReasons;
 }
 

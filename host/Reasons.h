@@ -15,6 +15,12 @@ namespace host {
 /** What was noted since the last load of the drivers began, oldest first. */
 std::vector<CECORE_REASON> Reasons();
 
+/** From here on ReasonsSinceLoad() tells only what is noted later. */
+void NoteLoaded();
+
+/** What was noted since the load ended. */
+std::vector<CECORE_REASON> ReasonsSinceLoad();
+
 /** The same without the places where the link library of a driver that came up was looked for in
  *  vain before it was found. */
 std::vector<CECORE_REASON> ReasonsThatRemain(const std::vector<std::string>& i_vLinkTypesUp);

@@ -1,6 +1,6 @@
 /** tornval send: any command to any driver, with its raw answer. */
-#include "Program.h"
 #include "Samples.h"
+#include "Session.h"
 
 #include <algorithm>
 #include <array>
@@ -17,7 +17,7 @@ constexpr size_t k_uShown = 256;
 
 struct S_SEND_OPTIONS
 {
-    uint32_t ulDriver = 0;
+    std::string strDriver;
     uint32_t ulCommand = 0;
     uint32_t ulParam = 0;
     std::string strPayload;
@@ -98,7 +98,8 @@ void RunSend(CProgram& io_Program, const S_SEND_OPTIONS& i_Options)
 {
     const std::vector<uint8_t> l_vPayload = ParseHex(i_Options.strPayload);
     const CSession l_Session(io_Program.Options());
-    const S_DRIVER& l_Driver = l_Session.ByID(i_Options.ulDriver);
+    const S_DRIVER& l_Driver = l_Session.ByName(i_Options.strDriver);
+    Announce(io_Program, l_Driver);
     const auto l_ucCommand = static_cast<uint8_t>(i_Options.ulCommand);
     CExchange l_Exchange;
     const S_RESULT l_Result =
@@ -109,7 +110,6 @@ void RunSend(CProgram& io_Program, const S_SEND_OPTIONS& i_Options)
     const size_t l_uWords = NbWords(l_Driver, l_ucCommand, l_Exchange);
     const auto l_WordsEnd = l_Exchange.Words().begin() + static_cast<std::ptrdiff_t>(l_uWords);
     nlohmann::json& l_Document = io_Program.Document();
-    l_Document["driver"] = l_Driver.ulID;
     l_Document["command"] = l_ucCommand;
     l_Document["raw"] = HexOf(l_vRaw, l_vRaw.size());
     l_Document["processed"] = std::vector<int32_t>(l_Exchange.Words().begin(), l_WordsEnd);
@@ -138,7 +138,8 @@ void AddSendCommand(CLI::App& io_App, CProgram& io_Program)
     CLI::App& l_Send =
         io_Program.AddCommand(io_App, "send", "Sends a command to a driver and prints its answer",
                               [=, &io_Program] { RunSend(io_Program, *l_pOptions); });
-    l_Send.add_option("--driver", l_pOptions->ulDriver, "ID of the driver")->required();
+    AddDriverOption(l_Send, l_pOptions->strDriver, "driver, IM, MO, BT, USB or a number")
+        ->required();
     l_Send.add_option("--command", l_pOptions->ulCommand, "ID of the command")
         ->required()
         ->check(CLI::Range(0, 255));

@@ -209,6 +209,7 @@ S_RESULT CIntMeasDriverSerial::SetMBCalibration(uint32_t* i_pulIndex, double* i_
     int32_t l_lWord = 0;
     S_RESULT l_Result =
         CmdeBloquanteSynchrone(CALIBRATION_OPEN, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
+    uint32_t l_ulWritten = 0;
     for (uint32_t i = 0; i < i_ulNbCoeff && l_Result.ulStatus == 0; ++i) {
         // The size counts the sub-head, so twelve of the bytes travel.
         uint8_t l_aucPayload[16] = {};
@@ -217,12 +218,17 @@ S_RESULT CIntMeasDriverSerial::SetMBCalibration(uint32_t* i_pulIndex, double* i_
         wire::WriteLe32(l_aucPayload + 8, static_cast<uint32_t>(TruncateToInt32(i_pdB[i])));
         l_Result = CmdeBloquanteSynchrone(CALIBRATION_WRITE, l_aucPayload, sizeof(l_aucPayload),
                                           &l_lWord, 0, 1);
+        l_ulWritten += l_Result.ulStatus == 0 ? 1 : 0;
     }
     if (l_Result.ulStatus != 0) {
+        cecore::NoteReason(0, "calibration: %u of %u pairs were written, none is committed",
+                           l_ulWritten, i_ulNbCoeff);
         return l_Result;
     }
     l_Result = CmdeBloquanteSynchrone(CALIBRATION_COMMIT, nullptr, k_ulSubHeadSize, &l_lWord, 0, 1);
     if (l_Result.ulStatus != 0) {
+        cecore::NoteReason(0, "calibration: all %u pairs were written, they are not committed",
+                           i_ulNbCoeff);
         return l_Result;
     }
     for (const int32_t l_lValue : {0, 1}) {
@@ -231,6 +237,10 @@ S_RESULT CIntMeasDriverSerial::SetMBCalibration(uint32_t* i_pulIndex, double* i_
         if (TGPIO(k_lResetPin, l_lValue) != 1) {
             l_Result.ulStatus = 1;
             l_Result.ulLastError = cecore::GetLastError();
+            cecore::NoteReason(l_Result.ulLastError,
+                               "calibration: all %u pairs are written and committed, the board was "
+                               "not restarted",
+                               i_ulNbCoeff);
             break;
         }
         if (l_lValue == 0) {

@@ -73,13 +73,17 @@ class TornvalTest(unittest.TestCase):
 
     def test_help_and_usage(self):
         commands = ["drivers", "init", "reset", "measure", "microohm", "generator", "upload",
-                    "calibration get", "calibration set", "send", "probe measure", "probe record"]
+                    "calibration get", "calibration set", "calibration save",
+                    "calibration restore", "send", "probe measure", "probe record", "check", "paths"]
         for command in ["", *commands]:
             out, _ = self.run_tornval(0, *command.split(), "--help")
             self.assertIn("Exit codes", out)
         for wrong in ["", "nonsense", "measure", "measure --voie 13", "measure --voie x",
                       "upload --blocks 0", "send --driver 1 --command 256",
-                      "measure --voie 1 --raw --driver 4000", "measure --voie 1 --param 3",
+                      "measure --voie 1 --raw --driver 4000", "measure --voie 1 --param 3", "upload",
+                      "measure --input 1 --driver XY", "calibration set --input 1 --a 0 --b 1",
+                      "calibration set --input 1 --a 1.5 --b 1",
+                      "calibration set --input 1 --a -1 --b 1",
                       "send --driver 4000 --command 209 --payload 123",
                       "calibration set --voie 1 --voie 2 --a 1 --b 1",
                       "calibration set --voie 1 --a 1e30 --b 1",
@@ -87,16 +91,27 @@ class TornvalTest(unittest.TestCase):
             out, err = self.run_tornval(1, *wrong.split())
             self.assertEqual(out, "", wrong)
             self.assertNotEqual(err, "", wrong)
+        self.assertIn("upload", self.run_tornval(1, "uplaod")[1])
+        self.run_json(1, "measure")
+        for stdout, what in [("/dev/full", ["--help"]), ("/dev/full", ["drivers"])]:
+            with open(stdout, "w") as file:
+                self.assertEqual(subprocess.run([TORNVAL, *what], stdout=file, env=self.environment,
+                                                stderr=subprocess.DEVNULL).returncode, 5)
+        closed = subprocess.run(["sh", "-c", f"exec {TORNVAL} measure --input 1 >&-"],
+                                env=self.environment, stderr=subprocess.DEVNULL)
+        self.assertEqual(closed.returncode, 5)
 
     def test_simulated_instrument(self):
         drivers = self.run_json(0, "drivers")["drivers"]
-        self.assertEqual([(d["id"], d["link_type"]) for d in drivers],
-                         [(2000, "BT"), (4000, "IM"), (5001, "MO")])
+        self.assertEqual([(d["id"], d["link_type"], d["kind"]) for d in drivers],
+                         [(2000, "BT", "simulated"), (4000, "IM", "simulated"),
+                          (5001, "MO", "simulated")])
+        self.assertIn("SIMULATED", self.run_tornval(0, "measure", "--input", "2")[1])
         self.assertEqual(self.run_tornval(0, "measure", "--voie", "2", "--count", "3")[0],
                          "1234\n" * 3)
         self.assertEqual(self.run_json(0, "measure", "--voie", "0", "--raw")["values"], [1234])
         self.assertEqual(self.run_json(0, "microohm")["values"], [3333, 0, 0])
-        version = self.run_json(0, "send", "--driver", "5001", "--command", "0xFF")
+        version = self.run_json(0, "send", "--driver", "mo", "--command", "0xFF")
         self.assertEqual(version["text"], "Version Simule")
         measure = self.run_json(0, "send", "--driver", "4000", "--command", "212")
         self.assertEqual(measure["processed"], [1234])
@@ -123,23 +138,83 @@ class TornvalTest(unittest.TestCase):
         for text, rows in [(SIMULATED, replayed), (real(f"{LINKS}/virtual_link.so"), emulated)]:
             self.configure(text)
             document = self.run_json(0, "upload", "--blocks", "15", "--csv", self.path("a.csv"),
-                                     "--plot", self.path("a.png"))
+                                     "--plot", self.path("a.png"), "--force")
             self.assertEqual(document["samples"], [4500] * 3)
-            with open(self.path("a.csv")) as file:
-                header, *written = csv.reader(file)
+            header, *written = self.table("a.csv")
             self.assertEqual(header, ["channel_0", "channel_1", "channel_2"])
             self.assertEqual([[int(n) for n in row] for row in written], (rows * 2)[:4500])
             with open(self.path("a.png"), "rb") as file:
                 self.assertTrue(file.read().startswith(b"\x89PNG"))
 
+    def table(self, name):
+        with open(self.path(name)) as file:
+            return list(csv.reader(line for line in file if not line.startswith("#")))
+
+    def test_nothing_is_overwritten_or_half_written(self):
+        upload = ["upload", "--blocks", "1", "--csv", self.path("a.csv")]
+        self.run_json(0, *upload)
+        self.run_json(5, *upload)
+        self.run_json(0, *upload, "--append")
+        self.assertEqual(len(self.table("a.csv")), 601)
+        with open(self.path("old.csv"), "w") as file:
+            file.write("channel_0,channel_1,channel_2\n1,2,3")
+        upload[-1] = self.path("old.csv")
+        self.run_json(0, *upload, "--append")
+        self.assertEqual(self.table("old.csv")[1], ["1", "2", "3"])
+        self.run_json(5, *upload, "--append", "--period", "0.5")
+        self.configure(real(f"{LINKS}/virtual_link.so"))
+        self.environment["TORNVAL_EMULATOR_RECORDING"] = RECORDING
+        self.environment["TORNVAL_EMULATOR_BOARD"] = "no-answer@211"
+        self.run_json(4, *upload, "--force")
+        self.assertEqual(len(self.table("old.csv")), 302)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["TornvalC63.ini", "a.csv", "old.csv"])
+        self.configure(SIMULATED)
+        limited = subprocess.run(
+            ["bash", "-c", f"trap '' XFSZ; ulimit -f 10; exec {TORNVAL} upload --blocks 9 --csv "
+             + self.path("full.csv")], env=self.environment, capture_output=True, text=True)
+        self.assertEqual(limited.returncode, 5)
+        self.assertTrue(limited.stderr.rstrip().endswith("full.csv.partial"))
+        rows = self.table("full.csv.partial")
+        self.assertIn(f" {len(rows) - 1} rows had arrived", limited.stderr)
+        self.assertEqual({len(row) for row in rows}, {3})
+        self.assertGreater(len(rows), 300)
+        reader = subprocess.run(f"{TORNVAL} drivers | true", shell=True, env=self.environment,
+                                capture_output=True, text=True)
+        self.assertEqual(reader.stderr, "")
+
     def test_files_that_cannot_be_written(self):
-        for option in ["--csv", "--plot"]:
-            document = self.run_json(5, "upload", "--blocks", "1", option, self.path("no/file"))
-            self.assertIn("no/file", document["error"])
+        for option, name in [("--csv", "no/file"), ("--plot", "no/file.png"), ("--plot", "a.jpg")]:
+            document = self.run_json(5, "upload", "--blocks", "1", option, self.path(name))
+            self.assertIn(name, document["error"])
         self.run_json(5, "upload", "--blocks", "1", "--csv", "/dev/full")
         self.configure("[IM]\nSIMU=1\nDAT_SIMU_FILE=/nowhere\n")
         document = self.run_json(3, "upload", "--blocks", "1")
         self.assertIn("DAT_SIMU_FILE", document["error"])
+
+    def test_checks_the_configuration(self):
+        self.assertEqual(self.run_json(0, "check")["findings"], [])
+        self.configure(f"""stray=1
+[IM]
+SIMU=yes
+DRIVER_NAME={LINKS}/test/lacking_RS_Close.so
+CHANEL_1=3
+CHANNEL_2=13
+
+; a remark
+SET_RESET_EXEC=TornvalC63.ini
+UNIT_3=bar
+[LOGG]
+[BT]
+DRIVER_NAME=nolink.so
+[im]
+TIMEOUT=1
+""")
+        found = {f["line"]: f["text"] for f in self.run_json(5, "check")["findings"]}
+        for line, words in [(1, "not read"), (3, "counts as 0"), (4, "RS_Close"),
+                            (5, "CHANNEL_1 meant"), (6, "range 0 to 12"), (9, "cannot be run"),
+                            (11, "LOG meant"), (13, "nolink.so"), (14, "only the first")]:
+            self.assertIn(words, found.pop(line))
+        self.assertEqual(found, {})
 
     def test_json_stays_alone_on_standard_output(self):
         self.configure("[LOG]\nENABLE=1\nTYPE=1\nLEVEL=4369\n" + SIMULATED)
@@ -149,7 +224,7 @@ class TornvalTest(unittest.TestCase):
 
     def test_progress_only_on_a_terminal(self):
         upload = ["upload", "--blocks", "3"]
-        self.assertEqual(self.run_tornval(0, *upload)[1], "")
+        self.assertNotIn("acquisition", self.run_tornval(0, *upload)[1])
         self.assertIn("100%", self.run_tornval(0, *upload, "--progress")[1])
         pid, master = pty.fork()
         if pid == 0:
@@ -164,22 +239,36 @@ class TornvalTest(unittest.TestCase):
         self.assertIn(b"acquisition: ", shown)
 
     def test_recording_ends_properly_on_a_signal(self):
-        for stop in [signal.SIGINT, signal.SIGTERM]:
+        for stop in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
             name = self.path(f"{stop.name}.csv")
-            process = self.start("probe", "record", "--driver", "2000", "--channel", "1",
-                                 "--reads", "100000", "--interval", "20", "--csv", name, "--json")
-            while not os.path.exists(name) or os.path.getsize(name) < 20000:
+            process = self.start("probe", "record", "--driver", "BT", "--channel", "1",
+                                 "--follow", "--interval", "20", "--csv", name, "--json")
+            while not os.path.exists(name + ".partial") or \
+                    os.path.getsize(name + ".partial") < 20000:
                 self.assertIsNone(process.poll())
                 time.sleep(0.01)
             process.send_signal(stop)
-            document = json.loads(process.communicate(timeout=30)[0])
+            *reads, document = map(json.loads, process.communicate(timeout=30)[0].splitlines())
             self.assertEqual(process.returncode, 128 + stop)
             self.assertTrue(document["stopped"])
-            with open(name) as file:
-                lines = file.read().split("\n")
-            self.assertEqual(lines[0], "channel_0,channel_1")
-            self.assertEqual(lines[1:], ["-252,"] * document["rows"] + [""])
+            self.assertEqual(reads[-1]["rows"], document["rows"])
+            header, *rows = self.table(f"{stop.name}.csv")
+            self.assertEqual(header, ["channel_0", "channel_1"])
+            self.assertEqual(rows, [["-252", ""]] * document["rows"])
             self.assertEqual(document["rows"], 798 * document["reads"])
+
+    def test_a_signal_ends_every_wait(self):
+        self.configure(real(f"{LINKS}/virtual_link.so"))
+        self.environment["TORNVAL_EMULATOR_BOARD"] = "no-answer@212,no-answer@211"
+        for command in [["measure", "--input", "1"], ["upload", "--blocks", "3"]]:
+            process = self.start(*command)
+            time.sleep(1)
+            self.assertIsNone(process.poll())
+            process.send_signal(signal.SIGINT)
+            begin = time.monotonic()
+            process.communicate(timeout=30)
+            self.assertEqual(process.returncode, 130)
+            self.assertLess(time.monotonic() - begin, 2)  # half a second, and a busy machine
 
     def reasons(self, code=2):
         """What is told about each driver; the terminal shows all that the document has."""
@@ -218,10 +307,26 @@ class TornvalTest(unittest.TestCase):
         self.configure(real(f"{LINKS}/virtual_link.so", "SET_RESET_EXEC=/bin/true\n"))
         self.assertEqual(len(self.run_json(0, "drivers")["drivers"]), 2)
         document = self.run_json(0, "calibration", "set", "--voie", "3", "--a", "20000", "--b",
-                                 "-5", "--voie", "12", "--a", "7", "--b", "8", "--verify")
-        self.assertEqual(document["pairs"], [{"voie": 3, "a": 20000.0, "b": -5.0},
-                                             {"voie": 12, "a": 7.0, "b": 8.0}])
+                                 "-5", "--voie", "12", "--a", "7", "--b", "8", "--verify",
+                                 "--keep", self.path("before.csv"))
+        self.assertEqual(document["pairs"],
+                         [{"input": 3, "a": 20000.0, "b": -5.0, "is": "new"},
+                          {"input": 12, "a": 7.0, "b": 8.0, "is": "new"}])
         self.assertEqual(self.run_json(0, "calibration", "get")["pairs"][12]["b"], 8.0)
+        self.run_json(0, "calibration", "save", self.path("now.csv"))
+        restore = ["calibration", "restore", self.path("before.csv")]
+        self.run_json(0, *restore, "--dry-run")
+        self.assertEqual(self.run_json(0, "calibration", "get")["pairs"][12]["b"], 8.0)
+        self.run_json(0, *restore, "--keep", self.path("again.csv"), "--verify")
+        self.assertEqual(self.table("again.csv"), self.table("now.csv"))
+        self.assertEqual(self.run_json(0, *restore)["written"], 0)
+        self.environment["TORNVAL_EMULATOR_BOARD"] = "error-code=2001@214"
+        document = self.run_json(3, "calibration", "set", "--input", "3", "--a", "9", "--b", "9",
+                                 "--keep", self.path("third.csv"))
+        self.assertEqual(document["pairs"][0]["is"], "new")
+        self.assertIn("not committed", document["reasons"][-1]["text"])
+        self.assertIn("third.csv", document["error"])
+        self.environment["TORNVAL_EMULATOR_BOARD"] = ""
         self.run_json(3, "generator", "--value", "1")
         faults = [("error-code=2001@212", 3, "2001"), ("send-fails=21@212", 3, "not ready"),
                   ("send-status=9@212", 3, "status word 9"), ("link-status=1@212", 3, "status field"),
@@ -233,24 +338,27 @@ class TornvalTest(unittest.TestCase):
             self.assertEqual(document["record"]["status"], 1)
         self.environment["TORNVAL_EMULATOR_BOARD"] = "error-code=2001@211"
         self.run_json(3, "upload", "--blocks", "2", "--csv", self.path("a.csv"))
-        with open(self.path("a.csv")) as file:
-            self.assertEqual(file.read(), "channel_0,channel_1,channel_2\n")
+        self.assertFalse(os.path.exists(self.path("a.csv")))
         self.environment["TORNVAL_EMULATOR_MILLIOHM"] = "measure-status=0x81"
         self.assertIn("0x81", self.run_json(3, "microohm")["error"])
         self.configure(real(f"{LINKS}/virtual_link.so"))
         document = self.run_json(3, "calibration", "set", "--voie", "3", "--a", "1", "--b", "1")
         self.assertIn("SET_RESET_EXEC", document["error"])
+        self.assertEqual(document["written"], 0)
+        self.configure(real(f"{LINKS}/virtual_link.so", "SET_RESET_EXEC=TornvalC63.ini\n"))
+        document = self.run_json(3, "calibration", "set", "--voie", "3", "--a", "1", "--b", "1")
+        self.assertIn("cannot be run", document["error"])
 
     def test_probe_statuses(self):
         self.configure(f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\n")
         record = ["probe", "record", "--driver", "3000", "--channel", "0", "--reads", "4",
                   "--csv", self.path("p.csv")]
         self.environment["TORNVAL_EMULATOR_USB"] = "status=44@33*1"
-        document = self.run_json(3, *record, "--mask", "0x40")
+        document = self.run_json(3, *record, "--mask", "0x40", "--force")
         self.assertEqual((document["reads"], document["stopped"]), (4, True))
         self.assertGreater(document["rows"], 0)
         self.environment["TORNVAL_EMULATOR_USB"] = "status=45@33*1"
-        document = self.run_json(3, *record, "--mask", "0x40")
+        document = self.run_json(3, *record, "--mask", "0x40", "--force")
         self.assertIn("45", document["error"])
 
 

@@ -1,0 +1,46 @@
+/** tornval calibration set: writes pairs of the board. */
+#include "Calibration.h"
+
+namespace host {
+
+namespace {
+
+struct S_SET_OPTIONS
+{
+    std::vector<uint32_t> vInputs;
+    std::vector<double> vA;
+    std::vector<double> vB;
+    S_WRITE_OPTIONS Write;
+};
+
+void RunSet(CProgram& io_Program, const S_SET_OPTIONS& i_Options)
+{
+    if (i_Options.vA.size() != i_Options.vInputs.size() ||
+        i_Options.vB.size() != i_Options.vInputs.size()) {
+        throw S_FAILURE{k_lExitUsage, "each --input needs one --a and one --b"};
+    }
+    std::vector<S_NEW_PAIR> l_vPairs;
+    for (size_t i = 0; i < i_Options.vInputs.size(); ++i) {
+        l_vPairs.push_back({i_Options.vInputs[i], i_Options.vA[i], i_Options.vB[i]});
+    }
+    WritePairs(io_Program, std::move(l_vPairs), i_Options.Write);
+}
+
+} // namespace
+
+void AddCalibrationSetCommand(CLI::App& io_Calibration, CProgram& io_Program)
+{
+    auto l_pOptions = std::make_shared<S_SET_OPTIONS>();
+    CLI::App& l_Set = io_Program.AddCommand(
+        io_Calibration, "set",
+        "Writes pairs and restarts the board; --input, --a and --b may be repeated together",
+        [=, &io_Program] { RunSet(io_Program, *l_pOptions); });
+    l_Set.add_option("--input,--voie", l_pOptions->vInputs, "input of the board, 0 to 12")
+        ->required()
+        ->check(CLI::Range(0, 12));
+    l_Set.add_option("--a", l_pOptions->vA, "its factor")->required();
+    l_Set.add_option("--b", l_pOptions->vB, "its offset")->required();
+    AddWriteOptions(l_Set, l_pOptions->Write);
+}
+
+} // namespace host

@@ -1,0 +1,377 @@
+/** tornval check: reads the configuration as the library does, and says what is wrong with it. */
+#include "Nearest.h"
+#include "Program.h"
+#include "Settings.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace host {
+
+namespace {
+
+enum class EValue
+{
+    NUMBER,
+    REAL,
+    TEXT,
+    FILE,
+    PROGRAM,
+    PORT,
+    LIBRARY
+};
+
+struct S_KNOWN_KEY
+{
+    const char* pszSection;
+    const char* pszKey;
+    EValue Value;
+    uint32_t ulLeast = 0;
+    uint32_t ulMost = INT32_MAX;
+};
+
+constexpr std::array k_aKeys = {
+    S_KNOWN_KEY{"IM", "SIMU", EValue::NUMBER},
+    S_KNOWN_KEY{"IM", "DRIVER_NAME", EValue::LIBRARY},
+    S_KNOWN_KEY{"IM", "CHANNEL_1", EValue::NUMBER, 0, 12},
+    S_KNOWN_KEY{"IM", "CHANNEL_2", EValue::NUMBER, 0, 12},
+    S_KNOWN_KEY{"IM", "CHANNEL_3", EValue::NUMBER, 0, 12},
+    S_KNOWN_KEY{"IM", "ACQUISITION_PERIOD", EValue::NUMBER, 1, 3000},
+    S_KNOWN_KEY{"IM", "TIMEOUT", EValue::NUMBER},
+    S_KNOWN_KEY{"IM", "DECOMPRESS_DATA", EValue::NUMBER, 0, 1},
+    S_KNOWN_KEY{"IM", "CALIBRATION", EValue::NUMBER, 0, 255},
+    S_KNOWN_KEY{"IM", "LOG_CALIBRATION_COEF", EValue::NUMBER, 0, 1},
+    S_KNOWN_KEY{"IM", "SET_RESET_EXEC", EValue::PROGRAM},
+    S_KNOWN_KEY{"IM", "REGISTRY_KEY", EValue::TEXT},
+    S_KNOWN_KEY{"IM", "REGISTRY_ENTRY", EValue::TEXT},
+    S_KNOWN_KEY{"IM", "DAT_SIMU_FILE", EValue::FILE},
+    S_KNOWN_KEY{"IM", "SIMU_KELNOR_PROBE_CORRECTION", EValue::REAL},
+    S_KNOWN_KEY{"BT", "LOAD", EValue::NUMBER},
+    S_KNOWN_KEY{"BT", "SIMU", EValue::NUMBER},
+    S_KNOWN_KEY{"BT", "PORT_NUMBER", EValue::NUMBER, 0, 255},
+    S_KNOWN_KEY{"BT", "BAUD_RATE", EValue::TEXT},
+    S_KNOWN_KEY{"BT", "DRIVER_NAME", EValue::LIBRARY},
+    S_KNOWN_KEY{"BT", "INIT_TIMEOUT", EValue::NUMBER},
+    S_KNOWN_KEY{"USB", "LOAD", EValue::NUMBER},
+    S_KNOWN_KEY{"USB", "SIMU", EValue::NUMBER},
+    S_KNOWN_KEY{"USB", "PORT_NUMBER", EValue::NUMBER, 0, 255},
+    S_KNOWN_KEY{"USB", "DRIVER_NAME", EValue::LIBRARY},
+    S_KNOWN_KEY{"LOG", "ENABLE", EValue::NUMBER, 0, 1},
+    S_KNOWN_KEY{"LOG", "TYPE", EValue::NUMBER, 0, 1},
+    S_KNOWN_KEY{"LOG", "LEVEL", EValue::NUMBER, 0, 65535},
+    S_KNOWN_KEY{"SERIAL_LINK", "PORT_1", EValue::PORT},
+    S_KNOWN_KEY{"SERIAL_LINK", "PORT_2", EValue::PORT},
+    S_KNOWN_KEY{"SERIAL_LINK", "ANSWER_TIMEOUT", EValue::NUMBER, 1, 60000},
+    S_KNOWN_KEY{"SERIAL_LINK", "SILENCE", EValue::NUMBER, 1, 1000},
+};
+
+struct S_ENTRY_POINTS
+{
+    const char* pszSection;
+    std::vector<const char*> vNames;
+};
+
+const std::array k_aEntryPoints = {
+    S_ENTRY_POINTS{"IM",
+                   {"RS_Init", "RS_DeviceIoControl", "RS_Close", "RS_Init_Ex",
+                    "RS_DeviceIoControl_Ex", "RS_Close_Ex"}},
+    S_ENTRY_POINTS{"BT", {"PBT_Init", "PBT_Close", "PBT_DeviceIoControl"}},
+    S_ENTRY_POINTS{"USB", {"PUSB_Init", "PUSB_Close", "PUSB_DeviceIoControl"}},
+};
+
+bool Same(std::string_view i_strA, std::string_view i_strB)
+{
+    return i_strA.size() == i_strB.size() &&
+           strncasecmp(i_strA.data(), i_strB.data(), i_strA.size()) == 0;
+}
+
+/** Keys that carry the number of an input; only this program reads them. */
+bool IsUnitKey(std::string_view i_strSection, std::string_view i_strKey)
+{
+    if (!Same(i_strSection, "IM")) {
+        return false;
+    }
+    for (uint32_t i = 0; i <= 12; ++i) {
+        for (const char* l_pszKey : {"UNIT_", "SCALE_", "OFFSET_"}) {
+            if (Same(i_strKey, l_pszKey + std::to_string(i))) {
+                return true;
+            }
+        }
+    }
+    return Same(i_strKey, "SCALE") || Same(i_strKey, "OFFSET");
+}
+
+/** The text of a file with the places of its lines. */
+class CLines : public wire::CConfigText
+{
+public:
+    const std::vector<wire::S_CONFIG_SECTION>& Sections() const { return m_vecSections; }
+};
+
+class CCheck
+{
+public:
+    explicit CCheck(CProgram& io_Program) : m_Program(io_Program) {}
+
+    /** @return how much is wrong. */
+    unsigned Run()
+    {
+        const std::optional<std::string> l_strText = ReadWholeFile(ConfigurationFile());
+        m_Program.Document()["configuration"] = ConfigurationFile().string();
+        if (!l_strText) {
+            Tell(0, true, std::string("the configuration cannot be read: ") + std::strerror(errno));
+        } else {
+            m_Lines.Parse(*l_strText);
+            CheckLines();
+            CheckLog();
+        }
+        ListPorts();
+        m_Program.Document()["findings"] = m_Findings;
+        return m_uWrong;
+    }
+
+private:
+    void Tell(size_t i_uLine, bool i_bWrong, const std::string& i_strText)
+    {
+        m_uWrong += i_bWrong ? 1 : 0;
+        m_Findings.push_back({{"line", i_uLine}, {"wrong", i_bWrong}, {"text", i_strText}});
+        m_Program.Print(ConfigurationFile().string() + ":" + std::to_string(i_uLine) + ": " +
+                        (i_bWrong ? "wrong: " : "unusual: ") + i_strText + "\n");
+    }
+
+    void CheckLines()
+    {
+        size_t l_uLine = 0;
+        std::vector<std::string> l_vSeen;
+        for (const wire::S_CONFIG_SECTION& l_Section : m_Lines.Sections()) {
+            ++l_uLine;
+            const std::string l_strSection(l_Section.strName);
+            if (l_Section.bComment) {
+                const size_t l_uFirst = l_Section.strRawLine.find_first_not_of(" \t");
+                if (l_uFirst != std::string_view::npos && l_Section.strRawLine[l_uFirst] != ';') {
+                    Tell(l_uLine, true, "a line before the first section is not read");
+                }
+                continue;
+            }
+            const bool l_bAgain =
+                std::any_of(l_vSeen.begin(), l_vSeen.end(),
+                            [&](const std::string& i_str) { return Same(i_str, l_strSection); });
+            const bool l_bKnown = CheckSection(l_uLine, l_strSection, l_bAgain);
+            l_vSeen.push_back(l_strSection);
+            std::vector<std::string> l_vKeys;
+            for (const wire::S_CONFIG_KEY& l_Key : l_Section.vecKeys) {
+                ++l_uLine;
+                if (l_Key.bComment || l_bAgain || !l_bKnown) {
+                    continue;
+                }
+                const std::string l_strKey(l_Key.strName);
+                if (std::any_of(l_vKeys.begin(), l_vKeys.end(),
+                                [&](const std::string& i_str) { return Same(i_str, l_strKey); })) {
+                    Tell(l_uLine, true, l_strKey + " stands there twice, the first one counts");
+                } else {
+                    CheckKey(l_uLine, l_strSection, l_strKey);
+                }
+                l_vKeys.push_back(l_strKey);
+            }
+        }
+    }
+
+    bool CheckSection(size_t i_uLine, const std::string& i_strSection, bool i_bAgain)
+    {
+        std::vector<std::string> l_vKnown;
+        for (const S_KNOWN_KEY& l_Key : k_aKeys) {
+            l_vKnown.emplace_back(l_Key.pszSection);
+            if (Same(l_Key.pszSection, i_strSection)) {
+                if (i_bAgain) {
+                    Tell(i_uLine, true,
+                         "section " + i_strSection + " again: only the first one is read");
+                }
+                return true;
+            }
+        }
+        const std::string l_strNearest = Nearest(i_strSection, l_vKnown);
+        Tell(i_uLine, true,
+             "nobody reads a section " + i_strSection +
+                 (l_strNearest.empty() ? "" : ", was " + l_strNearest + " meant?"));
+        return false;
+    }
+
+    void CheckKey(size_t i_uLine, const std::string& i_strSection, const std::string& i_strKey)
+    {
+        std::vector<std::string> l_vKnown;
+        for (const S_KNOWN_KEY& l_Key : k_aKeys) {
+            if (!Same(l_Key.pszSection, i_strSection)) {
+                continue;
+            }
+            l_vKnown.emplace_back(l_Key.pszKey);
+            if (Same(l_Key.pszKey, i_strKey)) {
+                CheckValue(i_uLine, l_Key, std::string(*m_Lines.FindText(i_strSection, i_strKey)));
+                return;
+            }
+        }
+        if (IsUnitKey(i_strSection, i_strKey)) {
+            return;
+        }
+        const std::string l_strNearest = Nearest(i_strKey, l_vKnown);
+        Tell(i_uLine, true,
+             "nobody reads a key " + i_strKey + " in section " + i_strSection +
+                 (l_strNearest.empty() ? "" : ", was " + l_strNearest + " meant?"));
+    }
+
+    void CheckValue(size_t i_uLine, const S_KNOWN_KEY& i_Key, const std::string& i_strValue)
+    {
+        const std::string l_strHead = std::string(i_Key.pszKey) + "=" + i_strValue + ": ";
+        switch (i_Key.Value) {
+        case EValue::NUMBER:
+            CheckNumber(i_uLine, i_Key, i_strValue, l_strHead);
+            break;
+        case EValue::REAL:
+            if (i_strValue.empty() ||
+                i_strValue.find_first_not_of("+-.0123456789eE") != std::string::npos) {
+                Tell(i_uLine, true, l_strHead + "this is no number");
+            }
+            break;
+        case EValue::FILE:
+            if (!i_strValue.empty() && !FindFile(i_strValue)) {
+                Tell(i_uLine, true, l_strHead + "there is no such file");
+            }
+            break;
+        case EValue::PROGRAM:
+            CheckProgram(i_uLine, i_strValue, l_strHead);
+            break;
+        case EValue::PORT:
+            if (access(i_strValue.c_str(), R_OK | W_OK) != 0) {
+                Tell(i_uLine, true, l_strHead + std::strerror(errno));
+            }
+            break;
+        case EValue::LIBRARY:
+            CheckLibrary(i_uLine, i_Key.pszSection, i_strValue, l_strHead);
+            break;
+        case EValue::TEXT:
+            break;
+        }
+    }
+
+    void CheckNumber(size_t i_uLine, const S_KNOWN_KEY& i_Key, const std::string& i_strValue,
+                     const std::string& i_strHead)
+    {
+        const uint32_t l_ulNumber = m_Lines.GetInt(i_Key.pszSection, i_Key.pszKey, 0);
+        if (i_strValue.empty() || i_strValue.find_first_not_of("0123456789") != std::string::npos) {
+            Tell(i_uLine, true,
+                 i_strHead + "a decimal number is read here, this counts as " +
+                     std::to_string(l_ulNumber));
+        } else if (l_ulNumber < i_Key.ulLeast || l_ulNumber > i_Key.ulMost) {
+            Tell(i_uLine, true,
+                 i_strHead + "out of the range " + std::to_string(i_Key.ulLeast) + " to " +
+                     std::to_string(i_Key.ulMost));
+        }
+    }
+
+    void CheckProgram(size_t i_uLine, const std::string& i_strValue, const std::string& i_strHead)
+    {
+        const std::optional<std::filesystem::path> l_Path = FindFile(i_strValue);
+        if (!i_strValue.empty() && !l_Path) {
+            Tell(i_uLine, true, i_strHead + "there is no such program");
+        } else if (l_Path && access(l_Path->c_str(), X_OK) != 0) {
+            Tell(i_uLine, true, i_strHead + "it cannot be run");
+        }
+    }
+
+    /** Loads a link library the way a driver does. */
+    void CheckLibrary(size_t i_uLine, const std::string& i_strSection,
+                      const std::string& i_strValue, const std::string& i_strHead)
+    {
+        if (m_Lines.GetInt(i_strSection.c_str(), "SIMU", 0) != 0 || i_strValue.empty()) {
+            return;
+        }
+        std::string l_strPath = i_strValue;
+        std::error_code l_Error;
+        if (i_strValue.find('/') == std::string::npos) {
+            for (const std::filesystem::path& l_Folder : {HomeFolder(), LinksFolder()}) {
+                if (!l_Folder.empty() && std::filesystem::exists(l_Folder / i_strValue, l_Error)) {
+                    l_strPath = (l_Folder / i_strValue).string();
+                    break;
+                }
+            }
+        }
+        void* l_pLibrary = dlopen(l_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (l_pLibrary == nullptr) {
+            const char* l_pszWhy = dlerror();
+            Tell(i_uLine, true, i_strHead + (l_pszWhy == nullptr ? "not loaded" : l_pszWhy));
+            return;
+        }
+        for (const S_ENTRY_POINTS& l_Points : k_aEntryPoints) {
+            for (const char* l_pszName : l_Points.vNames) {
+                if (i_strSection == l_Points.pszSection &&
+                    dlsym(l_pLibrary, l_pszName) == nullptr) {
+                    Tell(i_uLine, true, i_strHead + "it has no entry point " + l_pszName);
+                }
+            }
+        }
+        dlclose(l_pLibrary);
+    }
+
+    void CheckLog()
+    {
+        std::error_code l_Error;
+        const std::filesystem::path l_Folder = LogFile().parent_path();
+        if (m_Lines.GetInt("LOG", "ENABLE", 0) == 1 && m_Lines.GetInt("LOG", "TYPE", 0) == 0 &&
+            !std::filesystem::is_directory(l_Folder, l_Error)) {
+            Tell(0, true, "the folder of the trace log does not exist: " + l_Folder.string());
+        }
+    }
+
+    void ListPorts()
+    {
+        nlohmann::json l_List = nlohmann::json::array();
+        std::error_code l_Error;
+        for (const auto& l_Entry : std::filesystem::directory_iterator("/dev", l_Error)) {
+            const std::string l_strName = l_Entry.path().filename().string();
+            for (const char* l_pszKind : {"ttyUSB", "ttyACM", "ttyAMA"}) {
+                if (l_strName.starts_with(l_pszKind)) {
+                    l_List.push_back(l_Entry.path().string());
+                    m_Program.Print("serial port: " + l_Entry.path().string() + "\n");
+                }
+            }
+        }
+        if (l_List.empty()) {
+            m_Program.Print("serial ports: none of USB\n");
+        }
+        m_Program.Document()["serial_ports"] = l_List;
+    }
+
+    CProgram& m_Program;
+    CLines m_Lines;
+    nlohmann::json m_Findings = nlohmann::json::array();
+    unsigned m_uWrong = 0;
+};
+
+void RunCheck(CProgram& io_Program)
+{
+    const unsigned l_uWrong = CCheck(io_Program).Run();
+    if (l_uWrong != 0) {
+        throw S_FAILURE{k_lExitFile,
+                        std::to_string(l_uWrong) + " things are wrong with the configuration"};
+    }
+    io_Program.Print("nothing is wrong with " + ConfigurationFile().string() + "\n");
+}
+
+} // namespace
+
+void AddCheckCommand(CLI::App& io_App, CProgram& io_Program)
+{
+    io_Program.AddCommand(
+        io_App, "check",
+        "Reads the configuration as the library does, and says line by line what is "
+        "wrong or unusual",
+        [&io_Program] { RunCheck(io_Program); });
+}
+
+} // namespace host

@@ -1,0 +1,62 @@
+/** tornval probe measure: one value of a probe. */
+#include "ProbeCommands.h"
+#include "Session.h"
+
+namespace host {
+
+namespace {
+
+struct S_PROBE_OPTIONS
+{
+    std::string strDriver;
+    uint32_t ulChannel = 0;
+    uint32_t ulParam = 0;
+};
+
+void RunProbeMeasure(CProgram& io_Program, const S_PROBE_OPTIONS& i_Options)
+{
+    const CSession l_Session(io_Program.Options());
+    const S_DRIVER& l_Probe = l_Session.ProbeByName(i_Options.strDriver);
+    Announce(io_Program, l_Probe);
+    const auto l_pValue = std::make_shared<int32_t>(0);
+    S_CALL l_Call;
+    const S_RESULT l_Result = CallForRecord(
+        [l_pValue, i_Options, l_ulID = l_Probe.ulID] {
+            return GetInstantMeasureOnDevice(l_ulID, l_pValue.get(), i_Options.ulChannel,
+                                             i_Options.ulParam);
+        },
+        l_Call);
+    if (l_Result.ulStatus != 0) {
+        throw FailureOf(l_Result, l_Call);
+    }
+    io_Program.Document().update(
+        {{"channel", i_Options.ulChannel}, {"param", i_Options.ulParam}, {"value", *l_pValue}});
+    io_Program.Print(std::to_string(*l_pValue) + "\n");
+}
+
+} // namespace
+
+void AddProbeMeasureCommand(CLI::App& io_Probe, CProgram& io_Program)
+{
+    auto l_pOptions = std::make_shared<S_PROBE_OPTIONS>();
+    CLI::App& l_Measure =
+        io_Program.AddCommand(io_Probe, "measure", "Takes one measure and prints it",
+                              [=, &io_Program] { RunProbeMeasure(io_Program, *l_pOptions); });
+    AddDriverOption(l_Measure, l_pOptions->strDriver, "the probe, BT, USB or a number")->required();
+    l_Measure.add_option("--channel", l_pOptions->ulChannel, "0 or 1")
+        ->required()
+        ->check(CLI::Range(0, 1));
+    l_Measure
+        .add_option("--param", l_pOptions->ulParam, "measuring parameter, handed to the probe")
+        ->required();
+}
+
+void AddProbeCommands(CLI::App& io_App, CProgram& io_Program)
+{
+    CLI::App& l_Probe = *io_App.add_subcommand("probe", "Measures with a probe");
+    l_Probe.require_subcommand(1);
+    AddProbeMeasureCommand(l_Probe, io_Program);
+    AddProbeRecordCommand(l_Probe, io_Program);
+}
+
+} // namespace host

@@ -1,0 +1,160 @@
+/** tornval probe record: a rolling acquisition of a probe. */
+#include "ProbeCommands.h"
+#include "Progress.h"
+#include "Samples.h"
+#include "Session.h"
+#include "Stop.h"
+#include "TableOutput.h"
+
+namespace host {
+
+namespace {
+
+constexpr uint32_t k_ulTimeout = 5000;
+constexpr uint32_t k_ulStopTimeout = 1000;
+constexpr uint8_t k_ucStop = 34;
+
+struct S_RECORD_OPTIONS
+{
+    std::string strDriver;
+    uint32_t ulChannel = 0;
+    uint32_t ulParam = 0;
+    uint32_t ulReads = 0;
+    uint32_t ulInterval = 100;
+    S_TABLE_OPTIONS Table;
+};
+
+void AppendWord(std::vector<uint8_t>& io_vBytes, uint32_t i_ulWord)
+{
+    for (unsigned l_uShift = 0; l_uShift < 32; l_uShift += 8) {
+        io_vBytes.push_back(static_cast<uint8_t>(i_ulWord >> l_uShift));
+    }
+}
+
+class CRecording
+{
+public:
+    CRecording(CProgram& io_Program, const S_DRIVER& i_Probe, const S_RECORD_OPTIONS& i_Options)
+        : m_Program(io_Program), m_Probe(i_Probe), m_Options(i_Options)
+    {
+    }
+
+    void Start()
+    {
+        std::vector<uint8_t> l_vPayload;
+        AppendWord(l_vPayload, m_Options.ulParam);
+        if (m_Options.ulChannel == 1) {
+            AppendWord(l_vPayload, 3);
+        }
+        m_Exchange.RunOrThrow(m_Probe, m_Options.ulChannel == 0 ? 32 : 64, l_vPayload, k_ulTimeout);
+    }
+
+    void Stop() { m_Exchange.RunOrThrow(m_Probe, k_ucStop, {}, k_ulStopTimeout); }
+
+    /** Reads until the number is reached or a signal asks to stop. */
+    void Read(CTableOutput& io_Table)
+    {
+        CProgress l_Progress(m_Program.Options().bProgress, "recording", m_Options.ulReads);
+        for (uint64_t i = 0;
+             (m_Options.Table.bFollow || i < m_Options.ulReads) && StopSignal() == 0; ++i) {
+            if (i != 0) {
+                SleepUnlessStopped(std::chrono::milliseconds(m_Options.ulInterval));
+            }
+            ReadOnce(io_Table);
+            m_Program.Document()["reads"] = i + 1;
+            if (m_Options.Table.bFollow) {
+                m_Program.Stream({{"time", NowText()}, {"read", i}, {"rows", io_Table.Rows()}});
+            }
+            l_Progress.Advance();
+        }
+    }
+
+    /** Tells of reads whose samples came with an error status of the probe. @throws S_FAILURE. */
+    void ThrowIfFlagged() const
+    {
+        if (m_uFlagged != 0) {
+            throw S_FAILURE{k_lExitDevice, std::to_string(m_uFlagged) +
+                                               " reads carried an error status, their samples are "
+                                               "kept; the last: " +
+                                               m_strFlagged};
+        }
+    }
+
+private:
+    void ReadOnce(CTableOutput& io_Table)
+    {
+        const S_RESULT l_Result =
+            m_Exchange.Run(m_Probe, m_Options.ulChannel == 0 ? 33 : 1, 0, {}, k_ulTimeout);
+        const bool l_bCarriesSamples = l_Result.ulStep == TORNVAL_STEP_RESULT &&
+                                       (l_Result.ulFwStatus == 44 || l_Result.ulFwStatus == 48);
+        if (l_Result.ulStatus != 0) {
+            if (!l_bCarriesSamples) {
+                throw FailureOf(l_Result, m_Exchange.Call());
+            }
+            ++m_uFlagged;
+            m_strFlagged = ExplainRecord(l_Result, m_Exchange.Call());
+        }
+        if (!SplitChannels(m_Exchange.Words(), m_Exchange.Size(), k_uProbeChannels, m_vChannels)) {
+            throw S_FAILURE{k_lExitDevice, "the sample counts of a read do not add up to its size"};
+        }
+        m_vChannels.resize(m_Options.ulChannel + 1);
+        io_Table.Append(m_vChannels);
+    }
+
+    CProgram& m_Program;
+    const S_DRIVER& m_Probe;
+    const S_RECORD_OPTIONS& m_Options;
+    CExchange m_Exchange;
+    Channels m_vChannels;
+    uint64_t m_uFlagged = 0;
+    std::string m_strFlagged;
+};
+
+void RunProbeRecord(CProgram& io_Program, const S_RECORD_OPTIONS& i_Options)
+{
+    if (i_Options.ulReads == 0 && !i_Options.Table.bFollow) {
+        throw S_FAILURE{k_lExitUsage, "--reads or --follow is required"};
+    }
+    const CSession l_Session(io_Program.Options());
+    const S_DRIVER& l_Probe = l_Session.ProbeByName(i_Options.strDriver);
+    Announce(io_Program, l_Probe);
+    CTableOutput l_Table(io_Program, i_Options.Table, l_Probe,
+                         std::vector<S_CHANNEL>(i_Options.ulChannel + 1),
+                         "Rolling acquisition of the probe " + l_Probe.strLinkType);
+    CRecording l_Recording(io_Program, l_Probe, i_Options);
+    l_Table.Run(
+        [&] {
+            l_Recording.Start();
+            l_Recording.Read(l_Table);
+        },
+        [&] { l_Recording.Stop(); });
+    l_Recording.ThrowIfFlagged();
+}
+
+} // namespace
+
+void AddProbeRecordCommand(CLI::App& io_Probe, CProgram& io_Program)
+{
+    auto l_pOptions = std::make_shared<S_RECORD_OPTIONS>();
+    CLI::App& l_Record = io_Program.AddCommand(
+        io_Probe, "record",
+        "Runs a rolling acquisition: start, reads, stop. Ctrl-C stops it properly",
+        [=, &io_Program] { RunProbeRecord(io_Program, *l_pOptions); });
+    AddDriverOption(l_Record, l_pOptions->strDriver, "the probe, BT, USB or a number")->required();
+    l_Record.add_option("--channel", l_pOptions->ulChannel, "0, or 1 for both channels")
+        ->required()
+        ->check(CLI::Range(0, 1));
+    l_Record.add_option("--param", l_pOptions->ulParam, "measuring parameter, handed to the probe")
+        ->capture_default_str();
+    CLI::Option* l_pReads = l_Record.add_option("--reads", l_pOptions->ulReads, "number of reads")
+                                ->check(CLI::Range(1U, 1000000000U));
+    l_Record
+        .add_flag("--follow", l_pOptions->Table.bFollow,
+                  "until stopped; with --json one object a line")
+        ->excludes(l_pReads);
+    l_Record.add_option("--interval", l_pOptions->ulInterval, "pause between two, milliseconds")
+        ->capture_default_str();
+    AddTableOptions(l_Record, l_pOptions->Table);
+}
+
+} // namespace host

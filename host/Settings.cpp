@@ -1,0 +1,98 @@
+#include "Settings.h"
+
+#include "cecore.h"
+
+#include <charconv>
+#include <fstream>
+#include <iterator>
+
+namespace host {
+
+namespace {
+
+std::filesystem::path Folder(uint32_t i_ulKind)
+{
+    std::string l_strFolder(CeGetPath(i_ulKind, nullptr, 0), '\0');
+    CeGetPath(i_ulKind, l_strFolder.data(), static_cast<uint32_t>(l_strFolder.size() + 1));
+    return l_strFolder;
+}
+
+} // namespace
+
+std::filesystem::path HomeFolder()
+{
+    return Folder(CECORE_PATH_HOME);
+}
+
+std::filesystem::path LinksFolder()
+{
+    return Folder(CECORE_PATH_LINKS);
+}
+
+std::filesystem::path LogFile()
+{
+    return Folder(CECORE_PATH_VOLUME) / "log_tornval.txt";
+}
+
+std::filesystem::path ConfigurationFile()
+{
+    return HomeFolder() / k_pszConfigName;
+}
+
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& i_Path)
+{
+    std::ifstream l_File(i_Path, std::ios::binary);
+    if (!l_File) {
+        return std::nullopt;
+    }
+    std::string l_strText{std::istreambuf_iterator<char>(l_File), {}};
+    return l_File.bad() ? std::nullopt : std::optional<std::string>(std::move(l_strText));
+}
+
+std::optional<std::filesystem::path> FindFile(const std::string& i_strName)
+{
+    std::error_code l_Error;
+    for (const std::filesystem::path& l_Path :
+         {HomeFolder() / i_strName, std::filesystem::absolute(i_strName, l_Error)}) {
+        if (std::filesystem::exists(l_Path, l_Error)) {
+            return l_Path;
+        }
+    }
+    return std::nullopt;
+}
+
+CSettings::CSettings()
+{
+    m_Text.Parse(ReadWholeFile(ConfigurationFile()).value_or(""));
+}
+
+std::optional<std::string> CSettings::Text(std::string_view i_strSection,
+                                           std::string_view i_strKey) const
+{
+    const std::optional<std::string_view> l_strText = m_Text.FindText(i_strSection, i_strKey);
+    return l_strText ? std::optional<std::string>(*l_strText) : std::nullopt;
+}
+
+uint32_t CSettings::Number(const char* i_pszSection, const char* i_pszKey, int32_t i_lDefault) const
+{
+    return m_Text.GetInt(i_pszSection, i_pszKey, i_lDefault);
+}
+
+double CSettings::Real(std::string_view i_strSection, std::string_view i_strKey,
+                       double i_dDefault) const
+{
+    const std::string l_strText = Text(i_strSection, i_strKey).value_or("");
+    double l_dNumber = i_dDefault;
+    std::from_chars(l_strText.data(), l_strText.data() + l_strText.size(), l_dNumber);
+    return l_dNumber;
+}
+
+S_UNIT UnitOfInput(const CSettings& i_Settings, uint32_t i_ulInput)
+{
+    const std::string l_strInput = "_" + std::to_string(i_ulInput);
+    return {i_Settings.Text("IM", "UNIT" + l_strInput).value_or(""),
+            i_Settings.Real("IM", "SCALE" + l_strInput, i_Settings.Real("IM", "SCALE", 1)),
+            i_Settings.Real("IM", "OFFSET" + l_strInput, i_Settings.Real("IM", "OFFSET", 0))};
+}
+
+} // namespace host

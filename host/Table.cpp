@@ -1,0 +1,200 @@
+/** Reading a CSV file for a picture: fast, and thinned while it is read. */
+#include "CsvFile.h"
+#include "Plot.h"
+#include "Progress.h"
+#include "wire/Descriptor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+namespace host {
+
+namespace {
+
+/** Steps of the axis: about the pixels of a panel. */
+constexpr size_t k_uSteps = 1100;
+
+/** A file as it lies in memory. */
+class CMapping
+{
+public:
+    explicit CMapping(const std::string& i_strPath)
+    {
+        const wire::CDescriptor l_File(open(i_strPath.c_str(), O_RDONLY | O_CLOEXEC));
+        struct stat l_Status
+        {
+        };
+        if (!l_File || fstat(l_File.Get(), &l_Status) != 0) {
+            throw S_FILE_ERROR{i_strPath + " cannot be read" + ErrnoInWords(errno)};
+        }
+        m_uSize = static_cast<size_t>(l_Status.st_size);
+        if (m_uSize != 0) {
+            m_pText = mmap(nullptr, m_uSize, PROT_READ, MAP_PRIVATE, l_File.Get(), 0);
+            if (m_pText == MAP_FAILED) {
+                throw S_FILE_ERROR{i_strPath + " cannot be read" + ErrnoInWords(errno)};
+            }
+            madvise(m_pText, m_uSize, MADV_SEQUENTIAL);
+        }
+    }
+    ~CMapping()
+    {
+        if (m_uSize != 0) {
+            munmap(m_pText, m_uSize);
+        }
+    }
+    CMapping(const CMapping&) = delete;
+    CMapping& operator=(const CMapping&) = delete;
+
+    std::string_view Text() const { return {static_cast<const char*>(m_pText), m_uSize}; }
+
+private:
+    void* m_pText = nullptr;
+    size_t m_uSize = 0;
+};
+
+std::string_view TakeLine(std::string_view& io_strText)
+{
+    const size_t l_uEnd = std::min(io_strText.find('\n'), io_strText.size());
+    const std::string_view l_strLine = io_strText.substr(0, l_uEnd);
+    io_strText.remove_prefix(std::min(l_uEnd + 1, io_strText.size()));
+    return l_strLine;
+}
+
+/** The number at a place that ends at a comma or a line end; not a number where there is none. */
+double TakeNumber(const char*& io_pcAt, const char* i_pcEnd)
+{
+    const char* l_pcAt = io_pcAt;
+    const bool l_bMinus = l_pcAt != i_pcEnd && *l_pcAt == '-';
+    l_pcAt += l_bMinus ? 1 : 0;
+    int64_t l_lNumber = 0;
+    const char* l_pcFirst = l_pcAt;
+    // Nearly all are whole and short.
+    while (l_pcAt != i_pcEnd && *l_pcAt >= '0' && *l_pcAt <= '9' && l_pcAt - l_pcFirst < 17) {
+        l_lNumber = l_lNumber * 10 + (*l_pcAt++ - '0');
+    }
+    auto l_dNumber = static_cast<double>(l_bMinus ? -l_lNumber : l_lNumber);
+    const bool l_bDone =
+        l_pcAt != l_pcFirst && (l_pcAt == i_pcEnd || *l_pcAt == ',' || *l_pcAt == '\n');
+    if (!l_bDone) {
+        l_dNumber = std::numeric_limits<double>::quiet_NaN();
+        std::from_chars(io_pcAt, i_pcEnd, l_dNumber);
+        while (l_pcAt != i_pcEnd && *l_pcAt != ',' && *l_pcAt != '\n') {
+            ++l_pcAt;
+        }
+    }
+    io_pcAt = l_pcAt;
+    return l_dNumber;
+}
+
+/** The extremes of one curve in one step of the axis. */
+struct S_STEP
+{
+    std::pair<double, double> Least;
+    std::pair<double, double> Most;
+    bool bEmpty = true;
+};
+
+void Close(S_STEP& io_Step, S_CURVE& io_Curve)
+{
+    if (io_Step.bEmpty) {
+        return;
+    }
+    const bool l_bFirst = io_Curve.vPoints.empty();
+    io_Curve.dLeast =
+        l_bFirst ? io_Step.Least.second : std::min(io_Curve.dLeast, io_Step.Least.second);
+    io_Curve.dMost = l_bFirst ? io_Step.Most.second : std::max(io_Curve.dMost, io_Step.Most.second);
+    io_Curve.vPoints.push_back(std::min(io_Step.Least, io_Step.Most));
+    if (io_Step.Least.first != io_Step.Most.first) {
+        io_Curve.vPoints.push_back(std::max(io_Step.Least, io_Step.Most));
+    }
+    io_Step.bEmpty = true;
+}
+
+void Add(S_STEP& io_Step, double i_dX, double i_dY)
+{
+    if (std::isnan(i_dY)) {
+        return;
+    }
+    if (io_Step.bEmpty || i_dY < io_Step.Least.second) {
+        io_Step.Least = {i_dX, i_dY};
+    }
+    if (io_Step.bEmpty || i_dY > io_Step.Most.second) {
+        io_Step.Most = {i_dX, i_dY};
+    }
+    io_Step.bEmpty = false;
+}
+
+/** The rows, from behind the line of column names. */
+void ReadRows(std::string_view i_strRows, S_TABLE& io_Table, bool i_bProgress)
+{
+    const size_t l_uAll =
+        static_cast<size_t>(std::count(i_strRows.begin(), i_strRows.end(), '\n')) + 1;
+    const size_t l_uPerStep = (l_uAll + k_uSteps - 1) / k_uSteps;
+    CProgress l_Progress(i_bProgress, "plot", k_uSteps);
+    std::vector<S_STEP> l_vSteps(io_Table.vCurves.size());
+    const auto l_CloseAll = [&] {
+        for (size_t i = 0; i < l_vSteps.size(); ++i) {
+            Close(l_vSteps[i], io_Table.vCurves[i]);
+        }
+        l_Progress.Advance();
+    };
+    const char* l_pcAt = i_strRows.data();
+    const char* const l_pcEnd = l_pcAt + i_strRows.size();
+    size_t l_uInStep = 0;
+    for (; l_pcAt != l_pcEnd; ++io_Table.uRows) {
+        double l_dX = static_cast<double>(io_Table.uRows);
+        const auto l_TakeCell = [&] {
+            const double l_dNumber = TakeNumber(l_pcAt, l_pcEnd);
+            l_pcAt += l_pcAt != l_pcEnd && *l_pcAt == ',' ? 1 : 0;
+            return l_dNumber;
+        };
+        if (io_Table.bTime) {
+            l_dX = l_TakeCell();
+        }
+        for (S_STEP& l_Step : l_vSteps) {
+            Add(l_Step, l_dX, l_TakeCell());
+        }
+        while (l_pcAt != l_pcEnd && *l_pcAt++ != '\n') {
+        }
+        if (++l_uInStep == l_uPerStep) {
+            l_uInStep = 0;
+            l_CloseAll();
+        }
+    }
+    l_CloseAll();
+}
+
+} // namespace
+
+S_TABLE ReadTable(const std::string& i_strCsv, bool i_bProgress)
+{
+    const CMapping l_Mapping(i_strCsv);
+    std::string_view l_strText = l_Mapping.Text();
+    std::string_view l_strNames = TakeLine(l_strText);
+    while (l_strNames.starts_with('#')) {
+        l_strNames = TakeLine(l_strText);
+    }
+    S_TABLE l_Table;
+    while (!l_strNames.empty()) {
+        const size_t l_uEnd = std::min(l_strNames.find_first_of(",\r"), l_strNames.size());
+        const std::string_view l_strName = l_strNames.substr(0, l_uEnd);
+        if (l_strName == "time_s") {
+            l_Table.bTime = true;
+        } else if (!l_strName.empty()) {
+            l_Table.vCurves.push_back({std::string(l_strName), {}, 0, 0});
+        }
+        l_strNames.remove_prefix(std::min(l_uEnd + 1, l_strNames.size()));
+    }
+    ReadRows(l_strText, l_Table, i_bProgress);
+    return l_Table;
+}
+
+} // namespace host
