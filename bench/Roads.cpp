@@ -3,10 +3,12 @@
 #include <fstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include <malloc.h>
 #include <unistd.h>
 
+#include "CsvFile.h"
 #include "Samples.h"
 #include "TornvalC63.h"
 #include "bench/InstantBoard.h"
@@ -146,7 +148,9 @@ double WriteCsv(size_t i_ulRows)
                                                200'000);
         }
     }
-    host::CCsvFile l_File(l_Home.Path("rows.csv"), 3);
+    host::S_CSV_FORM l_Form;
+    l_Form.vColumns = {"channel 0", "channel 1", "channel 2"};
+    host::CCsvFile l_File(l_Home.Path("rows.csv"), std::move(l_Form));
     const size_t l_ulBlocks = 600'000 / i_ulRows;
     return Time(l_ulBlocks, [&] { l_File.Append(l_vChannels); }) / static_cast<double>(i_ulRows);
 }

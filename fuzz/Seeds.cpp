@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "emulator/BoardFirmware.h"
-#include "emulator/Bytes.h"
 #include "emulator/MilliOhmFirmware.h"
 #include "emulator/Recording.h"
 #include "emulator/SampleEncoder.h"
+#include "wire/Bytes.h"
 
 namespace {
 
@@ -75,8 +75,8 @@ void WriteCodes()
 Bytes Command(uint8_t i_ucCmdeID, const Bytes& i_vPayload)
 {
     Bytes l_vFrame(12);
-    emulator::PutNumber(l_vFrame, 2, 2, i_ucCmdeID);
-    emulator::PutNumber(l_vFrame, 4, 2, static_cast<uint32_t>(4 + i_vPayload.size()));
+    wire::PutNumber(l_vFrame, 2, 2, i_ucCmdeID);
+    wire::PutNumber(l_vFrame, 4, 2, static_cast<uint32_t>(4 + i_vPayload.size()));
     l_vFrame[9] = i_ucCmdeID;
     l_vFrame.insert(l_vFrame.end(), i_vPayload.begin(), i_vPayload.end());
     emulator::SealFrame(l_vFrame);
