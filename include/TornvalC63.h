@@ -86,7 +86,8 @@
  * The records that are passed by address are little-endian and may lie at any address. Words are 32
  * bits wide on every host.
  */
-#pragma once
+#ifndef TORNVAL_C63_H
+#define TORNVAL_C63_H
 
 #include <stdint.h>
 
@@ -409,3 +410,5 @@ TORNVAL_API S_RESULT SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, doubl
 #ifdef __cplusplus
 }
 #endif
+
+#endif /* TORNVAL_C63_H */
