@@ -65,7 +65,7 @@ std::vector<S_NEW_PAIR> LoadPairs(const std::string& i_strPath);
  *
  * @throws S_FAILURE, S_FILE_ERROR.
  */
-void WritePairs(CProgram& io_Program, std::vector<S_NEW_PAIR> i_vPairs,
+void WritePairs(CProgram& io_Program, const std::vector<S_NEW_PAIR>& i_vPairs,
                 const S_WRITE_OPTIONS& i_Options);
 
 /** Adds --yes, --dry-run, --verify, --keep. */

@@ -31,7 +31,7 @@ void RunRestore(CProgram& io_Program, const S_RESTORE_OPTIONS& i_Options)
         io_Program.Print("the board has these pairs already\n");
         return;
     }
-    WritePairs(io_Program, std::move(l_vPairs), i_Options.Write);
+    WritePairs(io_Program, l_vPairs, i_Options.Write);
 }
 
 } // namespace

@@ -23,7 +23,7 @@ void RunSet(CProgram& io_Program, const S_SET_OPTIONS& i_Options)
     for (size_t i = 0; i < i_Options.vInputs.size(); ++i) {
         l_vPairs.push_back({i_Options.vInputs[i], i_Options.vA[i], i_Options.vB[i]});
     }
-    WritePairs(io_Program, std::move(l_vPairs), i_Options.Write);
+    WritePairs(io_Program, l_vPairs, i_Options.Write);
 }
 
 } // namespace

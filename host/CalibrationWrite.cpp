@@ -194,7 +194,7 @@ void AddWriteOptions(CLI::App& io_Command, S_WRITE_OPTIONS& io_Options)
         "working folder without it");
 }
 
-void WritePairs(CProgram& io_Program, std::vector<S_NEW_PAIR> i_vPairs,
+void WritePairs(CProgram& io_Program, const std::vector<S_NEW_PAIR>& i_vPairs,
                 const S_WRITE_OPTIONS& i_Options)
 {
     CheckPairs(i_vPairs, i_Options);

@@ -12,6 +12,7 @@
  */
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <type_traits>
 
@@ -195,7 +196,7 @@ size_t FormatNarrow(char* o_pszText, size_t i_ulSize,
 /** The narrow character for a wide one. */
 constexpr char NarrowChar(wchar_t i_cChar)
 {
-    const auto l_ulChar = static_cast<uint32_t>(i_cChar);
+    const auto l_ulChar = std::bit_cast<std::make_unsigned_t<wchar_t>>(i_cChar);
     return l_ulChar > 0xFF ? '?' : static_cast<char>(static_cast<unsigned char>(l_ulChar));
 }
 

@@ -36,8 +36,8 @@ size_t CountNumbers(std::string_view i_strText)
     // In blocks without a jump: a compiler makes vectors of them.
     constexpr size_t k_ulBlock = 64;
     const auto l_fnEnds = [&](size_t i_ulByte) {
-        return static_cast<uint8_t>(IsNumberByte(i_strText[i_ulByte - 1]) &
-                                    !IsNumberByte(i_strText[i_ulByte]));
+        return static_cast<uint8_t>(static_cast<uint8_t>(IsNumberByte(i_strText[i_ulByte - 1])) &
+                                    static_cast<uint8_t>(!IsNumberByte(i_strText[i_ulByte])));
     };
     size_t l_ulCount = !i_strText.empty() && !IsNumberByte(i_strText[0]) ? 1 : 0;
     size_t l_ulByte = 1;
