@@ -48,7 +48,17 @@ std::string KindOf(const S_DRIVER& i_Driver, const CSettings& i_Settings)
     if (i_Settings.Number(l_strSection.c_str(), "SIMU", 0) != 0) {
         return "simulated";
     }
-    const std::string l_strFile = std::filesystem::path(i_Driver.strName).filename().string();
+    std::string l_strFile = std::filesystem::path(i_Driver.strName).filename().string();
+    if (l_strFile == "replay_link.so") {
+        return "replayed";
+    }
+    if (l_strFile == "capture_link.so") {
+        const char* l_pszKey = l_strSection == "IM"   ? "SERIAL"
+                               : l_strSection == "BT" ? "BLUETOOTH"
+                                                      : "USB";
+        const std::string l_strCaptured = i_Settings.Text("CAPTURE", l_pszKey).value_or("");
+        l_strFile = std::filesystem::path(l_strCaptured).filename().string();
+    }
     if (l_strFile == "virtual_link.so") {
         return "emulated";
     }

@@ -21,7 +21,7 @@ struct S_DRIVER
     uint32_t ulID = 0;
     std::string strLinkType;
     std::string strName;
-    /** "simulated", "emulated", "serial /dev/ttyUSB0" or "link NAME". */
+    /** "simulated", "emulated", "replayed", "serial /dev/ttyUSB0" or "link NAME". */
     std::string strKind;
     /** Whether its link is open, as far as the load told. */
     bool bReady = true;

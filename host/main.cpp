@@ -4,6 +4,7 @@
  */
 #include "Nearest.h"
 #include "Program.h"
+#include "WireCommands.h"
 #include "cecore.h"
 
 #include <algorithm>
@@ -120,6 +121,8 @@ int main(int i_lArgc, char** i_ppszArgv)
     host::AddProbeCommands(l_App, l_Program);
     host::AddCheckCommand(l_App, l_Program);
     host::AddPathsCommand(l_App, l_Program);
+    host::AddCaptureCommands(l_App, l_Program);
+    host::AddWireCommand(l_App, l_Program);
 
     try {
         l_App.parse(i_lArgc, i_ppszArgv);

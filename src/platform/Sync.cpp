@@ -1,8 +1,12 @@
 #include "Sync.h"
 
+#include <atomic>
 #include <chrono>
 #include <ctime>
+#include <mutex>
+#include <shared_mutex>
 
+#include "EventWatch.h"
 #include "Objects.h"
 
 namespace cecore {
@@ -217,11 +221,35 @@ bool ReleaseMutex(Handle i_hMutex)
     return l_pSlot != nullptr && CWaitable(i_hMutex, *l_pSlot).ReleaseMutex();
 }
 
+namespace {
+
+std::atomic<SetEventWatcher> s_pFnWatcher{nullptr};
+constinit std::shared_mutex s_WatcherMutex; // shared: in the watcher; alone: changing it
+
+int SetEventUnwatched(uint32_t i_ulHandle)
+{
+    S_SLOT* l_pSlot = SlotOfKind(i_ulHandle, k_ulEventKind);
+    return l_pSlot != nullptr && CWaitable(i_ulHandle, *l_pSlot).SetEvent() ? 1 : 0;
+}
+
+} // namespace
+
+void WatchSetEvent(SetEventWatcher i_pFnWatcher)
+{
+    const std::lock_guard l_Lock(s_WatcherMutex);
+    s_pFnWatcher.store(i_pFnWatcher, std::memory_order_relaxed);
+}
+
 } // namespace cecore
 
 int SetEvent(uint32_t handle)
 {
     using namespace cecore;
-    S_SLOT* l_pSlot = SlotOfKind(handle, k_ulEventKind);
-    return l_pSlot != nullptr && CWaitable(handle, *l_pSlot).SetEvent() ? 1 : 0;
+    if (s_pFnWatcher.load(std::memory_order_relaxed) == nullptr) {
+        return SetEventUnwatched(handle);
+    }
+    const std::shared_lock l_Lock(s_WatcherMutex);
+    const SetEventWatcher l_pFnWatcher = s_pFnWatcher.load(std::memory_order_relaxed);
+    return l_pFnWatcher == nullptr ? SetEventUnwatched(handle)
+                                   : l_pFnWatcher(handle, SetEventUnwatched);
 }
