@@ -39,21 +39,17 @@ std::atomic<uint32_t> s_ulCounter{0};
 } // namespace
 
 CBTProbeDriver::CBTProbeDriver()
+    : CProbeLinkDriver(k_Link, s_ulCounter++, m_pFn_PBTClose, m_pFn_PBTDeviceIoControl)
 {
     ScaleInBulk<CProbeDriver>(this);
-    m_ulDriverType = k_Link.ulDriverType;
-    SetIdentity(s_ulCounter++, k_Link.ulBaseID, k_Link.pszLinkType);
-    if (LoadProbeLibrary().ulStatus == 1) {
-        k_Link.CreateError.Emit();
-    }
+    ReadConfiguration();
+    LoadProbeLibrary(m_pFn_PBTInit);
 }
-
-CBTProbeDriver::~CBTProbeDriver() = default;
 
 void CBTProbeDriver::ReadConfiguration()
 {
     CConfigFile l_Config;
-    ReadLinkConfiguration(k_Link, l_Config, m_ucPortNumber);
+    CProbeLinkDriver::ReadConfiguration(l_Config);
     char l_aszBaudRate[k_ulBaudRateSize];
     l_Config.GetString(k_Link.pszLinkType, "BAUD_RATE", "460800", l_aszBaudRate,
                        sizeof(l_aszBaudRate) - 1);
@@ -61,35 +57,9 @@ void CBTProbeDriver::ReadConfiguration()
     m_ulInitTimeout = l_Config.GetInt(k_Link.pszLinkType, "INIT_TIMEOUT", k_lDefaultInitTimeout);
 }
 
-S_RESULT CBTProbeDriver::LoadProbeLibrary()
-{
-    ReadConfiguration();
-    return CProbeDriver::LoadProbeLibrary(k_Link, m_pFn_PBTInit, m_pFn_PBTClose,
-                                          m_pFn_PBTDeviceIoControl);
-}
-
 S_RESULT CBTProbeDriver::Init()
 {
-    return InitLink(k_Link, m_pFn_PBTInit, m_ucPortNumber, m_wszBaudRate, m_ulInitTimeout);
-}
-
-S_RESULT CBTProbeDriver::Close()
-{
-    return CloseLink(k_Link, m_pFn_PBTClose);
-}
-
-S_RESULT CBTProbeDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceiveStruct,
-                                     const void* i_pcData, uint8_t)
-{
-    return SendOnLink(k_Link, m_pFn_PBTDeviceIoControl, i_pCmde, o_pReceiveStruct, i_pcData);
-}
-
-S_RESULT CBTProbeDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
-                                   int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
-                                   uint32_t, uint8_t)
-{
-    return GetResultFromLink(k_Link, m_pFn_PBTDeviceIoControl, i_ulNbReturnByte, o_pcRawData,
-                             o_plProcessedDataSize, o_plProcessedData);
+    return InitLink(m_pFn_PBTInit, m_wszBaudRate, m_ulInitTimeout);
 }
 
 } // namespace tornval

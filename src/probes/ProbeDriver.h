@@ -4,11 +4,7 @@
  */
 #pragma once
 
-#include <type_traits>
-
 #include "driver/MeasDriver.h"
-#include "probes/ProbeLink.h"
-#include "support/ConfigFile.h"
 
 namespace tornval {
 
@@ -111,38 +107,6 @@ protected:
     void DecodeOnlyChannel(const uint8_t* i_pucData, uint16_t i_usDataSize,
                            int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData);
 
-    /** @name The steps of a link driver, on the link that it names. */
-    ///@{
-    /**
-     * Loads the library whose name the configuration gave and finds its entry points. Those that it
-     * lacks become null; it stays loaded all the same.
-     */
-    template <typename PFN_INIT>
-    S_RESULT LoadProbeLibrary(const S_PROBE_LINK& i_Link, PFN_INIT& o_pFnInit,
-                              PFN_PROBE_CLOSE& o_pFnClose,
-                              PFN_PROBE_DEVICEIOCONTROL& o_pFnDeviceIoControl);
-
-    /** Opens the configuration file and reads what every link has there: library and port. */
-    void ReadLinkConfiguration(const S_PROBE_LINK& i_Link, CConfigFile& o_Config,
-                               uint8_t& o_ucPortNumber);
-
-    /** Opens the link with its port and the further arguments of its entry point. */
-    template <typename... Args>
-    S_RESULT InitLink(const S_PROBE_LINK& i_Link, uint32_t (*i_pFnInit)(uint32_t, Args...),
-                      uint8_t i_ucPortNumber, std::type_identity_t<Args>... i_Args);
-
-    S_RESULT CloseLink(const S_PROBE_LINK& i_Link, PFN_PROBE_CLOSE i_pFnClose);
-
-    S_RESULT SendOnLink(const S_PROBE_LINK& i_Link, PFN_PROBE_DEVICEIOCONTROL i_pFnDeviceIoControl,
-                        S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceiveStruct,
-                        const void* i_pcData);
-
-    S_RESULT GetResultFromLink(const S_PROBE_LINK& i_Link,
-                               PFN_PROBE_DEVICEIOCONTROL i_pFnDeviceIoControl,
-                               uint32_t i_ulNbReturnByte, char* o_pcRawData,
-                               int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData);
-    ///@}
-
 private:
     S_RESULT SendRollingCmde(S_SEND_STRUCT& io_Cmde, const void* i_pcData,
                              uint32_t& o_ulNbReturnByte);
@@ -150,52 +114,6 @@ private:
                             int32_t* o_plProcessedDataSize);
     bool DecodeInterleaved(const uint8_t* i_pucData, uint16_t i_usDataSize,
                            int32_t* io_plProcessedDataSize, int32_t* o_plProcessedData);
-    bool FetchFromLink(const S_PROBE_LINK& i_Link, PFN_PROBE_DEVICEIOCONTROL i_pFnDeviceIoControl,
-                       uint32_t i_ulNbReturnByte, char* o_pcRawData, S_RESULT& io_Result);
-    S_RESULT GetResultGetRollingCmde(const S_PROBE_LINK& i_Link,
-                                     PFN_PROBE_DEVICEIOCONTROL i_pFnDeviceIoControl,
-                                     uint32_t i_ulNbReturnByte, char* o_pcRawData,
-                                     int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData);
 };
-
-template <typename PFN_INIT>
-S_RESULT CProbeDriver::LoadProbeLibrary(const S_PROBE_LINK& i_Link, PFN_INIT& o_pFnInit,
-                                        PFN_PROBE_CLOSE& o_pFnClose,
-                                        PFN_PROBE_DEVICEIOCONTROL& o_pFnDeviceIoControl)
-{
-    wchar_t l_awszLibrary[sizeof(m_szDriverName)];
-    cecore::Widen(l_awszLibrary, m_szDriverName);
-    S_RESULT l_Result = LoadDriver(l_awszLibrary);
-    if (l_Result.ulStatus != 0) {
-        return l_Result;
-    }
-    const bool l_abFound[] = {
-        cecore::GetProcAddressInto(m_hDriverDll, i_Link.pwszInit, o_pFnInit),
-        cecore::GetProcAddressInto(m_hDriverDll, i_Link.pwszClose, o_pFnClose),
-        cecore::GetProcAddressInto(m_hDriverDll, i_Link.pwszDeviceIoControl, o_pFnDeviceIoControl)};
-    if (!l_abFound[0] || !l_abFound[1] || !l_abFound[2]) {
-        l_Result.ulLastError = cecore::GetLastError();
-        l_Result.ulStatus = 1;
-    }
-    return l_Result;
-}
-
-template <typename... Args>
-S_RESULT CProbeDriver::InitLink(const S_PROBE_LINK& i_Link,
-                                uint32_t (*i_pFnInit)(uint32_t, Args...), uint8_t i_ucPortNumber,
-                                std::type_identity_t<Args>... i_Args)
-{
-    const CDriverLock l_Lock(*this);
-    S_RESULT l_Result = MakeResult(i_Link.ulDriverType, TORNVAL_STEP_INIT);
-    if (i_pFnInit == nullptr) {
-        l_Result.ulStatus = 1;
-    } else if (i_pFnInit(i_ucPortNumber, i_Args...) != 0) {
-        m_bInitialised = 1;
-    } else {
-        i_Link.InitError.Emit(i_ucPortNumber);
-        l_Result.ulStatus = 1;
-    }
-    return l_Result;
-}
 
 } // namespace tornval

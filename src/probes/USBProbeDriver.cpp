@@ -39,52 +39,22 @@ std::atomic<uint32_t> s_ulCounter{0};
 } // namespace
 
 CUSBProbeDriver::CUSBProbeDriver()
+    : CProbeLinkDriver(k_Link, s_ulCounter++, m_pFn_PUSBClose, m_pFn_PUSBDeviceIoControl)
 {
     ScaleInBulk<CProbeDriver>(this);
-    m_ulDriverType = k_Link.ulDriverType;
-    SetIdentity(s_ulCounter++, k_Link.ulBaseID, k_Link.pszLinkType);
-    if (LoadProbeLibrary().ulStatus == 1) {
-        k_Link.CreateError.Emit();
-    }
+    ReadConfiguration();
+    LoadProbeLibrary(m_pFn_PUSBInit);
 }
-
-CUSBProbeDriver::~CUSBProbeDriver() = default;
 
 void CUSBProbeDriver::ReadConfiguration()
 {
     CConfigFile l_Config;
-    ReadLinkConfiguration(k_Link, l_Config, m_ucPortNumber);
-}
-
-S_RESULT CUSBProbeDriver::LoadProbeLibrary()
-{
-    ReadConfiguration();
-    return CProbeDriver::LoadProbeLibrary(k_Link, m_pFn_PUSBInit, m_pFn_PUSBClose,
-                                          m_pFn_PUSBDeviceIoControl);
+    CProbeLinkDriver::ReadConfiguration(l_Config);
 }
 
 S_RESULT CUSBProbeDriver::Init()
 {
-    return InitLink(k_Link, m_pFn_PUSBInit, m_ucPortNumber);
-}
-
-S_RESULT CUSBProbeDriver::Close()
-{
-    return CloseLink(k_Link, m_pFn_PUSBClose);
-}
-
-S_RESULT CUSBProbeDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceiveStruct,
-                                      const void* i_pcData, uint8_t)
-{
-    return SendOnLink(k_Link, m_pFn_PUSBDeviceIoControl, i_pCmde, o_pReceiveStruct, i_pcData);
-}
-
-S_RESULT CUSBProbeDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
-                                    int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
-                                    uint32_t, uint8_t)
-{
-    return GetResultFromLink(k_Link, m_pFn_PUSBDeviceIoControl, i_ulNbReturnByte, o_pcRawData,
-                             o_plProcessedDataSize, o_plProcessedData);
+    return InitLink(m_pFn_PUSBInit);
 }
 
 } // namespace tornval

@@ -6,6 +6,7 @@
 #include "TestRecord.h"
 #include "emulator/SampleEncoder.h"
 #include "probes/BareProbe.h"
+#include "support/Trace.h"
 
 using namespace tornval;
 using emulator::S_SAMPLE;
