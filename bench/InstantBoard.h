@@ -31,16 +31,15 @@ public:
     }
 
 private:
-    bool Answer(uint32_t i_ulCode, const void* i_pIn, uint32_t, void* o_pOut, uint32_t,
-                uint32_t* o_pulReturned)
+    bool Answer(const tornval::S_CONTROL& i_Control)
     {
-        if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
-            wire::WriteLe32(static_cast<uint8_t*>(o_pOut), 0);
-            return ::SetEvent(wire::ReadLe32(static_cast<const uint8_t*>(i_pIn) +
+        if (i_Control.ulCode == IOCTL_RS_SEND_COMMAND) {
+            wire::WriteLe32(static_cast<uint8_t*>(i_Control.pOut), 0);
+            return ::SetEvent(wire::ReadLe32(static_cast<const uint8_t*>(i_Control.pIn) +
                                              RS_BLOCK_EVENT_OFFSET)) != 0;
         }
-        std::memcpy(o_pOut, m_vAnswer.data(), m_vAnswer.size());
-        *o_pulReturned = static_cast<uint32_t>(m_vAnswer.size());
+        std::memcpy(i_Control.pOut, m_vAnswer.data(), m_vAnswer.size());
+        *i_Control.pulReturned = static_cast<uint32_t>(m_vAnswer.size());
         return true;
     }
 

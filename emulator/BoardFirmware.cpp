@@ -28,15 +28,15 @@ struct CBoardFirmware::S_COMMAND
 };
 
 const CBoardFirmware::S_COMMAND CBoardFirmware::s_aCommands[] = {
-    {wire::BOARD_CALIBRATION_FLAG, 1, &CBoardFirmware::SetCalibrationFlag},
-    {wire::BOARD_ACQUISITION_INIT, 8, &CBoardFirmware::InitAcquisition},
-    {wire::BOARD_ACQUISITION_START, 0, &CBoardFirmware::Rewind},
-    {wire::BOARD_ACQUISITION_RESET, 0, &CBoardFirmware::Rewind},
-    {wire::BOARD_ACQUISITION_UPLOAD, 0, &CBoardFirmware::Upload},
-    {wire::BOARD_MEASURE, 4, &CBoardFirmware::Measure},
-    {wire::BOARD_CALIBRATION_WRITE, 12, &CBoardFirmware::StagePair},
-    {wire::BOARD_CALIBRATION_COMMIT, 0, &CBoardFirmware::StorePairs},
-    {wire::BOARD_CALIBRATION_OPEN, 0, &CBoardFirmware::Unlock},
+    {wire::CALIBRATION_FLAG, 1, &CBoardFirmware::SetCalibrationFlag},
+    {wire::ACQUSITION_INIT, 8, &CBoardFirmware::InitAcquisition},
+    {wire::ACQUISITION_START, 0, &CBoardFirmware::Rewind},
+    {wire::ACQUISITION_RESET, 0, &CBoardFirmware::Rewind},
+    {wire::ACQUISITION_UPLOAD, 0, &CBoardFirmware::Upload},
+    {wire::MEASURE_INTERNE, 4, &CBoardFirmware::Measure},
+    {wire::CALIBRATION_WRITE, 12, &CBoardFirmware::StagePair},
+    {wire::CALIBRATION_COMMIT, 0, &CBoardFirmware::StorePairs},
+    {wire::CALIBRATION_OPEN, 0, &CBoardFirmware::Unlock},
 };
 
 CBoardFirmware::CBoardFirmware() : CFirmware(E_INSTRUMENT::Board)

@@ -22,9 +22,9 @@ struct S_FIELD_FAULT
 constexpr std::array<S_FIELD_FAULT, 6> k_aFieldFaults{{
     {E_FAULT::ReturnCode, wire::k_ulReturnCodeOffset, 2, std::nullopt},
     {E_FAULT::ErrorCode, wire::k_ulErrorCodeOffset, 4, std::nullopt},
-    {E_FAULT::CompressedSize, wire::k_ulBoardDataOffset, 4, wire::BOARD_ACQUISITION_UPLOAD},
-    {E_FAULT::Voie, wire::k_ulBoardDataOffset, 4, wire::BOARD_MEASURE},
-    {E_FAULT::MeasureStatus, wire::k_ulMeasureStatusOffset, 1, wire::MODULE_MEASURE},
+    {E_FAULT::CompressedSize, wire::k_ulBoardDataOffset, 4, wire::ACQUISITION_UPLOAD},
+    {E_FAULT::Voie, wire::k_ulBoardDataOffset, 4, wire::MEASURE_INTERNE},
+    {E_FAULT::MeasureStatus, wire::k_ulMeasureStatusOffset, 1, wire::COMMAND_MICROOHM_MEASURE},
     {E_FAULT::FrameSize, wire::k_ulSizeOffset, 2, std::nullopt},
 }};
 

@@ -50,9 +50,9 @@ bool CMilliOhmFirmware::SetOption(std::string_view i_Name, std::string_view i_Va
 CFirmware::S_BODY CMilliOhmFirmware::Execute(const S_REQUEST& i_Request)
 {
     S_BODY l_Body;
-    const bool l_bMeasure = i_Request.ucCmdeID == wire::MODULE_MEASURE;
+    const bool l_bMeasure = i_Request.ucCmdeID == wire::COMMAND_MICROOHM_MEASURE;
     uint16_t l_usReturn = k_usReturnGood;
-    if (!l_bMeasure && i_Request.ucCmdeID != wire::MODULE_VERSION) {
+    if (!l_bMeasure && i_Request.ucCmdeID != wire::COMMAND_VERSION) {
         l_usReturn = k_usReturnUnknownCommand;
     } else if (l_bMeasure && i_Request.Payload.size() < k_ulMeasurePayload) {
         l_usReturn = k_usReturnLength;

@@ -47,25 +47,26 @@ inline constexpr size_t k_ulMeasureStatusOffset = k_ulReturnCodeOffset + 2;
 inline constexpr uint8_t k_ucCanalBoard = 0;
 inline constexpr uint8_t k_ucCanalGenerator = 3;
 
-/** Commands of the board, on its own canal. */
+/** Commands of the board, on its own canal but for the burst. */
 enum EBoardCommand : uint8_t
 {
-    BOARD_CALIBRATION_FLAG = 0,
-    BOARD_ACQUISITION_INIT = 208,
-    BOARD_ACQUISITION_START = 209,
-    BOARD_ACQUISITION_RESET = 210,
-    BOARD_ACQUISITION_UPLOAD = 211,
-    BOARD_MEASURE = 212, /**< payload: input (32 bits); the answer's data begin with it */
-    BOARD_CALIBRATION_WRITE = 213,
-    BOARD_CALIBRATION_COMMIT = 214,
-    BOARD_CALIBRATION_OPEN = 215
+    CALIBRATION_FLAG = 0, /**< on the generator's canal: a burst */
+    GENERATOR_BURST = 3,  /**< on the generator's canal alone */
+    ACQUSITION_INIT = 208,
+    ACQUISITION_START = 209,
+    ACQUISITION_RESET = 210,
+    ACQUISITION_UPLOAD = 211,
+    MEASURE_INTERNE = 212, /**< payload: input (32 bits); the answer's data begin with it */
+    CALIBRATION_WRITE = 213,
+    CALIBRATION_COMMIT = 214,
+    CALIBRATION_OPEN = 215
 };
 
 /** Commands of the milliohm module. */
 enum EModuleCommand : uint8_t
 {
-    MODULE_MEASURE = 0xA1,
-    MODULE_VERSION = 0xFF
+    COMMAND_MICROOHM_MEASURE = 0xA1,
+    COMMAND_VERSION = 0xFF
 };
 
 } // namespace wire

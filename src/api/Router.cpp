@@ -2,6 +2,8 @@
 
 #include "api/Router.h"
 
+#include <type_traits>
+
 #include "support/Trace.h"
 #include "wire/Text.h"
 
@@ -9,11 +11,12 @@ namespace tornval {
 namespace {
 
 /** A forwarded call: the driver's record, or the stage's failure where there is no driver. */
-template <typename F>
-S_RESULT Forward(CMeasDriver* i_pDriver, uint32_t i_ulStep, F&& i_fnCall)
+template <typename... Formal>
+S_RESULT Forward(CMeasDriver* i_pDriver, uint32_t i_ulStep,
+                 S_RESULT (CMeasDriver::*i_pfn)(Formal...), std::type_identity_t<Formal>... i_Args)
 {
     return i_pDriver == nullptr ? MakeResult(TORNVAL_DRIVER_NONE, i_ulStep, 1)
-                                : i_fnCall(*i_pDriver);
+                                : (i_pDriver->*i_pfn)(i_Args...);
 }
 
 /** A text in a field of a record: cut if it is longer, with zeros behind it. */
@@ -93,14 +96,12 @@ S_RESULT CRouter::InitDriver(uint32_t i_ulDriverID, int32_t bForceInit)
     } else if (bForceInit != 1 && l_pDriver->IsInitialised()) {
         return MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_INIT);
     }
-    return Forward(l_pDriver, TORNVAL_STEP_INIT,
-                   [](CMeasDriver& io_Driver) { return io_Driver.Init(); });
+    return Forward(l_pDriver, TORNVAL_STEP_INIT, &CMeasDriver::Init);
 }
 
 S_RESULT CRouter::ResetDriver(uint32_t i_ulDriverID)
 {
-    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_CLOSE,
-                   [](CMeasDriver& io_Driver) { return io_Driver.Close(); });
+    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_CLOSE, &CMeasDriver::Close);
 }
 
 S_RESULT CRouter::SendCommand(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
@@ -116,41 +117,36 @@ S_RESULT CRouter::SendCommand(uint32_t i_ulDriverID, S_SEND_STRUCT* i_pCmde,
     if (l_pDriver == nullptr) {
         Trace(ERROR_LEVEL, L"CRouter::SendCommand> DriverNot Found");
     }
-    return Forward(l_pDriver, TORNVAL_STEP_SEND, [&](CMeasDriver& io_Driver) {
-        return io_Driver.SendCommand(i_pCmde, o_pReceiveStruct, i_pcData, 0);
-    });
+    return Forward(l_pDriver, TORNVAL_STEP_SEND, &CMeasDriver::SendCommand, i_pCmde,
+                   o_pReceiveStruct, i_pcData, 0);
 }
 
 S_RESULT CRouter::GetResult(uint32_t i_ulDriverID, uint32_t i_ulNbReturnByte, char* o_pcRawData,
                             int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
                             uint32_t i_ulTimeout, uint8_t i_bCompensation)
 {
-    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_RESULT, [&](CMeasDriver& io_Driver) {
-        return io_Driver.GetResult(i_ulNbReturnByte, o_pcRawData, o_plProcessedDataSize,
-                                   o_plProcessedData, i_ulTimeout, i_bCompensation);
-    });
+    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_RESULT, &CMeasDriver::GetResult,
+                   i_ulNbReturnByte, o_pcRawData, o_plProcessedDataSize, o_plProcessedData,
+                   i_ulTimeout, i_bCompensation);
 }
 
 S_RESULT CRouter::GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o_plValue,
                                             uint32_t i_ulVoie, uint32_t i_ulMeasureParam)
 {
-    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
-        return io_Driver.GetInstantMeasure(o_plValue, i_ulVoie, 1, i_ulMeasureParam);
-    });
+    return Forward(GetDriverFromID(i_ulDriverID), TORNVAL_STEP_NONE,
+                   &CMeasDriver::GetInstantMeasure, o_plValue, i_ulVoie, 1, i_ulMeasureParam);
 }
 
 S_RESULT CRouter::GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie, uint8_t i_bCompensation)
 {
-    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
-        return io_Driver.GetInstantMeasure(o_plValue, i_ulVoie, i_bCompensation, 0);
-    });
+    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, &CMeasDriver::GetInstantMeasure,
+                   o_plValue, i_ulVoie, i_bCompensation, 0);
 }
 
 S_RESULT CRouter::CurrentGeneratorBurst(uint32_t i_ulBurst)
 {
-    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
-        return io_Driver.CurrentGeneratorBurst(i_ulBurst);
-    });
+    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE,
+                   &CMeasDriver::CurrentGeneratorBurst, i_ulBurst);
 }
 
 S_RESULT CRouter::GetMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2, int32_t* o_plValue3)
@@ -159,16 +155,14 @@ S_RESULT CRouter::GetMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plValue2, i
     for (int32_t* l_plValue : {o_plValue1, o_plValue2, o_plValue3}) {
         if (l_plValue != nullptr) {
             *l_plValue = 0;
-        } else {
-            l_bAll = false;
         }
+        l_bAll = l_bAll && l_plValue != nullptr;
     }
     if (!l_bAll) {
         return MakeResult(TORNVAL_DRIVER_NONE, TORNVAL_STEP_NONE, 1);
     }
-    return Forward(GetDriverFromLinkType("MO"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
-        return io_Driver.GetMicroOhmMeasure(o_plValue1, o_plValue2, o_plValue3);
-    });
+    return Forward(GetDriverFromLinkType("MO"), TORNVAL_STEP_NONE, &CMeasDriver::GetMicroOhmMeasure,
+                   o_plValue1, o_plValue2, o_plValue3);
 }
 
 uint32_t CRouter::GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i_ulNbCoeff)
@@ -180,9 +174,8 @@ uint32_t CRouter::GetMBCalibrationCoeff(double* o_pdA, double* o_pdB, uint32_t i
 S_RESULT CRouter::SetMBCalibration(uint32_t* i_pulIndex, double* i_pdA, double* i_pdB,
                                    uint32_t i_ulNbCoeff)
 {
-    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, [&](CMeasDriver& io_Driver) {
-        return io_Driver.SetMBCalibration(i_pulIndex, i_pdA, i_pdB, i_ulNbCoeff);
-    });
+    return Forward(GetDriverFromLinkType("IM"), TORNVAL_STEP_NONE, &CMeasDriver::SetMBCalibration,
+                   i_pulIndex, i_pdA, i_pdB, i_ulNbCoeff);
 }
 
 } // namespace tornval

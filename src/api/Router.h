@@ -11,6 +11,8 @@
 
 namespace tornval {
 
+struct S_LOAD_ROAD;
+
 /** Values of the driver modes. */
 enum EDriverMode : uint32_t
 {
@@ -74,13 +76,6 @@ public:
                               uint32_t i_ulNbCoeff);
 
 private:
-    /** One road of LoadMeasDrivers: a kind of driver and the lines that it traces. */
-    struct S_ROAD;
-    static const S_ROAD s_MORoad;
-    static const S_ROAD s_IMBRoad;
-    static const S_ROAD s_BTRoad;
-    static const S_ROAD s_USBRoad;
-
     CRouter();
 
     static CRouter& Instance();
@@ -98,7 +93,7 @@ private:
     S_RESULT InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver);
     uint32_t LoadIMBDriver(S_RESULT& io_Result);
     uint32_t LoadMODriver(S_RESULT& io_Result);
-    uint32_t LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result);
+    uint32_t LoadByRoad(const S_LOAD_ROAD& i_Road, S_RESULT& io_Result);
     void UnloadMeasDrivers();
     CMeasDriver* GetDriverFromID(uint32_t i_ulDriverID);
     CMeasDriver* GetDriverFromLinkType(const char* i_pszLinkType);

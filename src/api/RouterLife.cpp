@@ -108,7 +108,7 @@ CRouter::CRouter() : m_hMutex(cecore::CreateMutexW(false))
         // As without a file: the modes are 0, and nothing can be loaded.
         m_ulBTMode = m_ulUSBMode = m_ulIMMode = MODE_NONE;
         m_bLoadBT = m_bLoadUSB = false;
-        m_ulConfigurationError = cecore::ERROR_NOT_ENOUGH_MEMORY;
+        m_ulConfigurationError = CECORE_ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 

@@ -10,14 +10,44 @@
 #include "platform/Reason.h"
 #include "probes/BTProbeDriver.h"
 #include "probes/USBProbeDriver.h"
-#include "simulation/BTProbeDriverSimu.h"
 #include "simulation/IntMeasDriverSimu.h"
 #include "simulation/MilliOhmDriverSerialSimu.h"
-#include "simulation/USBProbeDriverSimu.h"
+#include "simulation/ProbeDriverSimu.h"
 #include "support/Trace.h"
 
 namespace tornval {
+/** One road of LoadMeasDrivers: a kind of driver and the lines that it traces. */
+struct S_LOAD_ROAD
+{
+    const char* pszLinkType;
+    uint32_t ulDriverType;
+    S_TRACE_TEXT<> Start;
+    S_TRACE_TEXT<CMeasDriver*> Driver;
+    S_TRACE_TEXT<uint32_t> Stop;
+};
+
 namespace {
+
+constexpr S_LOAD_ROAD k_MORoad = {"MO",
+                                  TORNVAL_DRIVER_MILLIOHM,
+                                  {INFO_LEVEL, L"CRouter::LoadMODriver> START"},
+                                  {INFO_LEVEL, L"CRouter::LoadMODriver> driver: %08x"},
+                                  {INFO_LEVEL, L"CRouter::LoadMODriver> STOP status=%d"}};
+constexpr S_LOAD_ROAD k_IMBRoad = {"IM",
+                                   TORNVAL_DRIVER_BOARD,
+                                   {INFO_LEVEL, L"CRouter::LoadIMBDriver> START"},
+                                   {INFO_LEVEL, L"driver: %08x"},
+                                   {INFO_LEVEL, L"CRouter::LoadIMBDriver> STOP status=%d"}};
+constexpr S_LOAD_ROAD k_BTRoad = {"BT",
+                                  TORNVAL_DRIVER_BT_PROBE,
+                                  {INFO_LEVEL, L"CRouter::LoadBTDriver> START"},
+                                  {INFO_LEVEL, L"CRouter::LoadBTDriver> driver: %08x"},
+                                  {INFO_LEVEL, L"CRouter::LoadBTDriver> STOP status=%d"}};
+constexpr S_LOAD_ROAD k_USBRoad = {"USB",
+                                   TORNVAL_DRIVER_USB_PROBE,
+                                   {INFO_LEVEL, L"CRouter::LoadUSBDriver> START"},
+                                   {INFO_LEVEL, L"CRouter::LoadUSBDriver> driver: %08x"},
+                                   {INFO_LEVEL, L"CRouter::LoadUSBDriver> STOP status=%d"}};
 
 /** Builds the driver of a mode; null for another mode or without memory. */
 template <typename Real, typename Simu>
@@ -33,49 +63,12 @@ std::unique_ptr<CMeasDriver> Build(uint32_t i_ulMode, const S_TRACE_TEXT<>& i_Re
         l_pDriver.reset(new (std::nothrow) Simu());
     }
     if (l_pDriver == nullptr && i_ulMode != MODE_NONE) {
-        cecore::NoteReason(cecore::ERROR_NOT_ENOUGH_MEMORY, "there is no memory for the driver");
+        cecore::NoteReason(CECORE_ERROR_NOT_ENOUGH_MEMORY, "there is no memory for the driver");
     }
     return l_pDriver;
 }
 
 } // namespace
-
-struct CRouter::S_ROAD
-{
-    const char* pszLinkType;
-    uint32_t ulDriverType;
-    S_TRACE_TEXT<> Start;
-    S_TRACE_TEXT<CMeasDriver*> Driver;
-    S_TRACE_TEXT<uint32_t> Stop;
-};
-
-constinit const CRouter::S_ROAD CRouter::s_MORoad = {
-    "MO",
-    TORNVAL_DRIVER_MILLIOHM,
-    {INFO_LEVEL, L"CRouter::LoadMODriver> START"},
-    {INFO_LEVEL, L"CRouter::LoadMODriver> driver: %08x"},
-    {INFO_LEVEL, L"CRouter::LoadMODriver> STOP status=%d"}};
-
-constinit const CRouter::S_ROAD CRouter::s_IMBRoad = {
-    "IM",
-    TORNVAL_DRIVER_BOARD,
-    {INFO_LEVEL, L"CRouter::LoadIMBDriver> START"},
-    {INFO_LEVEL, L"driver: %08x"},
-    {INFO_LEVEL, L"CRouter::LoadIMBDriver> STOP status=%d"}};
-
-constinit const CRouter::S_ROAD CRouter::s_BTRoad = {
-    "BT",
-    TORNVAL_DRIVER_BT_PROBE,
-    {INFO_LEVEL, L"CRouter::LoadBTDriver> START"},
-    {INFO_LEVEL, L"CRouter::LoadBTDriver> driver: %08x"},
-    {INFO_LEVEL, L"CRouter::LoadBTDriver> STOP status=%d"}};
-
-constinit const CRouter::S_ROAD CRouter::s_USBRoad = {
-    "USB",
-    TORNVAL_DRIVER_USB_PROBE,
-    {INFO_LEVEL, L"CRouter::LoadUSBDriver> START"},
-    {INFO_LEVEL, L"CRouter::LoadUSBDriver> driver: %08x"},
-    {INFO_LEVEL, L"CRouter::LoadUSBDriver> STOP status=%d"}};
 
 void CRouter::ReadConfiguration()
 {
@@ -189,7 +182,7 @@ S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver
     return l_Result;
 }
 
-uint32_t CRouter::LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result)
+uint32_t CRouter::LoadByRoad(const S_LOAD_ROAD& i_Road, S_RESULT& io_Result)
 {
     const cecore::CReasonScope l_Scope(i_Road.pszLinkType);
     i_Road.Start.Emit();
@@ -206,12 +199,12 @@ uint32_t CRouter::LoadByRoad(const S_ROAD& i_Road, S_RESULT& io_Result)
 
 uint32_t CRouter::LoadIMBDriver(S_RESULT& io_Result)
 {
-    return LoadByRoad(s_IMBRoad, io_Result);
+    return LoadByRoad(k_IMBRoad, io_Result);
 }
 
 uint32_t CRouter::LoadMODriver(S_RESULT& io_Result)
 {
-    return LoadByRoad(s_MORoad, io_Result);
+    return LoadByRoad(k_MORoad, io_Result);
 }
 
 S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
@@ -231,10 +224,10 @@ S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
         LoadIMBDriver(l_Result);
     }
     if (i_lMask != 0 && m_bLoadBT) {
-        LoadByRoad(s_BTRoad, l_Result);
+        LoadByRoad(k_BTRoad, l_Result);
     }
     if (i_lMask != 0 && m_bLoadUSB) {
-        LoadByRoad(s_USBRoad, l_Result);
+        LoadByRoad(k_USBRoad, l_Result);
     }
     if (i_lMask != 0 && (i_lMask & (TORNVAL_LOAD_MILLIOHM | TORNVAL_LOAD_BOARD)) == 0 &&
         !m_bLoadBT && !m_bLoadUSB) {

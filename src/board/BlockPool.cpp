@@ -7,15 +7,6 @@
 
 namespace tornval {
 
-void CBlocks::Clean() const
-{
-    uint8_t* l_pucFrame = Frame().aucBytes;
-    const uint32_t l_ulFilled =
-        wire::ReadLe16(l_pucFrame + RS_FRAME_SIZE_OFFSET) + k_ulFrameHeadSize;
-    std::memset(l_pucFrame, 0, std::min<uint32_t>(l_ulFilled, RS_BLOCK_EVENT_OFFSET));
-    wire::WriteLe32(l_pucFrame + RS_BLOCK_EVENT_OFFSET, 0);
-}
-
 CBlockPool::~CBlockPool()
 {
     for (std::atomic<CBlocks*>& l_pIdle : m_apIdle) {
@@ -37,7 +28,12 @@ std::unique_ptr<CBlocks> CBlockPool::Take()
 
 void CBlockPool::GiveBack(std::unique_ptr<CBlocks> i_pBlocks)
 {
-    i_pBlocks->Clean();
+    // The frame's own size field says how far it was filled.
+    uint8_t* l_pucFrame = i_pBlocks->Frame().aucBytes;
+    const uint32_t l_ulFilled =
+        wire::ReadLe16(l_pucFrame + RS_FRAME_SIZE_OFFSET) + k_ulFrameHeadSize;
+    std::memset(l_pucFrame, 0, std::min<uint32_t>(l_ulFilled, RS_BLOCK_EVENT_OFFSET));
+    wire::WriteLe32(l_pucFrame + RS_BLOCK_EVENT_OFFSET, 0);
     for (std::atomic<CBlocks*>& l_pIdle : m_apIdle) {
         CBlocks* l_pNone = nullptr;
         if (l_pIdle.compare_exchange_strong(l_pNone, i_pBlocks.get(), std::memory_order_release)) {

@@ -22,14 +22,6 @@ public:
     [[nodiscard]] S_DATA& Answer() const { return m_pBlocks.Get()[1]; }
     [[nodiscard]] bool IsThere() const { return m_pBlocks.Get() != nullptr; }
 
-    /**
-     * Zeroes what an exchange left in the frame: its own size field says how far it was filled.
-     *
-     * The answer needs nothing: each fetch zeroes what is decoded before it asks the link, whatever
-     * the link wrote the last time and wherever.
-     */
-    void Clean() const;
-
 private:
     cecore::CZeroed<S_DATA> m_pBlocks{2};
 };
@@ -48,6 +40,10 @@ public:
 
     /** Blocks for one exchange, the frame zeroed; null if there is no memory. */
     std::unique_ptr<CBlocks> Take();
+    /**
+     * Zeroes what the exchange left in the frame. The answer needs nothing: each fetch zeroes what is
+     * decoded before it asks the link, whatever the link wrote the last time and wherever.
+     */
     void GiveBack(std::unique_ptr<CBlocks> i_pBlocks);
 
 private:

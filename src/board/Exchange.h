@@ -91,15 +91,24 @@ const Row* FindCommand(std::span<const Row> i_Rows, uint16_t i_usCmdeID)
 }
 
 using PFN_IS_THERE = bool (CIntMeasDriver::*)() const;
-using PFN_CONTROL = bool (CIntMeasDriver::*)(uint32_t i_ulCode, const void* i_pIn,
-                                             uint32_t i_ulInSize, void* o_pOut,
-                                             uint32_t i_ulOutSize, uint32_t* o_pulReturned);
+
+/** One control call: a send or a fetch. */
+struct S_CONTROL
+{
+    uint32_t ulCode;
+    const void* pIn;
+    uint32_t ulInSize;
+    void* pOut;
+    uint32_t ulOutSize;
+    uint32_t* pulReturned;
+};
+using PFN_CONTROL = bool (CIntMeasDriver::*)(const S_CONTROL& i_Control);
 
 /** The way to the device. The state behind the calls is the driver's. */
 struct S_TRANSPORT
 {
     PFN_IS_THERE pfnIsThere;
-    PFN_CONTROL pfnControl; /**< a send or a fetch; false with the last error set */
+    PFN_CONTROL pfnControl; /**< false with the last error set */
 };
 
 /** What a class of the family has of its own on the road of an exchange. */
@@ -107,8 +116,9 @@ struct S_WIRE_KIND
 {
     S_TRANSPORT Transport;
     std::span<const S_COMMAND> Commands;
-    bool bDumpFrame;     /**< the head of each frame goes to the trace */
-    bool bInitNeedsLink; /**< InitIMB looks for the link before it sends */
+    /** A device file of its own, named by the registry; else a link library and a reset program. */
+    bool bDeviceFile;
+    bool bDumpFrame; /**< the head of each frame goes to the trace */
     S_EXCHANGE_TEXTS Texts;
 };
 

@@ -13,6 +13,8 @@ namespace tornval {
 
 struct S_EXCHANGE_TEXTS
 {
+    S_TRACE_TEXT<wchar_t*, uint32_t> LoadError{}; /**< link library, system error */
+
     S_TRACE_TEXT<uint32_t> SendStart{};           /**< canal */
     S_TRACE_TEXT<> SendArgument{};                /**< a null argument, or no link */
     S_TRACE_TEXT<uint32_t> SendCmde{};            /**< ID */

@@ -116,16 +116,6 @@ protected:
     /** Entries of the list of channels. */
     static constexpr uint32_t k_ulMaxChannels = 10;
 
-    /** Which keys the configuration has beside those that all forms have. */
-    enum class EConfiguration : uint8_t
-    {
-        DEVICE, /**< where the registry names the device file */
-        SERIAL  /**< the program that moves the reset line */
-    };
-
-    /** Reads section IM and makes room for the channels. */
-    void ReadConfigurationAs(EConfiguration i_eForm);
-
     /** Fills bytes up to the end of the frame and writes its head; the CRC comes at the send. */
     static void FillFrame(uint8_t i_ucFill, uint16_t i_usIdField, uint8_t i_ucCanal,
                           uint16_t i_usSize, uint8_t i_ucCmdeID, uint32_t i_ulTimeout,
@@ -151,13 +141,7 @@ protected:
 
     /** The transport over the device file. */
     [[nodiscard]] bool HasDevice() const { return m_hDevice != 0; }
-    bool ControlDevice(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                       uint32_t i_ulOutSize, uint32_t* o_pulReturned);
-
-    /** Takes the next number of the family's counter. */
-    static uint32_t TakeDriverNumber() { return s_ulDriverCounter++; }
-    static uint32_t GetDriverCounter() { return s_ulDriverCounter; }
-    static bool IsAlreadyInit() { return already_init.load() == 1; }
+    bool ControlDevice(const S_CONTROL& i_Control);
 
     /** Commands, transport and lines of the class; each constructor puts its own. */
     const S_WIRE_KIND* m_pKind;
@@ -196,9 +180,9 @@ private:
     static const S_WIRE_KIND& Kind();
 
     // The steps of an exchange, in their order.
-    S_RESULT Send(S_EXCHANGE& io_Exchange);
+    S_RESULT Send(S_EXCHANGE&& io_Exchange);
     bool BuildFrame(S_EXCHANGE& io_Exchange);
-    S_RESULT Fetch(S_EXCHANGE& io_Exchange);
+    S_RESULT Fetch(S_EXCHANGE&& io_Exchange);
     bool WaitForAnswer(const S_EXCHANGE& i_Exchange);
     void FetchAnswer(S_EXCHANGE& io_Exchange);
     void Decode(S_EXCHANGE& io_Exchange);
@@ -211,9 +195,9 @@ private:
     /** Command ACQUISITION_RESET, first of an initialisation. Its result is nobody's concern. */
     void SendReset();
     bool ReadUnitNumber(uint32_t& o_ulUnit) const;
-    void ReadKeys(const CConfigFile& i_Config, EConfiguration i_eForm);
+    void ReadKeys(const CConfigFile& i_Config);
     /** What holds instead of the configuration where there is no memory to read it. */
-    void UseFixedValues(EConfiguration i_eForm);
+    void UseFixedValues();
     void AllocateVoieData();
 
     CSignalBook m_Signals;

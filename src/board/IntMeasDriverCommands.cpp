@@ -17,7 +17,7 @@ CIntMeasDriver::CIntMeasDriver() : m_pKind(&Kind())
     ++s_lInstanceCount;
     ScaleInBulk<CIntMeasDriver>(this);
     m_ulDriverType = TORNVAL_DRIVER_BOARD;
-    SetIdentity(TakeDriverNumber(), 4000, "IM");
+    SetIdentity(s_ulDriverCounter++, 4000, "IM");
     CreateSyncEvent(&m_hSync, m_Frame.Get());
 }
 
@@ -30,7 +30,6 @@ CIntMeasDriver::~CIntMeasDriver()
     if (m_hDevice != 0) {
         cecore::CloseHandle(m_hDevice);
     }
-    m_ppVoieData.reset();
     if (s_lInstanceCount <= 0) {
         s_lInstanceCount = 0;
         already_init = 0;
@@ -55,8 +54,8 @@ const S_WIRE_KIND& CIntMeasDriver::Kind()
     static constexpr S_WIRE_KIND s_Kind = {
         .Transport = {&T::HasDevice, &T::ControlDevice},
         .Commands = s_aCommands,
+        .bDeviceFile = true,
         .bDumpFrame = false,
-        .bInitNeedsLink = true,
         .Texts = {
             .SendCmde = {INFO_GENERAL_LEVEL, L"CIntMeasDriver::SendCommand> CmdeID: %02X"},
             .SendSize = {ERROR_LEVEL, L"CIntMeasDriver::SendCommand> ERROR size: %u"},
@@ -146,7 +145,7 @@ void CIntMeasDriver::PrepareCmdeBurst(const S_EXCHANGE& i_Exchange)
 
 S_RESULT CIntMeasDriver::Init()
 {
-    if (IsAlreadyInit()) {
+    if (already_init == 1) {
         return {};
     }
     SendReset();
@@ -173,10 +172,10 @@ S_RESULT CIntMeasDriver::InitIMB()
     const S_EXCHANGE_TEXTS& l_Texts = m_pKind->Texts;
     l_Texts.InitStart.Emit(already_init.load());
     S_RESULT l_Result = MakeResult(m_ulDriverType, TORNVAL_STEP_INIT);
-    if (IsAlreadyInit()) {
+    if (already_init == 1) {
         return l_Result;
     }
-    if (m_pKind->bInitNeedsLink && !HasTransport()) {
+    if (m_pKind->bDeviceFile && !HasTransport()) {
         l_Result.ulStatus = 1;
         return l_Result;
     }
@@ -193,7 +192,7 @@ S_RESULT CIntMeasDriver::InitIMB()
         if (l_pcRaw == nullptr) {
             l_Texts.InitAllocation.Emit();
         }
-        cecore::NoteReason(cecore::ERROR_NOT_ENOUGH_MEMORY, "no memory to initialise the board");
+        cecore::NoteReason(CECORE_ERROR_NOT_ENOUGH_MEMORY, "no memory to initialise the board");
         l_Result.ulStatus = 1;
         return l_Result;
     }

@@ -25,11 +25,6 @@ constexpr uint32_t k_ulDeviceRetry = 500;
 
 void CIntMeasDriver::ReadConfiguration()
 {
-    ReadConfigurationAs(EConfiguration::DEVICE);
-}
-
-void CIntMeasDriver::ReadConfigurationAs(EConfiguration i_eForm)
-{
     if (m_pulVoies == nullptr) {
         m_pulVoies = new (std::nothrow) uint32_t[k_ulMaxChannels]();
         if (m_pulVoies == nullptr) {
@@ -37,19 +32,16 @@ void CIntMeasDriver::ReadConfigurationAs(EConfiguration i_eForm)
         }
     }
     CConfigFile l_Config;
-    const uint32_t l_ulError = ReadModuleConfiguration(l_Config);
+    const uint32_t l_ulError = LoadModuleConfiguration(l_Config);
     if (l_ulError == cecore::ERROR_SUCCESS) {
-        ReadKeys(l_Config, i_eForm);
-    } else {
-        NoteConfigurationReason(l_ulError);
-    }
-    if (l_ulError == cecore::ERROR_NOT_ENOUGH_MEMORY) {
-        UseFixedValues(i_eForm);
+        ReadKeys(l_Config);
+    } else if (l_ulError == CECORE_ERROR_NOT_ENOUGH_MEMORY) {
+        UseFixedValues();
     }
     AllocateVoieData();
 }
 
-void CIntMeasDriver::ReadKeys(const CConfigFile& i_Config, EConfiguration i_eForm)
+void CIntMeasDriver::ReadKeys(const CConfigFile& i_Config)
 {
     const auto l_fnInt = [&](const char* i_pszKey, int32_t i_lDefault) {
         return i_Config.GetInt(k_pszSection, i_pszKey, i_lDefault);
@@ -66,7 +58,7 @@ void CIntMeasDriver::ReadKeys(const CConfigFile& i_Config, EConfiguration i_eFor
     m_bDecompressData = l_fnInt("DECOMPRESS_DATA", 1) != 0 ? 1 : 0;
     m_ucCalibration = static_cast<uint8_t>(l_fnInt("CALIBRATION", 0));
     m_ulLogCalibrationCoef = l_fnInt("LOG_CALIBRATION_COEF", 0);
-    if (i_eForm == EConfiguration::SERIAL) {
+    if (!m_pKind->bDeviceFile) {
         i_Config.GetString(k_pszSection, "SET_RESET_EXEC", nullptr, m_szSetResetExec,
                            sizeof(m_szSetResetExec) - 1);
         return;
@@ -78,7 +70,7 @@ void CIntMeasDriver::ReadKeys(const CConfigFile& i_Config, EConfiguration i_eFor
     cecore::Widen(m_szRegistryEntry, l_aszText);
 }
 
-void CIntMeasDriver::UseFixedValues(EConfiguration i_eForm)
+void CIntMeasDriver::UseFixedValues()
 {
     static constexpr uint32_t s_aulVoies[] = {0, 1, 0};
     m_ulTimeout = 10;
@@ -87,7 +79,7 @@ void CIntMeasDriver::UseFixedValues(EConfiguration i_eForm)
     m_ulNbChannel = static_cast<uint32_t>(std::size(s_aulVoies));
     m_bDecompressData = 1;
     m_ulAcquisitionPeriod = 1;
-    if (i_eForm == EConfiguration::DEVICE) {
+    if (m_pKind->bDeviceFile) {
         cecore::Widen(m_szRegistryKey,
                       "system\\currentcontrolset\\control\\zcomusb2\\F00C\\000000");
         cecore::Widen(m_szRegistryEntry, "unit");
@@ -115,7 +107,7 @@ bool CIntMeasDriver::ReadUnitNumber(uint32_t& o_ulUnit) const
             cecore::ERROR_SUCCESS;
     o_ulUnit = l_bRead ? wire::ReadLe32(l_aucUnit) : 0;
     if (o_ulUnit == 0) {
-        ::SetLastError(cecore::ERROR_FILE_NOT_FOUND);
+        ::SetLastError(CECORE_ERROR_FILE_NOT_FOUND);
     }
     return o_ulUnit != 0;
 }

@@ -30,19 +30,14 @@ uint32_t TicksToTrace()
 /** The head of a frame in hexadecimal. */
 void TraceFrame(const S_DATA& i_Frame)
 {
-    static constexpr size_t k_ulDumped = 500;
-    static constexpr char k_szDigits[] = "0123456789ABCDEF";
+    constexpr size_t k_ulDumped = 500;
     if (!IsTraceLevel(INFO_LEVEL)) {
         return;
     }
-    char l_aszText[k_ulDumped * 3 + 1];
-    char* l_pcText = l_aszText;
+    char l_aszText[3 * k_ulDumped + 1];
     for (size_t i = 0; i < k_ulDumped; ++i) {
-        *l_pcText++ = k_szDigits[i_Frame.aucBytes[i] >> 4];
-        *l_pcText++ = k_szDigits[i_Frame.aucBytes[i] & 0xFU];
-        *l_pcText++ = ' ';
+        cecore::FormatNarrow(l_aszText + 3 * i, 4, "%02X ", i_Frame.aucBytes[i]);
     }
-    *l_pcText = '\0';
     Trace(INFO_LEVEL, L"Data: %S", l_aszText);
 }
 
@@ -53,11 +48,10 @@ cecore::Handle EventOf(const S_DATA& i_Frame)
 
 } // namespace
 
-bool CIntMeasDriver::ControlDevice(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
-                                   void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
+bool CIntMeasDriver::ControlDevice(const S_CONTROL& i_Control)
 {
-    return cecore::DeviceIoControl(m_hDevice, i_ulCode, i_pIn, i_ulInSize, o_pOut, i_ulOutSize,
-                                   o_pulReturned);
+    return cecore::DeviceIoControl(m_hDevice, i_Control.ulCode, i_Control.pIn, i_Control.ulInSize,
+                                   i_Control.pOut, i_Control.ulOutSize, i_Control.pulReturned);
 }
 
 S_RESULT CIntMeasDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceiveStruct,
@@ -71,14 +65,13 @@ S_RESULT CIntMeasDriver::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o
                                      const void* i_pcData, uint16_t* o_pusCmdeID, S_DATA* io_pFrame,
                                      uint32_t* o_pulStatus, uint8_t i_ucCanal)
 {
-    S_EXCHANGE l_Exchange{.pCmde = i_pCmde,
-                          .pReceive = o_pReceiveStruct,
-                          .pcData = i_pcData,
-                          .ucCanal = i_ucCanal,
-                          .pulStatus = o_pulStatus,
-                          .pFrame = io_pFrame,
-                          .pusEcho = o_pusCmdeID};
-    return Send(l_Exchange);
+    return Send({.pCmde = i_pCmde,
+                 .pReceive = o_pReceiveStruct,
+                 .pcData = i_pcData,
+                 .ucCanal = i_ucCanal,
+                 .pulStatus = o_pulStatus,
+                 .pFrame = io_pFrame,
+                 .pusEcho = o_pusCmdeID});
 }
 
 S_RESULT CIntMeasDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
@@ -95,19 +88,18 @@ S_RESULT CIntMeasDriver::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
                                    uint32_t i_ulTimeout, S_DATA* i_pFrame, uint16_t* i_pusCmdeID,
                                    S_DATA* o_pAnswer, uint8_t i_bCompensation)
 {
-    S_EXCHANGE l_Exchange{.pFrame = i_pFrame,
-                          .pAnswer = o_pAnswer,
-                          .pusEcho = i_pusCmdeID,
-                          .ulRoom = i_ulNbReturnByte,
-                          .pcRawData = o_pcRawData,
-                          .plProcessedDataSize = o_plProcessedDataSize,
-                          .plProcessedData = o_plProcessedData,
-                          .ulTimeout = i_ulTimeout,
-                          .bCompensation = i_bCompensation};
-    return Fetch(l_Exchange);
+    return Fetch({.pFrame = i_pFrame,
+                  .pAnswer = o_pAnswer,
+                  .pusEcho = i_pusCmdeID,
+                  .ulRoom = i_ulNbReturnByte,
+                  .pcRawData = o_pcRawData,
+                  .plProcessedDataSize = o_plProcessedDataSize,
+                  .plProcessedData = o_plProcessedData,
+                  .ulTimeout = i_ulTimeout,
+                  .bCompensation = i_bCompensation});
 }
 
-S_RESULT CIntMeasDriver::Send(S_EXCHANGE& io_Exchange)
+S_RESULT CIntMeasDriver::Send(S_EXCHANGE&& io_Exchange)
 {
     const S_EXCHANGE_TEXTS& l_Texts = m_pKind->Texts;
     const CDriverLock l_Lock(*this);
@@ -139,8 +131,8 @@ S_RESULT CIntMeasDriver::Send(S_EXCHANGE& io_Exchange)
     uint32_t& l_ulStatus = *io_Exchange.pulStatus;
     uint32_t l_ulReturned = 0;
     const bool l_bSent = (this->*m_pKind->Transport.pfnControl)(
-        IOCTL_RS_SEND_COMMAND, io_Exchange.pFrame, RS_BLOCK_SIZE, &l_ulStatus, sizeof(l_ulStatus),
-        &l_ulReturned);
+        {IOCTL_RS_SEND_COMMAND, io_Exchange.pFrame, RS_BLOCK_SIZE, &l_ulStatus, sizeof(l_ulStatus),
+         &l_ulReturned});
     const uint32_t l_ulLastError = cecore::GetLastError();
     const uint32_t l_ulAfter = TicksToTrace();
     l_Texts.SendAfter.Emit(l_ulAfter, l_ulAfter - l_ulBefore);
@@ -197,7 +189,7 @@ bool CIntMeasDriver::BuildFrame(S_EXCHANGE& io_Exchange)
     return true;
 }
 
-S_RESULT CIntMeasDriver::Fetch(S_EXCHANGE& io_Exchange)
+S_RESULT CIntMeasDriver::Fetch(S_EXCHANGE&& io_Exchange)
 {
     const S_EXCHANGE_TEXTS& l_Texts = m_pKind->Texts;
     l_Texts.FetchStart.Emit();
@@ -265,8 +257,8 @@ void CIntMeasDriver::FetchAnswer(S_EXCHANGE& io_Exchange)
     uint8_t l_aucEcho[2];
     wire::WriteLe16(l_aucEcho, io_Exchange.usCmdeID);
     const bool l_bFetched =
-        (this->*m_pKind->Transport.pfnControl)(IOCTL_RS_GET_RESULT, l_aucEcho, sizeof(l_aucEcho),
-                                               l_pucAnswer, RS_BLOCK_SIZE, &l_ulDelivered);
+        (this->*m_pKind->Transport.pfnControl)({IOCTL_RS_GET_RESULT, l_aucEcho, sizeof(l_aucEcho),
+                                                l_pucAnswer, RS_BLOCK_SIZE, &l_ulDelivered});
     const uint32_t l_ulLastError = cecore::GetLastError();
     const uint32_t l_ulAfter = TicksToTrace();
     l_Texts.FetchAfter.Emit(l_ulAfter, l_ulAfter - l_ulBefore);
@@ -321,13 +313,9 @@ void CIntMeasDriver::CreateSyncEvent(cecore::Handle* io_phEvent, S_DATA* o_pFram
     if (*io_phEvent != 0) {
         return;
     }
-    const cecore::Handle l_hEvent = cecore::CreateEventW(false, false);
-    if (l_hEvent == 0 || l_hEvent == cecore::INVALID_HANDLE_VALUE) {
-        return;
-    }
-    *io_phEvent = l_hEvent;
-    if (o_pFrame != nullptr) {
-        wire::WriteLe32(o_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET, l_hEvent);
+    *io_phEvent = cecore::CreateEventW(false, false);
+    if (o_pFrame != nullptr && *io_phEvent != 0) {
+        wire::WriteLe32(o_pFrame->aucBytes + RS_BLOCK_EVENT_OFFSET, *io_phEvent);
     }
 }
 

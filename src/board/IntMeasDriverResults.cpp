@@ -31,7 +31,7 @@ void CIntMeasDriver::CheckFirmwareError(S_RESULT& o_Result, const uint8_t* pData
         o_Result.ulStatus = 1;
         return;
     }
-    const uint16_t l_usCode = wire::ReadLe16(pDataResult + k_ulFirmwareCodeOffset);
+    const uint16_t l_usCode = wire::ReadLe16(pDataResult + wire::k_ulReturnCodeOffset);
     Trace(FW_LEVEL, L"CIntMeasDriver> FW returned code: %d", l_usCode);
     if (l_usCode != 1) {
         Trace(ERROR_LEVEL,
@@ -42,7 +42,7 @@ void CIntMeasDriver::CheckFirmwareError(S_RESULT& o_Result, const uint8_t* pData
         o_Result.ulFwStatus = l_usCode;
         return;
     }
-    const uint32_t l_ulError = wire::ReadLe32(pDataResult + k_ulFirmwareErrorOffset);
+    const uint32_t l_ulError = wire::ReadLe32(pDataResult + wire::k_ulErrorCodeOffset);
     Trace(FW_LEVEL, L"CIntMeasDriver> FW error code: %d", l_ulError);
     if (l_ulError == k_ulFirmwareOk || l_ulError == k_ulFirmwareOkToo) {
         Trace(INFO_LEVEL, L"CIntMeasDriver::CheckFirmwareError> OK ");

@@ -51,6 +51,8 @@ const S_WIRE_KIND& CIntMeasDriverSerial::Kind()
     };
     static constexpr S_EXCHANGE_TEXTS s_Texts = [] {
         S_EXCHANGE_TEXTS l_Texts = k_SerialLinkTexts;
+        l_Texts.LoadError = {ERROR_LEVEL, L"CIntMeasDriverSerial::CreateDriverInstance> "
+                                          L"LoadDriver: %s (last error: %ld)\n"};
         l_Texts.SendArgument = {ERROR_LEVEL,
                                 L"CIntMeasDriverSerial::SendCommand> allocation error"};
         l_Texts.SendCmde = {INFO_GENERAL_LEVEL, L"CIntMeasDriverSerial::SendCommand> cmde=%02X"};
@@ -89,24 +91,20 @@ const S_WIRE_KIND& CIntMeasDriverSerial::Kind()
     static constexpr S_WIRE_KIND s_Kind = {.Transport = {static_cast<PFN_IS_THERE>(&T::HasLink),
                                                          static_cast<PFN_CONTROL>(&T::ControlLink)},
                                            .Commands = s_aCommands,
+                                           .bDeviceFile = false,
                                            .bDumpFrame = true,
-                                           .bInitNeedsLink = false,
                                            .Texts = s_Texts};
     return s_Kind;
 }
 
 S_RESULT CIntMeasDriverSerial::CreateDriverInstance()
 {
-    static constexpr S_TRACE_TEXT<wchar_t*, uint32_t> s_LoadError = {
-        ERROR_LEVEL,
-        L"CIntMeasDriverSerial::CreateDriverInstance> LoadDriver: %s (last error: %ld)\n"};
     const CDriverLock l_Lock(*this);
     Trace(INFO_LEVEL, L"CIntMeasDriverSerial::CreateDriverInstance>");
-    return OpenLink(s_LoadError, 0);
+    return OpenLink(0);
 }
 
-S_RESULT CIntMeasDriverSerial::OpenLink(const S_TRACE_TEXT<wchar_t*, uint32_t>& i_LoadError,
-                                        uint32_t bUseExtended)
+S_RESULT CIntMeasDriverSerial::OpenLink(uint32_t bUseExtended)
 {
     ReadConfiguration();
     wchar_t l_awszName[k_ulMaxPath];
@@ -114,7 +112,7 @@ S_RESULT CIntMeasDriverSerial::OpenLink(const S_TRACE_TEXT<wchar_t*, uint32_t>& 
     if (m_pSerialDriver == nullptr || m_pSerialDriver->LoadDriver(l_awszName) != 1) {
         S_RESULT l_Result = MakeResult(m_ulDriverType, TORNVAL_STEP_NONE, 1);
         l_Result.ulLastError = cecore::GetLastError();
-        i_LoadError.Emit(l_awszName, l_Result.ulLastError);
+        m_pKind->Texts.LoadError.Emit(l_awszName, l_Result.ulLastError);
         return l_Result;
     }
     return InitModule(bUseExtended);
@@ -154,11 +152,11 @@ S_RESULT CIntMeasDriverSerial::InitModule(uint32_t bUseExtended)
     return l_Result;
 }
 
-bool CIntMeasDriverSerial::ControlLink(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
-                                       void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
+bool CIntMeasDriverSerial::ControlLink(const S_CONTROL& i_Control)
 {
-    return m_pSerialDriver->RS_DeviceIoControl(RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize,
-                                               o_pOut, i_ulOutSize, o_pulReturned, 0) != 0;
+    return m_pSerialDriver->RS_DeviceIoControl(RS_LINK_CONSTANT, i_Control.ulCode, i_Control.pIn,
+                                               i_Control.ulInSize, i_Control.pOut,
+                                               i_Control.ulOutSize, i_Control.pulReturned, 0) != 0;
 }
 
 void CIntMeasDriverSerial::GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte,
@@ -171,11 +169,6 @@ void CIntMeasDriverSerial::GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte,
 S_RESULT CIntMeasDriverSerial::SendCalibrationFlag()
 {
     return MakeResult(m_ulDriverType, TORNVAL_STEP_NONE);
-}
-
-void CIntMeasDriverSerial::ReadConfiguration()
-{
-    ReadConfigurationAs(EConfiguration::SERIAL);
 }
 
 S_RESULT CIntMeasDriverSerial::Close()

@@ -28,8 +28,6 @@ public:
                               uint32_t i_ulNbCoeff) override;
     void GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte, const S_DATA* i_pAnswer,
                                    S_RESULT& o_Result) override;
-    /** Section IM with the program that moves the reset line, without the registry's keys. */
-    void ReadConfiguration() override;
     /** The flag is not sent on this link. */
     S_RESULT SendCalibrationFlag() override;
 
@@ -39,15 +37,10 @@ public:
 protected:
     /** The transport over RS_DeviceIoControl. */
     [[nodiscard]] bool HasLink() const { return m_pSerialDriver != nullptr; }
-    bool ControlLink(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                     uint32_t i_ulOutSize, uint32_t* o_pulReturned);
+    bool ControlLink(const S_CONTROL& i_Control);
 
-    /**
-     * Reads the configuration, loads the library it names and opens the link. The lock is held.
-     *
-     * @param i_LoadError line for a library that does not load: name, system error.
-     */
-    S_RESULT OpenLink(const S_TRACE_TEXT<wchar_t*, uint32_t>& i_LoadError, uint32_t bUseExtended);
+    /** Reads the configuration, loads the library it names and opens the link. The lock is held. */
+    S_RESULT OpenLink(uint32_t bUseExtended);
 
     uint8_t m_ucSerialPort = 1;
     uint32_t m_ulBaudRate = 460800;

@@ -31,20 +31,9 @@ void CSerialDriver::ReleaseSerialDriver()
 CSerialDriver::~CSerialDriver()
 {
     Trace(INFO_LEVEL, L"Unload Driver instance");
-    ClearEntryPoints();
     if (m_hLibrary != nullptr) {
         cecore::FreeLibrary(m_hLibrary);
     }
-}
-
-void CSerialDriver::ClearEntryPoints()
-{
-    m_pFn_RS_Init = nullptr;
-    m_pFn_RS_DeviceIoControl = nullptr;
-    m_pFn_RS_Close = nullptr;
-    m_pFn_RS_Init_Ex = nullptr;
-    m_pFn_RS_DeviceIoControl_Ex = nullptr;
-    m_pFn_RS_Close_Ex = nullptr;
 }
 
 uint32_t CSerialDriver::LoadDriver(const wchar_t* i_pwszLibrary)
@@ -71,7 +60,12 @@ uint32_t CSerialDriver::LoadDriver(const wchar_t* i_pwszLibrary)
                                          m_pFn_RS_DeviceIoControl_Ex);
     l_bAll &= cecore::GetProcAddressInto(m_hLibrary, L"RS_Close_Ex", m_pFn_RS_Close_Ex);
     if (!l_bAll) {
-        ClearEntryPoints();
+        m_pFn_RS_Init = nullptr;
+        m_pFn_RS_DeviceIoControl = nullptr;
+        m_pFn_RS_Close = nullptr;
+        m_pFn_RS_Init_Ex = nullptr;
+        m_pFn_RS_DeviceIoControl_Ex = nullptr;
+        m_pFn_RS_Close_Ex = nullptr;
         Trace(ERROR_LEVEL, L"CSerialDriver::LoadDriver GetProcAddress: (last error: %ld)\n",
               cecore::GetLastError());
         return 0;

@@ -36,39 +36,27 @@ public:
     uint32_t LoadDriver(const wchar_t* i_pwszLibrary);
 
     // Each hands its arguments to the entry point of its name; 0 without a call if there is none.
-    [[nodiscard]] uint32_t RS_Init(uint32_t i_ulPort, uint32_t i_ulConstant, uint32_t i_ulBaudRate,
-                                   uint32_t i_ulDataBits, uint32_t i_ulWord1, uint32_t i_ulWord2,
-                                   uint32_t i_ulZero) const
+    template <typename... Args>
+    [[nodiscard]] uint32_t RS_Init(Args... i_Args) const
     {
-        return Call(m_pFn_RS_Init, i_ulPort, i_ulConstant, i_ulBaudRate, i_ulDataBits, i_ulWord1,
-                    i_ulWord2, i_ulZero);
+        return Call(m_pFn_RS_Init, i_Args...);
     }
-    [[nodiscard]] uint32_t RS_DeviceIoControl(uint32_t i_ulConstant, uint32_t i_ulCode,
-                                              const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                                              uint32_t i_ulOutSize, uint32_t* o_pulReturned,
-                                              uint32_t i_ulZero) const
+    template <typename... Args>
+    [[nodiscard]] uint32_t RS_DeviceIoControl(Args... i_Args) const
     {
-        return Call(m_pFn_RS_DeviceIoControl, i_ulConstant, i_ulCode, i_pIn, i_ulInSize, o_pOut,
-                    i_ulOutSize, o_pulReturned, i_ulZero);
+        return Call(m_pFn_RS_DeviceIoControl, i_Args...);
     }
-    [[nodiscard]] uint32_t RS_Init_Ex(uint32_t i_ulPort, uint32_t i_ulConstant,
-                                      uint32_t i_ulBaudRate, uint32_t i_ulDataBits,
-                                      uint32_t i_ulWord1, uint32_t i_ulWord2, uint32_t i_ulZero,
-                                      uint32_t* o_pulLinkHandle) const
+    template <typename... Args>
+    [[nodiscard]] uint32_t RS_Init_Ex(Args... i_Args) const
     {
         Trace(INFO_LEVEL, L"CSerialDriver::RS_Init_Ex> fct: %08X",
               reinterpret_cast<const void*>(m_pFn_RS_Init_Ex));
-        return Call(m_pFn_RS_Init_Ex, i_ulPort, i_ulConstant, i_ulBaudRate, i_ulDataBits, i_ulWord1,
-                    i_ulWord2, i_ulZero, o_pulLinkHandle);
+        return Call(m_pFn_RS_Init_Ex, i_Args...);
     }
-    [[nodiscard]] uint32_t RS_DeviceIoControl_Ex(uint32_t i_ulConstant, uint32_t i_ulCode,
-                                                 const void* i_pIn, uint32_t i_ulInSize,
-                                                 void* o_pOut, uint32_t i_ulOutSize,
-                                                 uint32_t* o_pulReturned, uint32_t i_ulZero,
-                                                 uint32_t i_ulLinkHandle) const
+    template <typename... Args>
+    [[nodiscard]] uint32_t RS_DeviceIoControl_Ex(Args... i_Args) const
     {
-        return Call(m_pFn_RS_DeviceIoControl_Ex, i_ulConstant, i_ulCode, i_pIn, i_ulInSize, o_pOut,
-                    i_ulOutSize, o_pulReturned, i_ulZero, i_ulLinkHandle);
+        return Call(m_pFn_RS_DeviceIoControl_Ex, i_Args...);
     }
     [[nodiscard]] uint32_t RS_Close_Ex(uint32_t i_ulLinkHandle) const
     {
@@ -81,7 +69,6 @@ private:
     {
         return i_pfn == nullptr ? 0 : i_pfn(i_Args...);
     }
-    void ClearEntryPoints();
 
     PFN_RS_INIT m_pFn_RS_Init = nullptr;
     PFN_RS_DEVICEIOCONTROL m_pFn_RS_DeviceIoControl = nullptr;

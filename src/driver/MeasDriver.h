@@ -121,19 +121,10 @@ public:
 
 protected:
     /** Holds the driver's lock for a scope. */
-    class CDriverLock
+    class CDriverLock : cecore::CMutexGuard
     {
     public:
-        explicit CDriverLock(CMeasDriver& io_Driver) : m_Driver(io_Driver)
-        {
-            m_Driver.LockDriver();
-        }
-        CDriverLock(const CDriverLock&) = delete;
-        CDriverLock& operator=(const CDriverLock&) = delete;
-        ~CDriverLock() { m_Driver.UnlockDriver(); }
-
-    private:
-        CMeasDriver& m_Driver;
+        explicit CDriverLock(const CMeasDriver& i_Driver) : CMutexGuard(i_Driver.m_hMutex) {}
     };
 
     /** Gives the driver its identity: index from the kind's counter, ID, link type and name. */

@@ -40,7 +40,7 @@ uint32_t ReadModuleConfiguration(CConfigFile& o_Config)
     GetModuleFolder(l_awszFolder, k_ulMaxPath);
     cecore::FormatNarrow(l_aszPath, sizeof(l_aszPath), "%S%s", l_awszFolder, k_pszConfiguration);
     const uint32_t l_ulBefore = cecore::GetLastError();
-    ::SetLastError(cecore::ERROR_NOT_ENOUGH_MEMORY);
+    ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
     if (!o_Config.Load(l_aszPath)) {
         return cecore::GetLastError();
     }
@@ -48,13 +48,13 @@ uint32_t ReadModuleConfiguration(CConfigFile& o_Config)
     return cecore::ERROR_SUCCESS;
 }
 
-bool LoadModuleConfiguration(CConfigFile& o_Config)
+uint32_t LoadModuleConfiguration(CConfigFile& o_Config)
 {
     const uint32_t l_ulError = ReadModuleConfiguration(o_Config);
     if (l_ulError != cecore::ERROR_SUCCESS) {
         NoteConfigurationReason(l_ulError);
     }
-    return l_ulError == cecore::ERROR_SUCCESS;
+    return l_ulError;
 }
 
 void NoteConfigurationReason(uint32_t i_ulError)
@@ -64,10 +64,10 @@ void NoteConfigurationReason(uint32_t i_ulError)
     const char* l_pszWhy = "it cannot be read";
     if (i_ulError == cecore::ERROR_FILENAME_EXCED_RANGE) {
         l_pszWhy = "its path is too long, 259 characters are the most";
-    } else if (i_ulError == cecore::ERROR_FILE_NOT_FOUND ||
+    } else if (i_ulError == CECORE_ERROR_FILE_NOT_FOUND ||
                i_ulError == cecore::ERROR_PATH_NOT_FOUND) {
         l_pszWhy = "there is no such file";
-    } else if (i_ulError == cecore::ERROR_NOT_ENOUGH_MEMORY) {
+    } else if (i_ulError == CECORE_ERROR_NOT_ENOUGH_MEMORY) {
         l_pszWhy = "there is no memory for it";
     }
     cecore::NoteReason(i_ulError, "configuration %s%s%s: %s", l_aszFolder,

@@ -29,8 +29,8 @@ void GetModuleFolder(wchar_t* o_pwszFolder, uint32_t i_ulSize);
  */
 uint32_t ReadModuleConfiguration(CConfigFile& o_Config);
 
-/** As above. @return whether the file could be opened; if not, the reason is noted. */
-bool LoadModuleConfiguration(CConfigFile& o_Config);
+/** As above, and notes the reason for the host. */
+uint32_t LoadModuleConfiguration(CConfigFile& o_Config);
 
 /** Notes for the host why the configuration could not be read. */
 void NoteConfigurationReason(uint32_t i_ulError);

@@ -7,24 +7,24 @@ namespace {
 
 constexpr uint32_t k_ulNbValues = 3;
 constexpr uint32_t k_ulMeasureTimeout = 5000;
+/** Offset of what the module answers, in the answer block: measure status or version text. */
+constexpr uint32_t k_ulModuleDataOffset = RS_ANSWER_FRAME_OFFSET + wire::k_ulMeasureStatusOffset;
 
-/** The measure statuses that deliver a measure, with their word for the log. */
-constexpr struct
-{
-    uint8_t ucStatus;
-    const wchar_t* pwszWord;
-} k_aStatuses[] = {
-    {0x00, L"OK"}, {0x01, L"Underrange"}, {0x10, L"Etalonnage"}, {0x80, L"Overrrange"}};
-
-/** Null for a status that delivers no measure. */
+/** The word for the log of a measure status; null for one that delivers no measure. */
 const wchar_t* WordOf(uint8_t i_ucStatus)
 {
-    for (const auto& l_Status : k_aStatuses) {
-        if (l_Status.ucStatus == i_ucStatus) {
-            return l_Status.pwszWord;
-        }
+    switch (i_ucStatus) {
+    case 0x00:
+        return L"OK";
+    case 0x01:
+        return L"Underrange";
+    case 0x10:
+        return L"Etalonnage";
+    case 0x80:
+        return L"Overrrange";
+    default:
+        return nullptr;
     }
-    return nullptr;
 }
 
 } // namespace
@@ -33,7 +33,7 @@ C_MilliOhmDriverSerial::C_MilliOhmDriverSerial()
 {
     m_ulDriverType = TORNVAL_DRIVER_MILLIOHM;
     // The base has taken a number from the counter; the module takes none of its own.
-    SetIdentity(GetDriverCounter(), 5000, "MO");
+    SetIdentity(s_ulDriverCounter, 5000, "MO");
     m_ucSerialPort = 2;
     m_ulBaudRate = 115200;
     m_pKind = &Kind();
@@ -50,6 +50,8 @@ const S_WIRE_KIND& C_MilliOhmDriverSerial::Kind()
     };
     static constexpr S_EXCHANGE_TEXTS s_Texts = [] {
         S_EXCHANGE_TEXTS l_Texts = k_SerialLinkTexts;
+        l_Texts.LoadError = {ERROR_LEVEL, L"C_MilliOhmDriverSerial::CreateDriverInstance> "
+                                          L"ERROR LoadDriver: %s (last error: %ld)\n"};
         l_Texts.SendStart = {INFO_LEVEL, L"C_MilliOhmDriverSerial::SendCommand> (canal: %d)"};
         l_Texts.SendArgument = {ERROR_LEVEL, L"CIntMeasDriverSerial::SendCommand> ERROR"};
         l_Texts.SendCmde = {INFO_LEVEL, L"C_MilliOhmDriverSerial::SendCommand> cmde=%02X"};
@@ -89,22 +91,19 @@ const S_WIRE_KIND& C_MilliOhmDriverSerial::Kind()
         .Transport = {static_cast<PFN_IS_THERE>(&T::HasLink),
                       static_cast<PFN_CONTROL>(&T::ControlLinkEx)},
         .Commands = s_aCommands,
+        .bDeviceFile = false,
         .bDumpFrame = false,
-        .bInitNeedsLink = false,
         .Texts = s_Texts};
     return s_Kind;
 }
 
 S_RESULT C_MilliOhmDriverSerial::CreateDriverInstance()
 {
-    static constexpr S_TRACE_TEXT<wchar_t*, uint32_t> s_LoadError = {
-        ERROR_LEVEL, L"C_MilliOhmDriverSerial::CreateDriverInstance> ERROR LoadDriver: %s (last "
-                     L"error: %ld)\n"};
     S_RESULT l_Result{};
     {
         const CDriverLock l_Lock(*this);
         Trace(INFO_LEVEL, L"C_MilliOhmDriverSerial::CreateDriverInstance> START");
-        l_Result = OpenLink(s_LoadError, 1);
+        l_Result = OpenLink(1);
     }
     Trace(INFO_LEVEL, L"C_MilliOhmDriverSerial::CreateDriverInstance> STOP status:%d",
           l_Result.ulStatus);
@@ -116,13 +115,11 @@ S_RESULT C_MilliOhmDriverSerial::Init()
     return {};
 }
 
-bool C_MilliOhmDriverSerial::ControlLinkEx(uint32_t i_ulCode, const void* i_pIn,
-                                           uint32_t i_ulInSize, void* o_pOut, uint32_t i_ulOutSize,
-                                           uint32_t* o_pulReturned)
+bool C_MilliOhmDriverSerial::ControlLinkEx(const S_CONTROL& i_Control)
 {
-    return m_pSerialDriver->RS_DeviceIoControl_Ex(RS_LINK_CONSTANT, i_ulCode, i_pIn, i_ulInSize,
-                                                  o_pOut, i_ulOutSize, o_pulReturned, 0,
-                                                  m_ulLinkHandle) != 0;
+    return m_pSerialDriver->RS_DeviceIoControl_Ex(
+               RS_LINK_CONSTANT, i_Control.ulCode, i_Control.pIn, i_Control.ulInSize,
+               i_Control.pOut, i_Control.ulOutSize, i_Control.pulReturned, 0, m_ulLinkHandle) != 0;
 }
 
 void C_MilliOhmDriverSerial::PrepareCommande(uint8_t i_ucCanal, uint16_t i_usSize,
@@ -141,8 +138,8 @@ void C_MilliOhmDriverSerial::CheckFirmwareError(S_RESULT& o_Result, const uint8_
         o_Result.ulStatus = 1;
         return;
     }
-    const uint8_t l_ucFirst = pDataResult[k_ulFirmwareCodeOffset];
-    const uint8_t l_ucSecond = pDataResult[k_ulFirmwareCodeOffset + 1];
+    const uint8_t l_ucFirst = pDataResult[wire::k_ulReturnCodeOffset];
+    const uint8_t l_ucSecond = pDataResult[wire::k_ulReturnCodeOffset + 1];
     Trace(FW_LEVEL, L"C_MilliOhmDriverSerial> FW status code=\n0x%02X 0x%02X", l_ucFirst,
           l_ucSecond);
     if (l_ucFirst != 0x01 || l_ucSecond != 0x00) {
@@ -203,7 +200,7 @@ void C_MilliOhmDriverSerial::DecodeValues(S_EXCHANGE& io_Exchange)
     }
     for (uint32_t i = 0; i < k_ulNbValues; ++i) {
         io_Exchange.plProcessedData[i] = static_cast<int32_t>(
-            wire::ReadLe32(l_pucAnswer + k_ulModuleValuesOffset + static_cast<size_t>(4) * i));
+            wire::ReadLe32(l_pucAnswer + k_ulAnswerDataOffset + static_cast<size_t>(4) * i));
     }
     io_Exchange.plProcessedData[k_ulNbValues] = 0;
 }

@@ -30,8 +30,7 @@ private:
     static const S_WIRE_KIND& Kind();
 
     /** The transport over RS_DeviceIoControl_Ex. */
-    bool ControlLinkEx(uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize, void* o_pOut,
-                       uint32_t i_ulOutSize, uint32_t* o_pulReturned);
+    bool ControlLinkEx(const S_CONTROL& i_Control);
     /** Three values and a 0 from an answer whose measure status is one of the accepted. */
     void GetResult_COMMAND_MICROOHM_MEASURE(S_EXCHANGE& io_Exchange);
     /** The version text, without terminator, into the raw buffer. */

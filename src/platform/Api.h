@@ -19,23 +19,16 @@ using Handle = uint32_t;
 /** What a failed open gives where the system does not give 0. */
 inline constexpr Handle INVALID_HANDLE_VALUE = 0xFFFFFFFFU;
 
-/** The system's error numbers that these services set. */
+/** The system's error numbers that these services set, beside those of cecore.h. */
 inline constexpr uint32_t ERROR_SUCCESS = 0;
-inline constexpr uint32_t ERROR_FILE_NOT_FOUND = 2;
 inline constexpr uint32_t ERROR_PATH_NOT_FOUND = 3;
 inline constexpr uint32_t ERROR_TOO_MANY_OPEN_FILES = 4;
-inline constexpr uint32_t ERROR_ACCESS_DENIED = 5;
-inline constexpr uint32_t ERROR_INVALID_HANDLE = 6;
-inline constexpr uint32_t ERROR_NOT_ENOUGH_MEMORY = 8;
-inline constexpr uint32_t ERROR_GEN_FAILURE = 31;
-inline constexpr uint32_t ERROR_INVALID_PARAMETER = 87;
 inline constexpr uint32_t ERROR_MOD_NOT_FOUND = 126;
 inline constexpr uint32_t ERROR_PROC_NOT_FOUND = 127;
 inline constexpr uint32_t ERROR_BAD_EXE_FORMAT = 193;
 inline constexpr uint32_t ERROR_FILENAME_EXCED_RANGE = 206;
 inline constexpr uint32_t ERROR_MORE_DATA = 234;
 inline constexpr uint32_t ERROR_NOT_OWNER = 288;
-inline constexpr uint32_t ERROR_TIMEOUT = 1460;
 
 /** The calling thread's last-error value. A call that succeeds leaves it alone. */
 CECORE_API uint32_t GetLastError();

@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <cwctype>
 #include <map>
 #include <new>
 #include <string>
@@ -40,7 +39,7 @@ CDescriptor OpenRegular(const char* i_pszPath, int i_lFlags)
     struct stat l_Status = {};
     // Asked for before the open, which alone can have an effect on a device, and once more after it.
     if (stat(i_pszPath, &l_Status) == 0 && !S_ISREG(l_Status.st_mode)) {
-        ::SetLastError(ERROR_ACCESS_DENIED);
+        ::SetLastError(CECORE_ERROR_ACCESS_DENIED);
         return CDescriptor(-1);
     }
     CDescriptor l_File(open(i_pszPath, i_lFlags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666));
@@ -49,24 +48,13 @@ CDescriptor OpenRegular(const char* i_pszPath, int i_lFlags)
         return CDescriptor(-1);
     }
     if (!S_ISREG(l_Status.st_mode)) {
-        ::SetLastError(ERROR_ACCESS_DENIED);
+        ::SetLastError(CECORE_ERROR_ACCESS_DENIED);
         return CDescriptor(-1);
     }
     return l_File;
 }
 
-class CFileObject final : public CKernelObject
-{
-public:
-    explicit CFileObject(CDescriptor i_File)
-        : CKernelObject(EObjectKind::FILE), m_File(std::move(i_File))
-    {
-    }
-    [[nodiscard]] int Get() const { return m_File.Get(); }
-
-private:
-    CDescriptor m_File;
-};
+using CFileObject = CHolder<EObjectKind::FILE, CDescriptor>;
 
 class CDeviceObject final : public CKernelObject
 {
@@ -82,31 +70,17 @@ private:
     std::shared_ptr<IDevice> m_pDevice;
 };
 
-/** Orders names as the registry compares them: without case. */
-struct S_NO_CASE
-{
-    bool operator()(const std::wstring& i_strLeft, const std::wstring& i_strRight) const
-    {
-        return std::lexicographical_compare(i_strLeft.begin(), i_strLeft.end(), i_strRight.begin(),
-                                            i_strRight.end(),
-                                            [](wchar_t i_cLeft, wchar_t i_cRight) {
-                                                return std::towlower(static_cast<wint_t>(i_cLeft)) <
-                                                       std::towlower(static_cast<wint_t>(i_cRight));
-                                            });
-    }
-};
-
 struct S_DEVICE_TABLE
 {
     wire::CMutex Mutex;
-    std::map<std::wstring, std::shared_ptr<IDevice>, S_NO_CASE> mapDevices WIRE_GUARDED_BY(Mutex);
+    std::map<std::wstring, std::shared_ptr<IDevice>> mapDevices WIRE_GUARDED_BY(Mutex);
 };
 
 std::shared_ptr<IDevice> FindDevice(const wchar_t* i_pwszName)
 {
     auto& l_Table = Resident<S_DEVICE_TABLE>();
     const wire::CLock l_Lock(l_Table.Mutex);
-    const auto l_It = l_Table.mapDevices.find(i_pwszName);
+    const auto l_It = l_Table.mapDevices.find(FoldCase(i_pwszName));
     return l_It == l_Table.mapDevices.end() ? nullptr : l_It->second;
 }
 
@@ -220,14 +194,14 @@ void RegisterDevice(const wchar_t* i_pwszName, std::shared_ptr<IDevice> i_pDevic
 {
     auto& l_Table = Resident<S_DEVICE_TABLE>();
     const wire::CLock l_Lock(l_Table.Mutex);
-    l_Table.mapDevices[i_pwszName] = std::move(i_pDevice);
+    l_Table.mapDevices[FoldCase(i_pwszName)] = std::move(i_pDevice);
 }
 
 void UnregisterDevice(const wchar_t* i_pwszName)
 {
     auto& l_Table = Resident<S_DEVICE_TABLE>();
     const wire::CLock l_Lock(l_Table.Mutex);
-    l_Table.mapDevices.erase(i_pwszName);
+    l_Table.mapDevices.erase(FoldCase(i_pwszName));
 }
 
 bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
@@ -248,7 +222,7 @@ Handle CreateFileW(const wchar_t* i_pwszName, uint32_t i_ulAccess, uint32_t, uin
 try {
     Handle l_hObject = 0;
     if (i_pwszName == nullptr) {
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+        ::SetLastError(CECORE_ERROR_INVALID_PARAMETER);
     } else if (const std::shared_ptr<IDevice> l_pDevice = FindDevice(i_pwszName)) {
         if (l_pDevice->Open()) {
             l_hObject = CreateObject<CDeviceObject>(l_pDevice);
@@ -265,7 +239,7 @@ try {
     }
     return l_hObject == 0 ? INVALID_HANDLE_VALUE : l_hObject;
 } catch (const std::bad_alloc&) {
-    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
     return INVALID_HANDLE_VALUE;
 }
 
@@ -276,7 +250,7 @@ uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
     if (l_pFile == nullptr) {
         return INVALID_FILE_SIZE;
     }
-    if (fstat(l_pFile->Get(), &l_Status) != 0) {
+    if (fstat(l_pFile->Get().Get(), &l_Status) != 0) {
         ::SetLastError(wire::SystemErrorOf(errno));
         return INVALID_FILE_SIZE;
     }
@@ -292,8 +266,8 @@ bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pu
     const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::FILE);
     uint32_t l_ulRead = 0;
     while (l_pFile != nullptr && l_ulRead < i_ulSize) {
-        const ssize_t l_lRead =
-            read(l_pFile->Get(), static_cast<char*>(o_pBuffer) + l_ulRead, i_ulSize - l_ulRead);
+        const ssize_t l_lRead = read(l_pFile->Get().Get(), static_cast<char*>(o_pBuffer) + l_ulRead,
+                                     i_ulSize - l_ulRead);
         if (l_lRead < 0 && errno == EINTR) {
             continue;
         }
@@ -357,7 +331,7 @@ bool WriteToConsole(std::FILE* i_pStream, std::string_view i_strHead, std::strin
         std::chrono::steady_clock::now() + std::chrono::milliseconds(i_ulMilliseconds);
     const int l_lDescriptor = fileno(i_pStream);
     if (l_lDescriptor < 0) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
+        ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
         return false;
     }
     const CPipeGuard l_Guard;
@@ -369,7 +343,7 @@ bool WriteToConsole(std::FILE* i_pStream, std::string_view i_strHead, std::strin
         l_bRoom = WaitForRoom(l_lDescriptor, l_End);
     }
     if (!l_bRoom) {
-        ::SetLastError(ERROR_TIMEOUT);
+        ::SetLastError(CECORE_ERROR_TIMEOUT);
     }
     return l_bRoom && WriteAll(l_lDescriptor, i_strHead, i_strText);
 }

@@ -55,11 +55,16 @@ public:
         }
     }
 
+    /** A text of either kind, with blanks up to the width. */
     template <typename S>
-    void PutPadded(const S* i_pText, size_t i_ulLength, const S_CONVERSION& i_How)
+    void PutText(const S* i_pText, size_t i_ulLength, const S_CONVERSION& i_How,
+                 size_t i_ulSign = 0, size_t i_ulZeros = 0)
     {
-        const size_t l_ulPad = i_How.ulWidth > i_ulLength ? i_How.ulWidth - i_ulLength : 0;
+        const size_t l_ulUsed = i_ulSign + i_ulZeros + i_ulLength;
+        const size_t l_ulPad = i_How.ulWidth > l_ulUsed ? i_How.ulWidth - l_ulUsed : 0;
         Fill(i_How.bLeft ? 0 : l_ulPad, C(' '));
+        Fill(i_ulSign, C('-'));
+        Fill(i_ulZeros, C('0'));
         std::for_each(i_pText, i_pText + i_ulLength, [this](S i_c) { Put(ConvertChar<C>(i_c)); });
         Fill(i_How.bLeft ? l_ulPad : 0, C(' '));
     }
@@ -73,14 +78,7 @@ public:
         if (i_How.bZeroFill && !i_How.bLeft && i_How.ulWidth > l_ulSign + i_ulDigits + l_ulZeros) {
             l_ulZeros = i_How.ulWidth - l_ulSign - i_ulDigits;
         }
-        const size_t l_ulLength = l_ulSign + l_ulZeros + i_ulDigits;
-        const size_t l_ulPad = i_How.ulWidth > l_ulLength ? i_How.ulWidth - l_ulLength : 0;
-        Fill(i_How.bLeft ? 0 : l_ulPad, C(' '));
-        Fill(l_ulSign, C('-'));
-        Fill(l_ulZeros, C('0'));
-        std::for_each(i_pszDigits, i_pszDigits + i_ulDigits,
-                      [this](char i_c) { Put(ConvertChar<C>(i_c)); });
-        Fill(i_How.bLeft ? l_ulPad : 0, C(' '));
+        PutText(i_pszDigits, i_ulDigits, i_How, l_ulSign, l_ulZeros);
     }
 
     size_t Finish()
@@ -148,7 +146,7 @@ void PutString(CWriter<C>& io_Writer, const S* i_pText, const S_CONVERSION& i_Ho
     while ((!i_How.bPrecision || l_ulLength < i_How.ulPrecision) && l_pText[l_ulLength] != 0) {
         ++l_ulLength;
     }
-    io_Writer.PutPadded(l_pText, l_ulLength, i_How);
+    io_Writer.PutText(l_pText, l_ulLength, i_How);
 }
 
 template <typename C>

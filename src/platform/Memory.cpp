@@ -49,7 +49,7 @@ void* VirtualAlloc(size_t i_ulSize)
     void* l_pMemory =
         mmap(nullptr, i_ulSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (l_pMemory == MAP_FAILED) {
-        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
     return l_pMemory;

@@ -68,16 +68,6 @@ private:
     uint32_t m_ulError = ERROR_MOD_NOT_FOUND;
 };
 
-/** Name of an entry point; one that is longer than any is cut, and then found nowhere. */
-struct S_ENTRY_NAME
-{
-    explicit S_ENTRY_NAME(const wchar_t* i_pwszName)
-    {
-        FormatNarrow(aszName, sizeof(aszName), "%S", i_pwszName);
-    }
-    char aszName[256];
-};
-
 /** File of the library that an address is in; null if it is that of the handle. */
 const char* FindForeignOwner(ModuleHandle i_hModule, void* i_pAddress)
 {
@@ -123,18 +113,20 @@ ModuleHandle LoadLibraryW(const wchar_t* i_pwszName)
 
 void* GetProcAddressW(ModuleHandle i_hModule, const wchar_t* i_pwszName)
 {
-    const S_ENTRY_NAME l_Name(i_pwszName == nullptr ? L"" : i_pwszName);
-    void* l_pAddress = i_hModule == nullptr ? nullptr : dlsym(i_hModule, l_Name.aszName);
+    // A name that is longer than any is cut, and then found nowhere.
+    char l_aszName[256];
+    FormatNarrow(l_aszName, sizeof(l_aszName), "%S", i_pwszName == nullptr ? L"" : i_pwszName);
+    void* l_pAddress = i_hModule == nullptr ? nullptr : dlsym(i_hModule, l_aszName);
     // The system also looks in the libraries that this one needs.
     const char* l_pszOwner =
         l_pAddress == nullptr ? nullptr : FindForeignOwner(i_hModule, l_pAddress);
     if (l_pszOwner != nullptr) {
         NoteReason(ERROR_PROC_NOT_FOUND,
-                   "the link library has no entry point %s; the one of %s is not taken",
-                   l_Name.aszName, l_pszOwner);
+                   "the link library has no entry point %s; the one of %s is not taken", l_aszName,
+                   l_pszOwner);
         l_pAddress = nullptr;
     } else if (l_pAddress == nullptr) {
-        NoteReason(ERROR_PROC_NOT_FOUND, "the link library has no entry point %s", l_Name.aszName);
+        NoteReason(ERROR_PROC_NOT_FOUND, "the link library has no entry point %s", l_aszName);
     }
     if (l_pAddress == nullptr) {
         ::SetLastError(ERROR_PROC_NOT_FOUND);
@@ -145,7 +137,7 @@ void* GetProcAddressW(ModuleHandle i_hModule, const wchar_t* i_pwszName)
 bool FreeLibrary(ModuleHandle i_hModule)
 {
     if (i_hModule == nullptr || dlclose(i_hModule) != 0) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
+        ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
         return false;
     }
     return true;
@@ -154,7 +146,7 @@ bool FreeLibrary(ModuleHandle i_hModule)
 uint32_t GetModuleFileNameW(ModuleHandle i_hModule, wchar_t* o_pwszName, uint32_t i_ulSize)
 {
     if (i_hModule != nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
+        ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
         return 0;
     }
     const size_t l_ulLength =

@@ -1,7 +1,9 @@
 #include "Objects.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cwctype>
 
 #include "Sync.h"
 #include "wire/Guarded.h"
@@ -60,7 +62,7 @@ bool TakeSlot(uint32_t& o_ulSlot) WIRE_REQUIRES(s_Table.Mutex)
     if (o_ulSlot % k_ulChunkSlots == 0) {
         auto* l_pChunk = new (std::nothrow) S_SLOT[k_ulChunkSlots];
         if (l_pChunk == nullptr) {
-            ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
             return false;
         }
         s_apChunks[o_ulSlot / k_ulChunkSlots].store(l_pChunk, std::memory_order_release);
@@ -99,8 +101,16 @@ uint32_t GetLastError()
 
 uint32_t CKernelObject::Wait(uint32_t)
 {
-    ::SetLastError(ERROR_INVALID_HANDLE);
+    ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
     return WAIT_FAILED;
+}
+
+std::wstring FoldCase(std::wstring i_strName)
+{
+    std::ranges::transform(i_strName, i_strName.begin(), [](wchar_t i_c) {
+        return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(i_c)));
+    });
+    return i_strName;
 }
 
 S_SLOT* SlotOf(Handle i_hObject)
@@ -153,7 +163,7 @@ std::shared_ptr<CKernelObject> FindObject(Handle i_hObject)
         }
     }
     if (l_pObject == nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
+        ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
     }
     return l_pObject;
 }
@@ -167,7 +177,7 @@ bool CloseHandle(Handle i_hObject)
         const wire::CLock l_Lock(s_Table.Mutex);
         if (l_pSlot == nullptr || KindOf(i_hObject) == 0 ||
             IdentityOf(l_pSlot->ulState.load(std::memory_order_relaxed)) != IdentityOf(i_hObject)) {
-            ::SetLastError(ERROR_INVALID_HANDLE);
+            ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
             return false;
         }
         l_ulState = l_pSlot->ulState.exchange((i_hObject + k_ulGenerationStep) & k_ulGenerationMask,

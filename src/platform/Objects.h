@@ -15,6 +15,7 @@
 #include <atomic>
 #include <memory>
 #include <new>
+#include <string>
 
 #include <pthread.h>
 
@@ -118,11 +119,26 @@ template <typename T>
 std::shared_ptr<T> FindObject(Handle i_hObject, EObjectKind i_Kind)
 {
     if (KindOf(i_hObject) != static_cast<uint32_t>(i_Kind)) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
+        ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
         return nullptr;
     }
     return std::static_pointer_cast<T>(FindObject(i_hObject));
 }
+
+/** An object that has nothing of its own but what it holds for its handle. */
+template <EObjectKind Kind, typename T>
+class CHolder final : public CKernelObject
+{
+public:
+    explicit CHolder(T i_Held) : CKernelObject(Kind), m_Held(std::move(i_Held)) {}
+    [[nodiscard]] const T& Get() const { return m_Held; }
+
+private:
+    T m_Held;
+};
+
+/** A name as devices and registry compare it: without case. */
+std::wstring FoldCase(std::wstring i_strName);
 
 /** Makes an object and its handle. @return 0 with the last error set on failure. */
 template <typename T, typename... Args>
@@ -133,7 +149,7 @@ Handle CreateObject(Args&&... i_Args)
         const EObjectKind l_Kind = l_pObject->GetKind();
         return OpenHandle(l_Kind, 0, std::move(l_pObject));
     } catch (const std::bad_alloc&) {
-        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
         return 0;
     }
 }

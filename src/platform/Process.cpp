@@ -77,7 +77,7 @@ public:
             m_Closed.wait_for(l_Lock, std::chrono::milliseconds(2));
         }
         if (m_bClosed) {
-            ::SetLastError(ERROR_INVALID_HANDLE);
+            ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
             return WAIT_FAILED;
         }
         return WAIT_OBJECT_0;
@@ -115,7 +115,7 @@ bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszComma
                     S_PROCESS_INFORMATION* o_pInformation)
 {
     if (i_pwszApplication == nullptr || *i_pwszApplication == 0 || o_pInformation == nullptr) {
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+        ::SetLastError(CECORE_ERROR_INVALID_PARAMETER);
         return false;
     }
     try {
@@ -132,7 +132,7 @@ bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszComma
         *o_pInformation = {l_hProcess.Release(), l_ulProcessId};
         return true;
     } catch (const std::bad_alloc&) {
-        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
         return false;
     }
 }

@@ -1,8 +1,6 @@
 #include "Registry.h"
 
 #include <algorithm>
-#include <cstring>
-#include <cwctype>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,27 +19,7 @@ struct S_REGISTRY
     std::map<std::wstring, Values> mapKeys WIRE_GUARDED_BY(Mutex);
 };
 
-std::wstring Fold(const wchar_t* i_pwszName)
-{
-    std::wstring l_strName = i_pwszName;
-    std::transform(l_strName.begin(), l_strName.end(), l_strName.begin(), [](wchar_t i_c) {
-        return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(i_c)));
-    });
-    return l_strName;
-}
-
-class CRegistryKeyObject final : public CKernelObject
-{
-public:
-    explicit CRegistryKeyObject(std::wstring i_strKey)
-        : CKernelObject(EObjectKind::REGISTRY_KEY), m_strKey(std::move(i_strKey))
-    {
-    }
-    [[nodiscard]] const std::wstring& GetName() const { return m_strKey; }
-
-private:
-    std::wstring m_strKey;
-};
+using CRegistryKeyObject = CHolder<EObjectKind::REGISTRY_KEY, std::wstring>;
 
 } // namespace
 
@@ -51,39 +29,27 @@ void SetRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry, cons
     const auto* l_pcData = static_cast<const unsigned char*>(i_pData);
     auto& l_Registry = Resident<S_REGISTRY>();
     const wire::CLock l_Lock(l_Registry.Mutex);
-    l_Registry.mapKeys[Fold(i_pwszKey)][Fold(i_pwszEntry)].assign(l_pcData, l_pcData + i_ulSize);
-}
-
-void DeleteRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry)
-{
-    auto& l_Registry = Resident<S_REGISTRY>();
-    const wire::CLock l_Lock(l_Registry.Mutex);
-    const auto l_It = l_Registry.mapKeys.find(Fold(i_pwszKey));
-    if (l_It != l_Registry.mapKeys.end()) {
-        l_It->second.erase(Fold(i_pwszEntry));
-        if (l_It->second.empty()) {
-            l_Registry.mapKeys.erase(l_It);
-        }
-    }
+    l_Registry.mapKeys[FoldCase(i_pwszKey)][FoldCase(i_pwszEntry)].assign(l_pcData,
+                                                                          l_pcData + i_ulSize);
 }
 
 uint32_t RegOpenKeyExW(Handle i_hRoot, const wchar_t* i_pwszKey, uint32_t, Handle* o_phKey)
 try {
     if (i_hRoot != HKEY_LOCAL_MACHINE) {
-        return ERROR_INVALID_HANDLE;
+        return CECORE_ERROR_INVALID_HANDLE;
     }
-    std::wstring l_strKey = Fold(i_pwszKey);
+    std::wstring l_strKey = FoldCase(i_pwszKey);
     {
         auto& l_Registry = Resident<S_REGISTRY>();
         const wire::CLock l_Lock(l_Registry.Mutex);
         if (!l_Registry.mapKeys.contains(l_strKey)) {
-            return ERROR_FILE_NOT_FOUND;
+            return CECORE_ERROR_FILE_NOT_FOUND;
         }
     }
     *o_phKey = CreateObject<CRegistryKeyObject>(std::move(l_strKey));
     return *o_phKey == 0 ? GetLastError() : ERROR_SUCCESS;
 } catch (const std::bad_alloc&) {
-    return ERROR_NOT_ENOUGH_MEMORY;
+    return CECORE_ERROR_NOT_ENOUGH_MEMORY;
 }
 
 uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pData,
@@ -91,17 +57,17 @@ uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pDa
 try {
     const auto l_pKey = FindObject<CRegistryKeyObject>(i_hKey, EObjectKind::REGISTRY_KEY);
     if (l_pKey == nullptr) {
-        return ERROR_INVALID_HANDLE;
+        return CECORE_ERROR_INVALID_HANDLE;
     }
     auto& l_Registry = Resident<S_REGISTRY>();
     const wire::CLock l_Lock(l_Registry.Mutex);
-    const auto l_Key = l_Registry.mapKeys.find(l_pKey->GetName());
+    const auto l_Key = l_Registry.mapKeys.find(l_pKey->Get());
     if (l_Key == l_Registry.mapKeys.end()) {
-        return ERROR_FILE_NOT_FOUND;
+        return CECORE_ERROR_FILE_NOT_FOUND;
     }
-    const auto l_It = l_Key->second.find(Fold(i_pwszEntry));
+    const auto l_It = l_Key->second.find(FoldCase(i_pwszEntry));
     if (l_It == l_Key->second.end()) {
-        return ERROR_FILE_NOT_FOUND;
+        return CECORE_ERROR_FILE_NOT_FOUND;
     }
     const auto l_ulSize = static_cast<uint32_t>(l_It->second.size());
     const bool l_bFits = l_ulSize <= *io_pulSize;
@@ -112,12 +78,7 @@ try {
     std::copy(l_It->second.begin(), l_It->second.end(), static_cast<unsigned char*>(o_pData));
     return ERROR_SUCCESS;
 } catch (const std::bad_alloc&) {
-    return ERROR_NOT_ENOUGH_MEMORY;
-}
-
-uint32_t RegCloseKey(Handle i_hKey)
-{
-    return CloseHandle(i_hKey) ? ERROR_SUCCESS : GetLastError();
+    return CECORE_ERROR_NOT_ENOUGH_MEMORY;
 }
 
 } // namespace cecore

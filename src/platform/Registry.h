@@ -15,23 +15,17 @@ inline constexpr uint32_t KEY_READ = 0x20019;
 CECORE_API void SetRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry,
                                  const void* i_pData, uint32_t i_ulSize);
 
-/** Removes a value, and its key with the last one. */
-CECORE_API void DeleteRegistryValue(const wchar_t* i_pwszKey, const wchar_t* i_pwszEntry);
-
 /** Opens a key under HKEY_LOCAL_MACHINE. @return 0 done, else the error number. */
 CECORE_API uint32_t RegOpenKeyExW(Handle i_hRoot, const wchar_t* i_pwszKey, uint32_t i_ulAccess,
                                   Handle* o_phKey);
 
 /**
- * Reads a value.
+ * Reads a value. A key that is open is closed as every handle.
  *
  * @param[in,out] io_pulSize room in bytes; becomes the value's size.
  * @return 0 done, 2 no such value, 234 not enough room (nothing is stored), 6 no such key.
  */
 CECORE_API uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pData,
                                      uint32_t* io_pulSize);
-
-/** Closes a key. @return 0 done, else the error number. */
-CECORE_API uint32_t RegCloseKey(Handle i_hKey);
 
 } // namespace cecore

@@ -61,7 +61,7 @@ public:
                 return WAIT_OBJECT_0;
             }
         }
-        return Fail(ERROR_INVALID_HANDLE);
+        return Fail(CECORE_ERROR_INVALID_HANDLE);
     }
 
     /** Takes it, and sleeps in the waiting room as long as that cannot be done. */
@@ -155,7 +155,7 @@ private:
     {
         do {
             if (IdentityOf(i_ulState) != m_ulIdentity) {
-                ::SetLastError(ERROR_INVALID_HANDLE);
+                ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
                 return false;
             }
         } while (!m_Slot.ulState.compare_exchange_weak(
@@ -176,7 +176,7 @@ S_SLOT* SlotOfKind(Handle i_hObject, uint32_t i_ulKind)
 {
     S_SLOT* l_pSlot = KindOf(i_hObject) == i_ulKind ? SlotOf(i_hObject) : nullptr;
     if (l_pSlot == nullptr) {
-        ::SetLastError(ERROR_INVALID_HANDLE);
+        ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
     }
     return l_pSlot;
 }
@@ -207,7 +207,7 @@ uint32_t WaitForSingleObject(Handle i_hObject, uint32_t i_ulMilliseconds)
     }
     S_SLOT* l_pSlot = SlotOf(i_hObject);
     if (l_pSlot == nullptr) {
-        return Fail(ERROR_INVALID_HANDLE);
+        return Fail(CECORE_ERROR_INVALID_HANDLE);
     }
     CWaitable l_Object(i_hObject, *l_pSlot);
     const uint32_t l_ulResult = l_Object.Try();

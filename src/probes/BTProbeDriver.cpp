@@ -50,7 +50,7 @@ void CBTProbeDriver::ReadConfiguration()
 {
     CConfigFile l_Config;
     CProbeLinkDriver::ReadConfiguration(l_Config);
-    char l_aszBaudRate[k_ulBaudRateSize];
+    char l_aszBaudRate[sizeof(m_wszBaudRate) / sizeof(wchar_t)];
     l_Config.GetString(k_Link.pszLinkType, "BAUD_RATE", "460800", l_aszBaudRate,
                        sizeof(l_aszBaudRate) - 1);
     cecore::Widen(m_wszBaudRate, l_aszBaudRate);

@@ -19,13 +19,10 @@ public:
 private:
     void ReadConfiguration();
 
-    /** Room for the baud rate in characters, terminator included. */
-    static constexpr uint32_t k_ulBaudRateSize = 256;
-
     PFN_PBT_INIT m_pFn_PBTInit = nullptr;
     PFN_PROBE_CLOSE m_pFn_PBTClose = nullptr;
     PFN_PROBE_DEVICEIOCONTROL m_pFn_PBTDeviceIoControl = nullptr;
-    wchar_t m_wszBaudRate[k_ulBaudRateSize] = {};
+    wchar_t m_wszBaudRate[256] = {};
     uint32_t m_ulInitTimeout = 0;
 };
 

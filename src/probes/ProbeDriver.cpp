@@ -34,30 +34,6 @@ std::unique_ptr<T[]> AllocateScratch(size_t i_ulSize)
     return std::unique_ptr<T[]>(new (std::nothrow) T[i_ulSize]());
 }
 
-/** The samples of each channel while a reply is decoded. */
-class CChannelArrays
-{
-public:
-    explicit CChannelArrays(uint32_t i_ulNbChannel)
-        : m_pplSamples(new (std::nothrow) int32_t* [i_ulNbChannel] {}), m_ulNbChannel(i_ulNbChannel)
-    {
-    }
-    CChannelArrays(const CChannelArrays&) = delete;
-    CChannelArrays& operator=(const CChannelArrays&) = delete;
-    ~CChannelArrays()
-    {
-        for (uint32_t l_ul = 0; m_pplSamples != nullptr && l_ul < m_ulNbChannel; ++l_ul) {
-            delete[] m_pplSamples[l_ul];
-        }
-    }
-
-    [[nodiscard]] int32_t** Get() const { return m_pplSamples.get(); }
-
-private:
-    std::unique_ptr<int32_t*[]> m_pplSamples;
-    uint32_t m_ulNbChannel;
-};
-
 /**
  * The mean of one channel of processed samples, truncated towards zero.
  *
@@ -139,10 +115,10 @@ S_RESULT CProbeDriver::StartRollingCmde(uint32_t i_ulVoie, uint32_t i_ulMeasureP
     uint8_t l_aucPayload[k_ulStartSecondPayloadSize];
     wire::WriteLe32(l_aucPayload, i_ulMeasureParam);
     wire::WriteLe32(l_aucPayload + k_ulStartPayloadSize, k_ulStartSecondValue);
+    const bool l_bFirst = i_ulVoie == 0;
     S_SEND_STRUCT l_Cmde =
-        i_ulVoie == 0
-            ? MakeCommand(PROBE_CMDE_START, k_ulReadTimeout, k_ulStartPayloadSize)
-            : MakeCommand(PROBE_CMDE_START_SECOND, k_ulReadTimeout, k_ulStartSecondPayloadSize);
+        MakeCommand(l_bFirst ? PROBE_CMDE_START : PROBE_CMDE_START_SECOND, k_ulReadTimeout,
+                    l_bFirst ? k_ulStartPayloadSize : k_ulStartSecondPayloadSize);
     int32_t l_lProcessedDataSize = 0;
     return RunRollingCmde(l_Cmde, l_aucPayload, &l_lProcessedDataSize);
 }
@@ -282,16 +258,18 @@ bool CProbeDriver::DecodeInterleaved(const uint8_t* i_pucData, uint16_t i_usData
                            L"allocation error");
         return false;
     }
-    const CChannelArrays o_plProcessedData_Voie(m_ulNbChannel);
-    if (o_plProcessedData_Voie.Get() == nullptr) {
+    const auto o_plProcessedData_Voie = AllocateScratch<std::unique_ptr<int32_t[]>>(m_ulNbChannel);
+    if (o_plProcessedData_Voie == nullptr) {
         Trace(ERROR_LEVEL, L"CProbeDriver::RollingCmdeResultManagement> Extended command "
                            L"o_plProcessedData_Voie allocation error");
         return false;
     }
     // A code takes a byte at least, so that no channel has more samples than there are bytes.
+    int32_t* l_aplArrays[std::size(m_alCoefLowRange)] = {};
     for (uint32_t l_ul = 0; l_ul < m_ulNbChannel; ++l_ul) {
-        o_plProcessedData_Voie.Get()[l_ul] = new (std::nothrow) int32_t[i_usDataSize];
-        if (o_plProcessedData_Voie.Get()[l_ul] == nullptr) {
+        o_plProcessedData_Voie[l_ul].reset(new (std::nothrow) int32_t[i_usDataSize]);
+        l_aplArrays[l_ul] = o_plProcessedData_Voie[l_ul].get();
+        if (l_aplArrays[l_ul] == nullptr) {
             Trace(ERROR_LEVEL,
                   L"CProbeDriver::RollingCmdeResultManagement> Extended command "
                   L"o_plProcessedData_Voie[%d] allocation error",
@@ -299,8 +277,8 @@ bool CProbeDriver::DecodeInterleaved(const uint8_t* i_pucData, uint16_t i_usData
             return false;
         }
     }
-    DecompressSamplesMultiChannel(i_pucData, i_usDataSize, o_plProcessedData_Voie.Get(),
-                                  m_ulNbChannel, l_lProcessedDataSize.get(), i_usDataSize);
+    DecompressSamplesMultiChannel(i_pucData, i_usDataSize, l_aplArrays, m_ulNbChannel,
+                                  l_lProcessedDataSize.get(), i_usDataSize);
     // The caller's value may be anything: it wraps instead of overflowing.
     auto l_ulSize = static_cast<uint32_t>(*io_plProcessedDataSize);
     int32_t* l_plNext = o_plProcessedData + m_ulNbChannel;
@@ -308,7 +286,7 @@ bool CProbeDriver::DecodeInterleaved(const uint8_t* i_pucData, uint16_t i_usData
         const int32_t l_lCount = l_lProcessedDataSize[l_ul];
         o_plProcessedData[l_ul] = l_lCount;
         l_ulSize += static_cast<uint32_t>(l_lCount) + 1;
-        l_plNext = std::copy_n(o_plProcessedData_Voie.Get()[l_ul], l_lCount, l_plNext);
+        l_plNext = std::copy_n(l_aplArrays[l_ul], l_lCount, l_plNext);
     }
     *io_plProcessedDataSize = static_cast<int32_t>(l_ulSize);
     return true;

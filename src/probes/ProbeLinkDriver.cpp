@@ -48,7 +48,7 @@ void CProbeLinkDriver::ReadConfiguration(CConfigFile& o_Config)
 {
     // A file that cannot be read leaves no keys: every default holds but that of the port.
     m_ucPortNumber =
-        LoadModuleConfiguration(o_Config)
+        LoadModuleConfiguration(o_Config) == cecore::ERROR_SUCCESS
             ? static_cast<uint8_t>(o_Config.GetInt(m_Link.pszLinkType, "PORT_NUMBER", 1))
             : m_Link.ucPortWithoutFile;
     o_Config.GetString(m_Link.pszLinkType, "DRIVER_NAME", m_Link.pszDefaultLibrary, m_szDriverName,

@@ -94,7 +94,7 @@ CIntMeasDriverSimu::CIntMeasDriverSimu()
 {
     SetIdentity(s_ulSimuCounter++, 4000, "IM");
     CConfigFile l_Config;
-    if (LoadModuleConfiguration(l_Config)) {
+    if (LoadModuleConfiguration(l_Config) == cecore::ERROR_SUCCESS) {
         char l_aszFile[k_ulMaxPath];
         l_Config.GetString("IM", "DAT_SIMU_FILE", " ", l_aszFile, sizeof(l_aszFile));
         cecore::Widen(m_wszSimuFile, l_aszFile);
@@ -189,30 +189,26 @@ void CIntMeasDriverSimu::AnswerMeasure(S_EXCHANGE& io_Exchange)
 
 S_RESULT CIntMeasDriverSimu::GetInstantMeasure(int32_t* o_plValue, uint32_t, uint8_t, uint32_t)
 {
-    if (o_plValue == nullptr) {
-        return MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_NONE, 1);
-    }
-    *o_plValue = k_lMeasure;
-    cecore::Sleep(k_ulMeasureTime);
-    return MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_NONE);
+    S_EXCHANGE l_Exchange{.plProcessedData = o_plValue,
+                          .Result = MakeResult(TORNVAL_DRIVER_BOARD, TORNVAL_STEP_NONE)};
+    AnswerMeasure(l_Exchange);
+    return l_Exchange.Result;
 }
 
 void CIntMeasDriverSimu::GetSimuUpload(S_EXCHANGE& io_Exchange)
 {
     cecore::Sleep(k_ulUploadHalfTime);
     std::memset(io_Exchange.pcRawData, 0, io_Exchange.ulRoom);
-    if (io_Exchange.plProcessedData != nullptr) {
-        if (io_Exchange.plProcessedDataSize == nullptr) {
-            io_Exchange.Fail();
-        } else {
-            *io_Exchange.plProcessedDataSize = 0;
-            if (m_vdChannel2.empty()) {
-                LoadSimuFile(m_wszSimuFile, m_vdFileColumn0, m_vdChannel0, m_vdChannel1,
-                             m_vdChannel2);
-            }
-            if (!m_vdChannel2.empty()) {
-                DeliverBlock(io_Exchange.plProcessedDataSize, io_Exchange.plProcessedData);
-            }
+    int32_t* l_plSize = io_Exchange.plProcessedDataSize;
+    if (io_Exchange.plProcessedData != nullptr && l_plSize == nullptr) {
+        io_Exchange.Fail();
+    } else if (io_Exchange.plProcessedData != nullptr) {
+        *l_plSize = 0;
+        if (m_vdChannel2.empty()) {
+            LoadSimuFile(m_wszSimuFile, m_vdFileColumn0, m_vdChannel0, m_vdChannel1, m_vdChannel2);
+        }
+        if (!m_vdChannel2.empty()) {
+            DeliverBlock(l_plSize, io_Exchange.plProcessedData);
         }
     }
     cecore::Sleep(k_ulUploadHalfTime);
@@ -267,7 +263,7 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
     } else {
         l_pcText.reset(new (std::nothrow) char[static_cast<size_t>(l_ulSize) + k_ulSpareBytes]);
         if (l_pcText == nullptr) {
-            ::SetLastError(cecore::ERROR_NOT_ENOUGH_MEMORY);
+            ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);
         }
     }
     if (l_pcText == nullptr) {
@@ -313,7 +309,7 @@ uint32_t CIntMeasDriverSimu::LoadSimuFile(const wchar_t* i_pwszPath,
         for (size_t i = 0; i < l_ulNbColumns; ++i) {
             l_apvdColumns[i]->resize(l_aulBefore[i]);
         }
-        Trace(ERROR_LEVEL, L"Error allocation: LastError=%ld", cecore::ERROR_NOT_ENOUGH_MEMORY);
+        Trace(ERROR_LEVEL, L"Error allocation: LastError=%ld", CECORE_ERROR_NOT_ENOUGH_MEMORY);
         return 0;
     }
     return 1;

@@ -1,6 +1,5 @@
 #include "support/ConfigFile.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <new>
 
@@ -14,10 +13,6 @@ std::string ReadAll(std::FILE* i_pFile)
 {
     constexpr size_t k_ulPiece = 65536;
     std::string l_strText;
-    if (std::fseek(i_pFile, 0, SEEK_END) == 0) {
-        l_strText.reserve(static_cast<size_t>(std::max(std::ftell(i_pFile), 0L)) + k_ulPiece);
-        std::rewind(i_pFile);
-    }
     size_t l_ulRead = 0;
     do {
         const size_t l_ulBefore = l_strText.size();

@@ -10,9 +10,6 @@
 
 namespace tornval {
 
-using wire::S_CONFIG_KEY;
-using wire::S_CONFIG_SECTION;
-
 /** The model of a configuration file (ConfigText.h), with its questions, loaded by a path. */
 class CConfigFile : public wire::CConfigText
 {

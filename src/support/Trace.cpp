@@ -104,16 +104,7 @@ CTraceLog::~CTraceLog()
     }
 }
 
-CTraceLogFile::CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel) : CTraceLog(i_usLevel)
-{
-    if (i_pszPath != nullptr) {
-        m_pszPath = cecore::MakeSystemPath(i_pszPath);
-        m_bPathHeld = m_pszPath != nullptr;
-    }
-    Reset();
-}
-
-void CTraceLogFile::WriteLine(const wchar_t* i_pwszText)
+void CTraceLogBytes::WriteLine(const wchar_t* i_pwszText)
 {
     char l_acLine[k_ulTextSize];
     if (i_pwszText != nullptr) {
@@ -121,9 +112,18 @@ void CTraceLogFile::WriteLine(const wchar_t* i_pwszText)
     }
 }
 
-void CTraceLogFile::WriteOwnText(wchar_t* io_pwszText)
+void CTraceLogBytes::WriteOwnText(wchar_t* io_pwszText)
 {
     WriteNarrow(NarrowLine(reinterpret_cast<char*>(io_pwszText), io_pwszText));
+}
+
+CTraceLogFile::CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel) : CTraceLogBytes(i_usLevel)
+{
+    if (i_pszPath != nullptr) {
+        m_pszPath = cecore::MakeSystemPath(i_pszPath);
+        m_bPathHeld = m_pszPath != nullptr;
+    }
+    Reset();
 }
 
 void CTraceLogFile::WriteNarrow(std::string_view i_strLine)
@@ -155,21 +155,8 @@ void CTraceLogFile::Reset()
 }
 
 CTraceLogConsole::CTraceLogConsole(uint16_t i_usLevel)
-    : CTraceLog(i_usLevel), m_bOutput(cecore::HasStandardOutput())
+    : CTraceLogBytes(i_usLevel), m_bOutput(cecore::HasStandardOutput())
 {
-}
-
-void CTraceLogConsole::WriteLine(const wchar_t* i_pwszText)
-{
-    char l_acLine[k_ulTextSize];
-    if (i_pwszText != nullptr) {
-        WriteNarrow(NarrowLine(l_acLine, i_pwszText));
-    }
-}
-
-void CTraceLogConsole::WriteOwnText(wchar_t* io_pwszText)
-{
-    WriteNarrow(NarrowLine(reinterpret_cast<char*>(io_pwszText), io_pwszText));
 }
 
 void CTraceLogConsole::WriteNarrow(std::string_view i_strLine)
@@ -183,7 +170,7 @@ void CTraceLogConsole::WriteNarrow(std::string_view i_strLine)
         const size_t l_ulHead =
             cecore::FormatNarrow(l_aszHead, k_ulHeadSize, "[%.ld]", cecore::GetTickCount());
         return cecore::WriteToConsole(stdout, {l_aszHead, l_ulHead}, i_strText, i_ulMilliseconds) ||
-               cecore::GetLastError() != cecore::ERROR_TIMEOUT;
+               cecore::GetLastError() != CECORE_ERROR_TIMEOUT;
     };
     if (m_ulDropped != 0) {
         char l_aszLost[64];

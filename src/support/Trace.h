@@ -56,24 +56,35 @@ protected:
     uint16_t m_usLevel;
 };
 
+/** A logger whose output takes bytes: what file and console have in common. */
+class CTraceLogBytes : public CTraceLog
+{
+public:
+    using CTraceLog::CTraceLog;
+
+    void WriteLine(const wchar_t* i_pwszText) final;
+    void WriteOwnText(wchar_t* io_pwszText) final;
+
+private:
+    /** @param i_strLine with its line end. */
+    virtual void WriteNarrow(std::string_view i_strLine) = 0;
+};
+
 /**
  * Logger into a file that is opened, written and closed for each line. A file that cannot be opened
  * loses the line without a word; so does one that is no regular file, or a symbolic link.
  */
-class CTraceLogFile final : public CTraceLog
+class CTraceLogFile final : public CTraceLogBytes
 {
 public:
     /** @param i_pszPath path in the target's form, copied; null: no output. Empties the file. */
     CTraceLogFile(const char* i_pszPath, uint16_t i_usLevel);
 
-    void WriteLine(const wchar_t* i_pwszText) override;
-    void WriteOwnText(wchar_t* io_pwszText) override;
     void Reset() override;
     [[nodiscard]] bool IsWhole() const override { return CTraceLog::IsWhole() && m_bPathHeld; }
 
 private:
-    /** @param i_strLine with its line end. */
-    void WriteNarrow(std::string_view i_strLine);
+    void WriteNarrow(std::string_view i_strLine) override;
 
     /** As this system has it: a line takes little of its caller's stack. */
     std::unique_ptr<char[]> m_pszPath;
@@ -85,18 +96,15 @@ private:
  * lines are dropped and counted until it is read again. A process that was started without a standard
  * output has none.
  */
-class CTraceLogConsole final : public CTraceLog
+class CTraceLogConsole final : public CTraceLogBytes
 {
 public:
     explicit CTraceLogConsole(uint16_t i_usLevel);
 
-    void WriteLine(const wchar_t* i_pwszText) override;
-    void WriteOwnText(wchar_t* io_pwszText) override;
     void Reset() override {}
 
 private:
-    /** @param i_strLine with its line end. */
-    void WriteNarrow(std::string_view i_strLine);
+    void WriteNarrow(std::string_view i_strLine) override;
 
     bool m_bOutput;
     uint32_t m_ulDropped = 0;

@@ -65,18 +65,17 @@ public:
     }
 
 private:
-    bool Answer(uint32_t i_ulCode, const void* i_pIn, uint32_t, void* o_pOut, uint32_t,
-                uint32_t* o_pulReturned)
+    bool Answer(const tornval::S_CONTROL& i_Control)
     {
-        auto* l_pucOut = static_cast<uint8_t*>(o_pOut);
-        if (i_ulCode == IOCTL_RS_SEND_COMMAND) {
+        auto* l_pucOut = static_cast<uint8_t*>(i_Control.pOut);
+        if (i_Control.ulCode == IOCTL_RS_SEND_COMMAND) {
             wire::WriteLe32(l_pucOut, 0);
-            return ::SetEvent(wire::ReadLe32(static_cast<const uint8_t*>(i_pIn) +
+            return ::SetEvent(wire::ReadLe32(static_cast<const uint8_t*>(i_Control.pIn) +
                                              RS_BLOCK_EVENT_OFFSET)) != 0;
         }
         std::memset(l_pucOut, 0, 64);
         l_pucOut[16] = 1;
-        *o_pulReturned = 30;
+        *i_Control.pulReturned = 30;
         return true;
     }
 

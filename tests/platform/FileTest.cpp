@@ -53,7 +53,7 @@ TEST(Files, AreFoundByTheTargetsPaths)
         const CUniqueHandle l_hFile(OpenWide(l_Case.strTarget));
         if (l_Case.pszFile == nullptr) {
             EXPECT_EQ(l_hFile.Get(), INVALID_HANDLE_VALUE);
-            EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+            EXPECT_EQ(GetLastError(), CECORE_ERROR_FILE_NOT_FOUND);
         } else {
             EXPECT_EQ(l_Home.Read(l_Case.pszFile), "text");
             EXPECT_EQ(GetFileSize(l_hFile.Get(), nullptr), 4U);
@@ -80,7 +80,7 @@ TEST(Files, ThatCouldBlockOrNeverEndAreRefused)
                          : l_lRoad == 2 ? AppendToFile(l_psz, "x", "y")
                                         : EmptyFile(l_psz))
                 << l_lRoad << " " << l_psz;
-            EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << l_lRoad << " " << l_psz;
+            EXPECT_EQ(GetLastError(), CECORE_ERROR_ACCESS_DENIED) << l_lRoad << " " << l_psz;
         }
     }
 }

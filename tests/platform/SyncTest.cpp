@@ -43,7 +43,7 @@ TEST(Handles, AClosedOneReachesNoOther)
     for (const Handle l_hLate : l_Closed) {
         SetLastError(0);
         ASSERT_EQ(SetEvent(l_hLate), 0);
-        ASSERT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        ASSERT_EQ(GetLastError(), CECORE_ERROR_INVALID_HANDLE);
     }
     for (const CUniqueHandle& l_hEvent : l_vOpen) {
         ASSERT_EQ(WaitForSingleObject(l_hEvent.Get(), 0), WAIT_TIMEOUT);
@@ -77,7 +77,7 @@ TEST(Waits, EndWhenTheObjectIsClosed)
         EXPECT_TRUE(CloseHandle(l_hObject));
         l_Waiter.join();
         EXPECT_EQ(l_ulResult, WAIT_FAILED);
-        EXPECT_EQ(l_ulError, ERROR_INVALID_HANDLE);
+        EXPECT_EQ(l_ulError, CECORE_ERROR_INVALID_HANDLE);
     }
     kill(static_cast<pid_t>(l_Process.ulProcessId), SIGKILL);
 }

@@ -43,7 +43,7 @@ TEST(Devices, AreFoundByNameUsedAndClosed)
 {
     const auto l_pDevice = std::make_shared<CEchoDevice>();
     EXPECT_EQ(OpenDevice(), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetLastError(), CECORE_ERROR_FILE_NOT_FOUND);
     RegisterDevice(L"Imb1:", l_pDevice);
     EXPECT_EQ(OpenDevice(), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), 170U) << "the device's own reason";
@@ -69,7 +69,7 @@ TEST(Devices, AreFoundByNameUsedAndClosed)
     EXPECT_EQ(l_ulReturned, 77U);
     CloseHandle(l_hDevice);
     EXPECT_FALSE(DeviceIoControl(l_hDevice, 77, nullptr, 0, nullptr, 0, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(GetLastError(), CECORE_ERROR_INVALID_HANDLE);
 }
 
 TEST(Registry, AnswersAsTheSystemDoes)
@@ -86,11 +86,8 @@ TEST(Registry, AnswersAsTheSystemDoes)
     EXPECT_TRUE(l_ulSize == 4 && l_ulValue == 9) << "the room that it takes, and nothing stored";
     EXPECT_EQ(RegQueryValueExW(l_hKey, L"UNIT", &l_ulValue, &l_ulSize), 0U);
     EXPECT_TRUE(l_ulSize == 4 && l_ulValue == 3);
-    DeleteRegistryValue(L"drivers\\imb", L"unit");
-    EXPECT_EQ(RegQueryValueExW(l_hKey, L"Unit", nullptr, &l_ulSize), 2U);
-    EXPECT_EQ(RegCloseKey(l_hKey), 0U);
-    EXPECT_EQ(RegCloseKey(l_hKey), 6U);
-    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Drivers\\Imb", 0, &l_hKey), 2U) << "it is gone";
+    EXPECT_TRUE(CloseHandle(l_hKey));
+    EXPECT_EQ(RegQueryValueExW(l_hKey, L"unit", &l_ulValue, &l_ulSize), 6U);
 }
 
 TEST(Memory, IsReportedAtTheTargetsScale)

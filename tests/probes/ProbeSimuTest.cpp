@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "TestRecord.h"
-#include "simulation/USBProbeDriverSimu.h"
+#include "simulation/ProbeDriverSimu.h"
 
 using namespace tornval;
 

@@ -1,15 +1,15 @@
-#include "simulation/BTProbeDriverSimu.h"
+#include "simulation/ProbeDriverSimu.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <optional>
 
 #include "platform/Clock.h"
 
 namespace tornval {
 namespace {
 
-constexpr uint32_t k_ulBaseID = 2000;
 constexpr uint32_t k_ulDelayMs = 20;
 
 /** Head of the canned reply: a read of 798 bytes, and the first of them, a step of 63 down. */
@@ -19,7 +19,24 @@ constexpr uint32_t k_ulDataSize = 798;
 constexpr uint8_t k_ucStill = 0x80;
 constexpr uint32_t k_ulReplySize = k_ulProbeHeaderSize + k_ulDataSize + 1;
 
-std::atomic<uint32_t> s_ulCounter{0};
+std::atomic<uint32_t> s_ulBTCounter{0};
+std::atomic<uint32_t> s_ulUSBCounter{0};
+
+/** Bytes of the reply to a command; nothing for a command that is refused. */
+std::optional<uint32_t> ReplySize(int8_t i_cCmdeID)
+{
+    switch (i_cCmdeID) {
+    case PROBE_CMDE_READ_BOTH:
+    case PROBE_CMDE_READ:
+        return k_ulReplySize;
+    case PROBE_CMDE_START:
+    case PROBE_CMDE_STOP:
+    case PROBE_CMDE_START_SECOND:
+        return 0;
+    default:
+        return std::nullopt;
+    }
+}
 
 } // namespace
 
@@ -27,10 +44,14 @@ CBTProbeDriverSimu::CBTProbeDriverSimu()
 {
     ScaleInBulk<CProbeDriver>(this);
     m_ulDriverType = TORNVAL_DRIVER_BT_PROBE;
-    SetIdentity(s_ulCounter++, k_ulBaseID, "BT");
+    SetIdentity(s_ulBTCounter++, 2000, "BT");
 }
 
-CBTProbeDriverSimu::~CBTProbeDriverSimu() = default;
+CUSBProbeDriverSimu::CUSBProbeDriverSimu()
+{
+    ScaleInBulk<CProbeDriver>(this);
+    SetIdentity(s_ulUSBCounter++, 3000, "USB");
+}
 
 S_RESULT CBTProbeDriverSimu::Init()
 {
@@ -47,52 +68,29 @@ S_RESULT CBTProbeDriverSimu::Close()
 S_RESULT CBTProbeDriverSimu::SendCommand(S_SEND_STRUCT* i_pCmde, S_RECEIVE_STRUCT* o_pReceiveStruct,
                                          const void*, uint8_t)
 {
-    S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_BT_PROBE, TORNVAL_STEP_SEND, 1);
     if (i_pCmde == nullptr) {
-        return l_Result;
+        return MakeResult(TORNVAL_DRIVER_BT_PROBE, TORNVAL_STEP_SEND, 1);
     }
     m_cLastCmdeID = static_cast<int8_t>(i_pCmde->CmdeID);
-    uint32_t l_ulNbReturnByte = 0;
-    switch (m_cLastCmdeID) {
-    case PROBE_CMDE_READ_BOTH:
-    case PROBE_CMDE_READ:
-        l_ulNbReturnByte = k_ulReplySize;
-        break;
-    case PROBE_CMDE_START:
-    case PROBE_CMDE_STOP:
-    case PROBE_CMDE_START_SECOND:
-        break;
-    default:
-        return l_Result;
+    const std::optional<uint32_t> l_oulSize = ReplySize(m_cLastCmdeID);
+    if (!l_oulSize || o_pReceiveStruct == nullptr) {
+        return MakeResult(TORNVAL_DRIVER_BT_PROBE, TORNVAL_STEP_SEND, 1);
     }
-    if (o_pReceiveStruct != nullptr) {
-        FillReceive(o_pReceiveStruct, 0, l_ulNbReturnByte);
-        l_Result.ulStatus = 0;
-    }
-    return l_Result;
+    FillReceive(o_pReceiveStruct, 0, *l_oulSize);
+    return MakeResult(TORNVAL_DRIVER_BT_PROBE, TORNVAL_STEP_SEND);
 }
 
 S_RESULT CBTProbeDriverSimu::GetResult(uint32_t i_ulNbReturnByte, char* o_pcRawData,
                                        int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData,
                                        uint32_t, uint8_t)
 {
-    S_RESULT l_Result = MakeResult(TORNVAL_DRIVER_BT_PROBE, TORNVAL_STEP_RESULT, 1);
-    if (o_pcRawData == nullptr) {
-        return l_Result;
-    }
-    switch (m_cLastCmdeID) {
-    case PROBE_CMDE_START:
-    case PROBE_CMDE_STOP:
-    case PROBE_CMDE_START_SECOND:
-        l_Result.ulStatus = 0;
-        return l_Result;
-    case PROBE_CMDE_READ_BOTH:
-    case PROBE_CMDE_READ:
+    const std::optional<uint32_t> l_oulSize = ReplySize(m_cLastCmdeID);
+    if (o_pcRawData != nullptr && l_oulSize.value_or(0) != 0) {
         return GenerateRollingSamples(i_ulNbReturnByte, o_pcRawData, o_plProcessedDataSize,
                                       o_plProcessedData);
-    default:
-        return l_Result;
     }
+    return MakeResult(TORNVAL_DRIVER_BT_PROBE, TORNVAL_STEP_RESULT,
+                      o_pcRawData == nullptr || !l_oulSize ? 1 : 0);
 }
 
 S_RESULT CBTProbeDriverSimu::GenerateRollingSamples(uint32_t i_ulNbReturnByte, char* o_pcRawData,

@@ -1,6 +1,6 @@
 /**
- * @file BTProbeDriverSimu.h
- * @brief Simulated probe over Bluetooth: the same canned reply to every read, no device.
+ * @file ProbeDriverSimu.h
+ * @brief Simulated probes: the same canned reply to every read, no device.
  */
 #pragma once
 
@@ -16,7 +16,6 @@ class CBTProbeDriverSimu : public CProbeDriver
 {
 public:
     CBTProbeDriverSimu();
-    ~CBTProbeDriverSimu() override;
 
     /** Sets the flag; always succeeds. */
     S_RESULT Init() override;
@@ -41,6 +40,13 @@ public:
 private:
     S_RESULT GenerateRollingSamples(uint32_t i_ulNbReturnByte, char* o_pcRawData,
                                     int32_t* o_plProcessedDataSize, int32_t* o_plProcessedData);
+};
+
+/** A simulated Bluetooth probe under another name: its records keep the Bluetooth driver type. */
+class CUSBProbeDriverSimu final : public CBTProbeDriverSimu
+{
+public:
+    CUSBProbeDriverSimu();
 };
 
 } // namespace tornval
