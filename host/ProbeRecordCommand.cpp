@@ -10,9 +10,9 @@ namespace host {
 
 namespace {
 
-constexpr uint32_t k_ulTimeout = 5000;
+constexpr uint32_t k_ulReadTimeout = 5000;
 constexpr uint32_t k_ulStopTimeout = 1000;
-constexpr uint8_t k_ucStop = 34;
+constexpr uint8_t k_ucStopRecord = 34;
 
 struct S_RECORD_OPTIONS
 {
@@ -46,10 +46,11 @@ public:
         if (m_Options.ulChannel == 1) {
             AppendWord(l_vPayload, 3);
         }
-        m_Exchange.RunOrThrow(m_Probe, m_Options.ulChannel == 0 ? 32 : 64, l_vPayload, k_ulTimeout);
+        m_Exchange.RunOrThrow(m_Probe, m_Options.ulChannel == 0 ? 32 : 64, l_vPayload,
+                              k_ulReadTimeout);
     }
 
-    void Stop() { m_Exchange.RunOrThrow(m_Probe, k_ucStop, {}, k_ulStopTimeout); }
+    void Stop() { m_Exchange.RunOrThrow(m_Probe, k_ucStopRecord, {}, k_ulStopTimeout); }
 
     /** Reads until the number is reached or a signal asks to stop. */
     void Read(CTableOutput& io_Table)
@@ -84,7 +85,7 @@ private:
     void ReadOnce(CTableOutput& io_Table)
     {
         const S_RESULT l_Result =
-            m_Exchange.Run(m_Probe, m_Options.ulChannel == 0 ? 33 : 1, 0, {}, k_ulTimeout);
+            m_Exchange.Run(m_Probe, m_Options.ulChannel == 0 ? 33 : 1, 0, {}, k_ulReadTimeout);
         const bool l_bCarriesSamples = l_Result.ulStep == TORNVAL_STEP_RESULT &&
                                        (l_Result.ulFwStatus == 44 || l_Result.ulFwStatus == 48);
         if (l_Result.ulStatus != 0) {

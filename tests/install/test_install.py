@@ -119,6 +119,38 @@ class InstallTest(unittest.TestCase):
                                     **environment)
         self.assertEqual(where.strip(), str(self.lib))
 
+    def test_pip_installs_the_module(self):
+        venv, source = self.scratch / "venv", self.scratch / "module"
+        python = venv / "bin/python"
+        self.run_in_scratch(sys.executable, "-m", "venv", "--without-pip", "--system-site-packages",
+                            venv)
+        # pip writes beside what it builds.
+        shutil.copytree(SOURCE / "bindings/python", source)
+        self.run_in_scratch(python, "-m", "pip", "install", "--no-index", "--no-build-isolation",
+                            source)
+        listed = self.run_in_scratch(
+            python, "-c", "import importlib.metadata as m\nfor f in m.files('tornval'): print(f)")
+        self.assertEqual({line for line in listed.split() if line.startswith("tornval/")
+                          and "__pycache__" not in line},
+                         {f"tornval/{file.name}" for file in (SOURCE / "bindings/python/tornval")
+                          .iterdir() if file.suffix == ".py" or file.name == "py.typed"})
+        # The libraries of a build are found by the variable, those in the environment by themselves.
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", venv, "--component", "runtime"],
+                       check=True, stdout=subprocess.DEVNULL)
+        (self.scratch / "test_host.py").write_text(
+            "import tornval\n"
+            "def test_host(tornval_emulator, tornval_instrument):\n"
+            "    assert tornval_instrument.measure(2) == 3002\n"
+            "    print(tornval.__file__, tornval.library_folder())\n"
+            "    print((tornval_emulator.home / 'TornvalC63.ini').read_text())\n")
+        for variable, folder, links in [
+                (str(BUILD / "lib"), BUILD / "lib", BUILD / "links"),
+                ("", venv / "lib", venv / "lib/tornval/links")]:
+            told = self.run_in_scratch(python, "-m", "pytest", "-q", "-s", "-p", "no:cacheprovider",
+                                       "test_host.py", TORNVAL_LIBRARY_DIR=variable)
+            self.assertRegex(told, rf"{venv}/lib/python\S+/tornval/__init__.py {folder}\n")
+            self.assertIn(f"DRIVER_NAME={links}/virtual_link.so\n", told)
+
     def test_the_header_suits_cffi(self):
         import cffi
 

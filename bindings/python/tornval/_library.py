@@ -5,6 +5,7 @@ from __future__ import annotations
 import _ctypes
 import ctypes
 import os
+import sys
 from ctypes import POINTER, c_char, c_char_p, c_double, c_int32, c_uint8, c_uint32, c_void_p
 from pathlib import Path
 from typing import Any, Dict, List, NamedTuple, Optional, Tuple
@@ -94,42 +95,47 @@ _WORDING: _Declarations = {
 _CORE: _Declarations = {
     "CeGetVersion": (c_char_p, []),
     "CeGetReasons": (c_uint32, [POINTER(ReasonRecord), c_uint32]),
+    "CeGetPath": (c_uint32, [c_uint32, *_TEXT]),
 }
 
 try:
-    # Written by the build; both are seen from the folder of this module.
-    from ._place import LIBRARY_FOLDER, LINKS_FOLDER  # type: ignore[import]
+    # Written by the build; seen from the folder of this module.
+    from ._place import LIBRARY_FOLDER  # type: ignore[import]
 except ImportError:
-    LIBRARY_FOLDER, LINKS_FOLDER = None, None
+    LIBRARY_FOLDER = None
 
-_HERE = Path(__file__).resolve().parent
+_MAJOR = __version__.split(".")[0]
+_LINKS = 1  # CECORE_PATH_LINKS
 
 
 def library_folder() -> Optional[Path]:
-    """Folder of the libraries: TORNVAL_LIBRARY_DIR, else the one of this installation; None leaves
-    it to the system's search."""
+    """Folder of the libraries: the one that TORNVAL_LIBRARY_DIR names; else that of the installation
+    or build that brought this module; else lib of the Python installation, as of a virtual
+    environment; None leaves it to the system's search."""
     named = os.environ.get("TORNVAL_LIBRARY_DIR")
     if named:
         return Path(named)
-    if LIBRARY_FOLDER is not None:
-        folder = Path(_HERE, LIBRARY_FOLDER).resolve()
-        if folder.is_dir():
-            return folder
+    near = [Path(__file__).resolve().parent / str(LIBRARY_FOLDER)] if LIBRARY_FOLDER else []
+    for folder in [*near, Path(sys.prefix, "lib"), Path(sys.prefix, "lib64")]:
+        if (folder / f"libTornvalC63.so.{_MAJOR}").exists():
+            return folder.resolve()
     return None
 
 
 def link_library(name: str) -> str:
-    """Path of a link library of this installation, or its bare name for the loader to look for."""
-    named = os.environ.get("TORNVAL_LIBRARY_DIR")
-    for folder in ([Path(named) / "tornval/links", Path(named) / "../links"] if named else
-                   [_HERE / (LINKS_FOLDER or ".")]):
-        if (folder / name).is_file():
-            return str((folder / name).resolve())
+    """Path of a link library of ours: an installed one, else one of the build that the libraries are
+    of; else its bare name for the loader to look for."""
+    room = ctypes.create_string_buffer(4096)
+    core.CeGetPath(_LINKS, room, len(room))
+    for folder in [os.fsdecode(room.value), str(library_folder() or "") + "/../links"]:
+        file = Path(folder, name)
+        if file.is_file():
+            return str(file.resolve())
     return name
 
 
 def _open(name: str, declarations: _Declarations) -> ctypes.CDLL:
-    file = f"lib{name}.so.{__version__.split('.')[0]}"
+    file = f"lib{name}.so.{_MAJOR}"
     folder = library_folder()
     try:
         library = ctypes.CDLL(str(folder / file) if folder else file)
