@@ -188,6 +188,23 @@ void DecodeChannelWords(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS
     io_Channels.ausRanges[i_ulChannel] = static_cast<uint16_t>(l_ulRange);
 }
 
+/** Calibrates values, none of which saturates. */
+void CalibrateInPlace(int32_t* io_plNext, const int32_t* i_plEnd, const S_CHANNEL_SCALE& i_Scale)
+{
+    const double l_dA = i_Scale.dA;
+    const double l_dB = i_Scale.dB;
+    // A loop of known length: a compiler makes vectors of it.
+    constexpr ptrdiff_t k_lBlock = 8;
+    for (; i_plEnd - io_plNext >= k_lBlock; io_plNext += k_lBlock) {
+        for (ptrdiff_t l_l = 0; l_l < k_lBlock; ++l_l) {
+            io_plNext[l_l] = static_cast<int32_t>(Calibrate(io_plNext[l_l], l_dA, l_dB));
+        }
+    }
+    for (; io_plNext != i_plEnd; ++io_plNext) {
+        *io_plNext = static_cast<int32_t>(Calibrate(*io_plNext, l_dA, l_dB));
+    }
+}
+
 void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
 {
     const bool l_bFits = NeverSaturates(io_Channels.Scaling, io_Channels.ulNbChannel);
@@ -208,9 +225,11 @@ void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io
                 return ScaleSampleValue(i_usValue, l_alCoefs[i_ulRange]);
             });
         } else if (l_bFits) {
-            l_fnDecode([&](uint16_t i_usValue, unsigned) {
-                return static_cast<int32_t>(l_fnCalibrate(i_usValue));
+            int32_t* const l_plFirst = io_Channels.aplNext[l_ul];
+            l_fnDecode([](uint16_t i_usValue, unsigned) -> int32_t {
+                return static_cast<int16_t>(i_usValue);
             });
+            CalibrateInPlace(l_plFirst, io_Channels.aplNext[l_ul], l_Scale);
         } else {
             l_fnDecode([&](uint16_t i_usValue, unsigned) {
                 return TruncateToInt32(l_fnCalibrate(i_usValue));
