@@ -36,53 +36,90 @@ constexpr std::array<Table, k_ulNbTables> MakeTables()
 
 constexpr std::array<Table, k_ulNbTables> k_aTables = MakeTables();
 
-/** The remainder of a word that has i_ulTable more bytes behind it in its step. */
-inline uint32_t Look(uint64_t i_ullWord, size_t i_ulTable)
+/** The remainder of i_ulNbBytes bytes, all but the first two as they stand. Bytes are read one by one:
+ *  a load for each is cheaper than taking words apart. */
+template <size_t i_ulNbBytes>
+[[gnu::always_inline]] inline uint32_t Look(uint32_t i_ulHead, const uint8_t* i_pucData)
 {
-    const auto l_fnByte = [i_ullWord](int i_lByte) {
-        return static_cast<uint8_t>(i_ullWord >> (8 * i_lByte));
-    };
-    const Table* l_pTable = k_aTables.data() + i_ulTable;
-    return static_cast<uint32_t>(l_pTable[7][l_fnByte(0)] ^ l_pTable[6][l_fnByte(1)] ^
-                                 l_pTable[5][l_fnByte(2)] ^ l_pTable[4][l_fnByte(3)] ^
-                                 l_pTable[3][l_fnByte(4)] ^ l_pTable[2][l_fnByte(5)] ^
-                                 l_pTable[1][l_fnByte(6)] ^ l_pTable[0][l_fnByte(7)]);
+    // Most of it does not wait for the remainder of the step before, which the head holds.
+    uint32_t l_ulTail = 0;
+#pragma GCC unroll 16
+    for (size_t l_ul = 2; l_ul < i_ulNbBytes; ++l_ul) {
+        l_ulTail ^= k_aTables[i_ulNbBytes - 1 - l_ul][i_pucData[l_ul]];
+    }
+    return l_ulTail ^ k_aTables[i_ulNbBytes - 1][i_ulHead & 0xFFU] ^
+           k_aTables[i_ulNbBytes - 2][i_ulHead >> 8];
 }
 
-/** A step of sixteen bytes, as two words. */
-inline uint32_t LookTwice(uint32_t i_ulCrc, uint64_t i_ullFirst, uint64_t i_ullSecond)
+/** Sixteen bytes, eight, then one at a time. */
+[[gnu::always_inline]] inline uint16_t Continue(uint32_t i_ulCrc, const uint8_t* i_pucData,
+                                                size_t i_ulLength)
 {
-    // Most of the step does not wait for the remainder of the one before.
-    return Look(i_ullSecond, 0) ^ Look(i_ullFirst & ~uint64_t{0xFFFF}, 8) ^
-           k_aTables[15][static_cast<uint8_t>(i_ullFirst ^ i_ulCrc)] ^
-           k_aTables[14][static_cast<uint8_t>((i_ullFirst ^ i_ulCrc) >> 8)];
+    uint32_t l_ulCrc = i_ulCrc;
+    for (; i_ulLength >= 16; i_ulLength -= 16, i_pucData += 16) {
+        l_ulCrc = Look<16>(l_ulCrc ^ ReadLe16(i_pucData), i_pucData);
+    }
+    if (i_ulLength >= 8) {
+        l_ulCrc = Look<8>(l_ulCrc ^ ReadLe16(i_pucData), i_pucData);
+        i_ulLength -= 8;
+        i_pucData += 8;
+    }
+    for (; i_ulLength > 0; --i_ulLength, ++i_pucData) {
+        l_ulCrc = (l_ulCrc >> 8) ^ k_aTables[0][(l_ulCrc ^ *i_pucData) & 0xFFU];
+    }
+    return static_cast<uint16_t>(l_ulCrc);
 }
 
-// A block of sixteen words of eight bytes. P^64 = x^1024 + x^960 + x^128 + 1 is a multiple of the
-// polynomial P, so a word may be added to those 1, 14 and 16 places on and then be dropped: neither
-// table nor multiplication.
+// P^n = x^(16n) + x^(15n) + x^(2n) + 1 is a multiple of the polynomial P where n is a power of two. So a
+// word of n bits may be added to those 1, 14 and 16 places on and then be dropped: neither table nor
+// multiplication. Words of 64 bits run through the frame; those of
+// 32 leave half a block of its end to the tables.
 constexpr size_t k_ulNbWords = 16;
-constexpr size_t k_ulBlock = 8 * k_ulNbWords;
-using Words = std::array<uint64_t, k_ulNbWords>;
+constexpr size_t k_ulBlock = sizeof(uint64_t) * k_ulNbWords;
+template <typename Word>
+using Words = std::array<Word, k_ulNbWords>;
+
+template <typename Word>
+[[gnu::always_inline]] inline Word ReadWord(const uint8_t* i_pucData, size_t i_ulWord)
+{
+    if constexpr (sizeof(Word) == 4) {
+        return ReadLe32(i_pucData + 4 * i_ulWord);
+    } else {
+        return ReadLe64(i_pucData + 8 * i_ulWord);
+    }
+}
+
+template <typename Word>
+[[gnu::always_inline]] inline void WriteWord(uint8_t* o_pucData, size_t i_ulWord, Word i_Word)
+{
+    o_pucData += sizeof(Word) * i_ulWord;
+    WriteLe32(o_pucData, static_cast<uint32_t>(i_Word));
+    if constexpr (sizeof(Word) == 8) {
+        WriteLe32(o_pucData + 4, static_cast<uint32_t>(i_Word >> 32));
+    }
+}
 
 /** Takes the words of the first block, each with all that earlier ones add to it. */
-inline void StartBlocks(Words& o_aullWords, const uint8_t* i_pucFirst)
+template <typename Word>
+[[gnu::always_inline]] inline void StartBlocks(Words<Word>& o_aWords, const uint8_t* i_pucFirst,
+                                               uint32_t i_ulHead)
 {
-    uint64_t l_ullWord = k_usCrcStart;
+    auto l_Word = static_cast<Word>(i_ulHead);
+#pragma GCC unroll 16
     for (size_t l_ul = 0; l_ul < k_ulNbWords; ++l_ul) {
-        l_ullWord ^= ReadLe64(i_pucFirst + 8 * l_ul) ^ (l_ul < 14 ? 0 : o_aullWords[l_ul - 14]);
-        o_aullWords[l_ul] = l_ullWord;
+        l_Word ^= ReadWord<Word>(i_pucFirst, l_ul) ^ (l_ul < 14 ? Word{0} : o_aWords[l_ul - 14]);
+        o_aWords[l_ul] = l_Word;
     }
 }
 
 /** Takes the words of the next block, each with all that earlier ones add to it. */
-inline void TakeBlock(Words& io_aullWords, const uint8_t* i_pucNext)
+inline void TakeBlock(Words<uint64_t>& io_aWords, const uint8_t* i_pucNext)
 {
-    uint64_t l_ullWord = io_aullWords[k_ulNbWords - 1];
+    uint64_t l_ullWord = io_aWords[k_ulNbWords - 1];
     const auto l_fnTake = [&](size_t i_ul, size_t i_ulTwoOn) {
         // At its place stands the word of 16 before, and two places on that of 14 before.
-        l_ullWord ^= ReadLe64(i_pucNext + 8 * i_ul) ^ io_aullWords[i_ul] ^ io_aullWords[i_ulTwoOn];
-        io_aullWords[i_ul] = l_ullWord;
+        l_ullWord ^= ReadLe64(i_pucNext + 8 * i_ul) ^ io_aWords[i_ul] ^ io_aWords[i_ulTwoOn];
+        io_aWords[i_ul] = l_ullWord;
     };
     for (size_t l_ul = 0; l_ul < k_ulNbWords - 2; l_ul += 2) {
         l_fnTake(l_ul, l_ul + 2);
@@ -92,21 +129,29 @@ inline void TakeBlock(Words& io_aullWords, const uint8_t* i_pucNext)
     l_fnTake(15, 1);
 }
 
-/** The remainder of the last block, of which nothing is dropped. */
-inline uint32_t EndWithBlock(const Words& i_aullWords, const uint8_t* i_pucLast)
+/** What the words of a block add to the next one, which is the last, and that block itself. */
+template <typename Word>
+[[gnu::always_inline]] inline void EndBlocks(const Words<Word>& i_aWords, const uint8_t* i_pucLast,
+                                             uint8_t* o_pucRest)
 {
-    uint32_t l_ulCrc = 0;
-    uint64_t l_ullBefore = i_aullWords[k_ulNbWords - 1];
-    for (size_t l_ul = 0; l_ul < k_ulNbWords; l_ul += 2) {
-        const bool l_bTwoOn = l_ul + 2 < k_ulNbWords;
-        const uint64_t l_ullFirst = l_ullBefore ^ ReadLe64(i_pucLast + 8 * l_ul) ^
-                                    i_aullWords[l_ul] ^ (l_bTwoOn ? i_aullWords[l_ul + 2] : 0);
-        const uint64_t l_ullSecond = ReadLe64(i_pucLast + 8 * l_ul + 8) ^ i_aullWords[l_ul + 1] ^
-                                     (l_bTwoOn ? i_aullWords[l_ul + 3] : 0);
-        l_ulCrc = LookTwice(l_ulCrc, l_ullFirst, l_ullSecond);
-        l_ullBefore = 0;
+#pragma GCC unroll 16
+    for (size_t l_ul = 0; l_ul < k_ulNbWords; ++l_ul) {
+        const Word l_Before = l_ul == 0 ? i_aWords[k_ulNbWords - 1] : Word{0};
+        const Word l_TwoOn = l_ul + 2 < k_ulNbWords ? i_aWords[l_ul + 2] : Word{0};
+        const Word l_Word = static_cast<Word>(ReadWord<Word>(i_pucLast, l_ul) ^ l_Before ^
+                                              i_aWords[l_ul] ^ l_TwoOn);
+        WriteWord(o_pucRest, l_ul, l_Word);
     }
-    return l_ulCrc;
+}
+
+/** Drops the first half of two blocks of that word. */
+template <typename Word>
+[[gnu::always_inline]] inline void DropHalf(const uint8_t* i_pucData, uint32_t i_ulHead,
+                                            uint8_t* o_pucRest)
+{
+    Words<Word> l_aWords;
+    StartBlocks<Word>(l_aWords, i_pucData, i_ulHead);
+    EndBlocks<Word>(l_aWords, i_pucData + sizeof(Word) * k_ulNbWords, o_pucRest);
 }
 
 constexpr S_CRC_FORM k_aForms[] = {
@@ -135,35 +180,38 @@ const S_CRC_FORM* ChooseForm()
 
 uint16_t ContinueCrc(uint32_t i_ulCrc, const uint8_t* i_pucData, size_t i_ulLength)
 {
-    uint32_t l_ulCrc = i_ulCrc;
-    for (; i_ulLength >= 16; i_ulLength -= 16, i_pucData += 16) {
-        l_ulCrc = LookTwice(l_ulCrc, ReadLe64(i_pucData), ReadLe64(i_pucData + 8));
-    }
-    if (i_ulLength >= 8) {
-        l_ulCrc = Look(ReadLe64(i_pucData) ^ l_ulCrc, 0);
-        i_ulLength -= 8;
-        i_pucData += 8;
-    }
-    for (; i_ulLength > 0; --i_ulLength, ++i_pucData) {
-        l_ulCrc = (l_ulCrc >> 8) ^ k_aTables[0][(l_ulCrc ^ *i_pucData) & 0xFFU];
-    }
-    return static_cast<uint16_t>(l_ulCrc);
+    return Continue(i_ulCrc, i_pucData, i_ulLength);
 }
+
+namespace {
+
+[[gnu::noinline]] uint16_t ComputeInBlocks(const uint8_t* i_pucData, size_t i_ulLength)
+{
+    uint8_t l_aucLess[k_ulBlock / 2];
+    size_t l_ulUsed = k_ulBlock;
+    if (i_ulLength < 2 * k_ulBlock) {
+        DropHalf<uint32_t>(i_pucData, k_usCrcStart, l_aucLess);
+    } else {
+        uint8_t l_aucRest[k_ulBlock];
+        Words<uint64_t> l_aullWords;
+        StartBlocks(l_aullWords, i_pucData, k_usCrcStart);
+        for (; i_ulLength - l_ulUsed >= 2 * k_ulBlock; l_ulUsed += k_ulBlock) {
+            TakeBlock(l_aullWords, i_pucData + l_ulUsed);
+        }
+        EndBlocks(l_aullWords, i_pucData + l_ulUsed, l_aucRest);
+        l_ulUsed += k_ulBlock;
+        DropHalf<uint32_t>(l_aucRest, 0, l_aucLess);
+    }
+    const uint32_t l_ulCrc = Continue(0, l_aucLess, sizeof(l_aucLess));
+    return Continue(l_ulCrc, i_pucData + l_ulUsed, i_ulLength - l_ulUsed);
+}
+
+} // namespace
 
 uint16_t ComputeCrcPortable(const uint8_t* i_pucData, size_t i_ulLength)
 {
-    if (i_ulLength < 2 * k_ulBlock) {
-        return ContinueCrc(k_usCrcStart, i_pucData, i_ulLength);
-    }
-    Words l_aullWords;
-    StartBlocks(l_aullWords, i_pucData);
-    size_t l_ulUsed = k_ulBlock;
-    for (; i_ulLength - l_ulUsed >= 2 * k_ulBlock; l_ulUsed += k_ulBlock) {
-        TakeBlock(l_aullWords, i_pucData + l_ulUsed);
-    }
-    const uint32_t l_ulCrc = EndWithBlock(l_aullWords, i_pucData + l_ulUsed);
-    l_ulUsed += k_ulBlock;
-    return ContinueCrc(l_ulCrc, i_pucData + l_ulUsed, i_ulLength - l_ulUsed);
+    return i_ulLength < k_ulBlock ? Continue(k_usCrcStart, i_pucData, i_ulLength)
+                                  : ComputeInBlocks(i_pucData, i_ulLength);
 }
 
 std::span<const S_CRC_FORM> CrcForms()
@@ -179,8 +227,9 @@ void UseCrcForm(const S_CRC_FORM* i_pForm)
 uint16_t CCrc16::ComputeCrc16(const void* i_pcData, uint32_t i_ulLength) const
 {
     const auto* l_pucData = static_cast<const uint8_t*>(i_pcData);
-    if (i_ulLength < 16) {
-        return ContinueCrc(k_usCrcStart, l_pucData, i_ulLength);
+    // A vector has its answer no earlier.
+    if (i_ulLength < 32) {
+        return Continue(k_usCrcStart, l_pucData, i_ulLength);
     }
     const S_CRC_FORM* l_pForm = s_pForm.load(std::memory_order_relaxed);
     return (l_pForm != nullptr ? l_pForm : ChooseForm())->pfnCompute(l_pucData, i_ulLength);
