@@ -23,9 +23,8 @@ S_RESULT Forward(CMeasDriver* i_pDriver, uint32_t i_ulStep,
 template <size_t N>
 void FillField(char (&o_aszField)[N], const char* i_pszText)
 {
-    const size_t l_ulLength = strnlen(i_pszText, N - 1);
-    std::memcpy(o_aszField, i_pszText, l_ulLength);
-    std::memset(o_aszField + l_ulLength, 0, N - l_ulLength);
+    std::memset(o_aszField, 0, N);
+    std::memcpy(o_aszField, i_pszText, strnlen(i_pszText, N - 1));
 }
 
 } // namespace
@@ -46,9 +45,7 @@ CMeasDriver* CRouter::GetDriverFromLinkType(const char* i_pszLinkType)
     }
     const cecore::CMutexGuard l_Lock(m_hMutex.Get());
     for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
-        char l_aszLinkType[256];
-        l_pDriver->GetLinkType(l_aszLinkType);
-        if (wire::EqualsNoCase(l_aszLinkType, i_pszLinkType)) {
+        if (wire::EqualsNoCase(l_pDriver->LinkType(), i_pszLinkType)) {
             return l_pDriver.get();
         }
     }
@@ -71,17 +68,14 @@ uint32_t CRouter::EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDri
             break;
         }
         S_DRIVER_INFO& l_Record = o_pDrivers[*o_pulNbDrivers];
-        char l_aszLinkType[256];
-        char l_aszDriverName[260];
-        l_pDriver->GetLinkType(l_aszLinkType);
-        l_pDriver->GetDriverName(l_aszDriverName);
         wire::WriteLe32(reinterpret_cast<uint8_t*>(&l_Record) + offsetof(S_DRIVER_INFO, ulDriverID),
                         l_pDriver->GetDriverID());
-        FillField(l_Record.szLinkType, l_aszLinkType);
-        FillField(l_Record.szDriverName, l_aszDriverName);
+        FillField(l_Record.szLinkType, l_pDriver->LinkType());
+        FillField(l_Record.szDriverName, l_pDriver->DriverName());
         Trace(INFO_LEVEL,
               L"CRouter::EnumMeasDrivers> driver=%08X DriverID=%d LinkType=%S DriverName=%S",
-              l_pDriver.get(), l_pDriver->GetDriverID(), l_aszLinkType, l_aszDriverName);
+              l_pDriver.get(), l_pDriver->GetDriverID(), l_pDriver->LinkType(),
+              l_pDriver->DriverName());
         ++*o_pulNbDrivers;
     }
     return 1;

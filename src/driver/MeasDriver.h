@@ -90,6 +90,9 @@ public:
     void GetLinkType(char* o_pszLinkType) const;
     /** Copies the driver name with its terminator, 260 characters at most; null: nothing. */
     void GetDriverName(char* o_pszDriverName) const;
+    /** The same texts where they stand, for who is quick; the driver's. */
+    [[nodiscard]] const char* LinkType() const { return m_szLinkType; }
+    [[nodiscard]] const char* DriverName() const { return m_szDriverName; }
     [[nodiscard]] bool IsInitialised() const { return m_bInitialised != 0; }
 
     /** The driver's lock; it may be taken again by the thread that holds it. */

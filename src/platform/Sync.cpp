@@ -39,7 +39,7 @@ public:
             uint32_t l_ulNext = l_ulState;
             if (KindOf(m_hObject) == k_ulMutexKind) {
                 if (l_bTaken && IsHeldHere()) {
-                    m_Slot.ulHolds.fetch_add(1, std::memory_order_relaxed);
+                    SetHolds(Holds() + 1);
                     return WAIT_OBJECT_0;
                 }
                 if (l_bTaken) {
@@ -55,7 +55,7 @@ public:
             if (m_Slot.ulState.compare_exchange_weak(l_ulState, l_ulNext, std::memory_order_acq_rel,
                                                      std::memory_order_relaxed)) {
                 if (KindOf(m_hObject) == k_ulMutexKind) {
-                    m_Slot.ulHolds.store(1, std::memory_order_relaxed);
+                    SetHolds(1);
                     m_Slot.Holder.store(pthread_self(), std::memory_order_relaxed);
                 }
                 return WAIT_OBJECT_0;
@@ -102,7 +102,9 @@ public:
                 ::SetLastError(ERROR_NOT_OWNER);
                 return false;
             }
-            if (m_Slot.ulHolds.fetch_sub(1, std::memory_order_relaxed) > 1) {
+            const uint32_t l_ulLeft = Holds() - 1;
+            SetHolds(l_ulLeft);
+            if (l_ulLeft > 0) {
                 return true;
             }
             m_Slot.Holder.store({}, std::memory_order_relaxed);
@@ -132,6 +134,13 @@ private:
     private:
         S_WAITING_ROOM& m_Room;
     };
+
+    // Its holder alone counts, so neither needs to be one step with the other.
+    [[nodiscard]] uint32_t Holds() const { return m_Slot.ulHolds.load(std::memory_order_relaxed); }
+    void SetHolds(uint32_t i_ulHolds)
+    {
+        m_Slot.ulHolds.store(i_ulHolds, std::memory_order_relaxed);
+    }
 
     [[nodiscard]] bool IsHeldHere() const
     {
