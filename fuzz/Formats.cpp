@@ -12,7 +12,7 @@
 
 namespace {
 
-using cecore::EFormatKind;
+using cecore::E_FORMAT_KIND;
 
 /** One conversion against the C library's. */
 void Compare(FuzzedDataProvider& io_Input, uint32_t i_ulInteger, double i_dDouble,
@@ -32,19 +32,19 @@ void Compare(FuzzedDataProvider& io_Input, uint32_t i_ulInteger, double i_dDoubl
     cecore::S_FORMAT_ARG l_Arg{};
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     if (l_cConversion == 'f') {
-        l_Arg.eKind = EFormatKind::DOUBLE;
+        l_Arg.eKind = E_FORMAT_KIND::DOUBLE;
         l_Arg.dDouble = i_dDouble;
         (void)std::snprintf(l_aszTheirs, sizeof(l_aszTheirs), l_strFormat.c_str(), i_dDouble);
     } else if (l_cConversion == 's') {
         // Zeros before a text are nobody's business.
         std::erase(l_strFormat, '0');
         l_strFormat = l_strFormat.substr(0, 1) + (l_strFormat[1] == '-' ? "-" : "") + "9s";
-        l_Arg.eKind = EFormatKind::NARROW;
+        l_Arg.eKind = E_FORMAT_KIND::NARROW;
         l_Arg.pszNarrow = i_strText.c_str();
         (void)std::snprintf(l_aszTheirs, sizeof(l_aszTheirs), l_strFormat.c_str(),
                             i_strText.c_str());
     } else {
-        l_Arg.eKind = EFormatKind::INTEGER;
+        l_Arg.eKind = E_FORMAT_KIND::INTEGER;
         l_Arg.ulInteger = i_ulInteger;
         (void)std::snprintf(l_aszTheirs, sizeof(l_aszTheirs), l_strFormat.c_str(), i_ulInteger);
     }
@@ -65,21 +65,21 @@ int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
 
     cecore::S_FORMAT_ARG l_aArgs[4];
     for (cecore::S_FORMAT_ARG& l_Arg : l_aArgs) {
-        l_Arg.eKind = static_cast<EFormatKind>(l_Input.ConsumeIntegralInRange(0, 4));
+        l_Arg.eKind = static_cast<E_FORMAT_KIND>(l_Input.ConsumeIntegralInRange(0, 4));
         switch (l_Arg.eKind) {
-        case EFormatKind::INTEGER:
+        case E_FORMAT_KIND::INTEGER:
             l_Arg.ulInteger = l_ulInteger;
             break;
-        case EFormatKind::DOUBLE:
+        case E_FORMAT_KIND::DOUBLE:
             l_Arg.dDouble = l_dDouble;
             break;
-        case EFormatKind::POINTER:
+        case E_FORMAT_KIND::POINTER:
             l_Arg.pPointer = i_pucData;
             break;
-        case EFormatKind::NARROW:
+        case E_FORMAT_KIND::NARROW:
             l_Arg.pszNarrow = l_Input.ConsumeBool() ? l_strText.c_str() : nullptr;
             break;
-        case EFormatKind::WIDE:
+        case E_FORMAT_KIND::WIDE:
             l_Arg.pwszWide = l_Input.ConsumeBool() ? l_wstrText.c_str() : nullptr;
             break;
         }

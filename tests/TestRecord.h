@@ -10,7 +10,7 @@
 #include "TornvalC63.h"
 
 /** Who made a record: ulDriverType. */
-enum EDriver : uint32_t
+enum E_DRIVER : uint32_t
 {
     ROUTER = TORNVAL_DRIVER_NONE,
     BT_PROBE = TORNVAL_DRIVER_BT_PROBE,
@@ -20,7 +20,7 @@ enum EDriver : uint32_t
 };
 
 /** In which stage: ulStep. */
-enum EStep : uint32_t
+enum E_STEP : uint32_t
 {
     NO_STEP = TORNVAL_STEP_NONE,
     LIBRARY = TORNVAL_STEP_LIBRARY,

@@ -6,8 +6,7 @@
  * Every number has words, unknown ones included: a record that no table knows is shown with its
  * numbers rather than hidden. TornvalC63Text.h says what each of these gives.
  */
-#ifndef TEXT_EXPLAIN_H
-#define TEXT_EXPLAIN_H
+#pragma once
 
 #include "TornvalC63Text.h"
 
@@ -33,5 +32,3 @@ bool IsTimeOut(const S_RESULT& i_Result, const S_TEXT_CALL& i_Call);
 std::string ExplainRecord(const S_RESULT& i_Result, const S_TEXT_CALL& i_Call);
 
 } // namespace text
-
-#endif // TEXT_EXPLAIN_H

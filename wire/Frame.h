@@ -48,7 +48,7 @@ inline constexpr uint8_t k_ucCanalBoard = 0;
 inline constexpr uint8_t k_ucCanalGenerator = 3;
 
 /** Commands of the board, on its own canal but for the burst. */
-enum EBoardCommand : uint8_t
+enum E_BOARD_COMMAND : uint8_t
 {
     CALIBRATION_FLAG = 0, /**< on the generator's canal: a burst */
     GENERATOR_BURST = 3,  /**< on the generator's canal alone */
@@ -63,7 +63,7 @@ enum EBoardCommand : uint8_t
 };
 
 /** Commands of the milliohm module. */
-enum EModuleCommand : uint8_t
+enum E_MODULE_COMMAND : uint8_t
 {
     COMMAND_MICROOHM_MEASURE = 0xA1,
     COMMAND_VERSION = 0xFF

@@ -14,7 +14,7 @@ namespace tornval {
 struct S_LOAD_ROAD;
 
 /** Values of the driver modes. */
-enum EDriverMode : uint32_t
+enum E_DRIVER_MODE : uint32_t
 {
     MODE_NONE = 0,
     MODE_REAL = 1,

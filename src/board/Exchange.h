@@ -57,7 +57,7 @@ using PFN_BUILD = void (CIntMeasDriver::*)(const S_EXCHANGE& i_Exchange);
 using PFN_DECODE = void (CIntMeasDriver::*)(S_EXCHANGE& io_Exchange);
 
 /** Canals that a command may be sent on. */
-enum class ECanals : uint8_t
+enum class E_CANALS : uint8_t
 {
     BOARD,
     GENERATOR,
@@ -69,16 +69,16 @@ enum class ECanals : uint8_t
 struct S_COMMAND
 {
     uint8_t ucCmdeID;
-    ECanals eCanals;
+    E_CANALS eCanals;
     PFN_BUILD pfnBuild;             /**< makes the frame, all but payload and CRC */
     PFN_DECODE pfnDecode = nullptr; /**< null: the answer carries nothing to decode */
     uint32_t ulLeastAnswer = 0;     /**< what the decoder wants of an answer, in bytes */
 
     [[nodiscard]] bool Takes(uint8_t i_ucCanal) const
     {
-        return eCanals == ECanals::ANY ||
-               (i_ucCanal == k_ucCanalBoard && eCanals != ECanals::GENERATOR) ||
-               (i_ucCanal == k_ucCanalGenerator && eCanals != ECanals::BOARD);
+        return eCanals == E_CANALS::ANY ||
+               (i_ucCanal == k_ucCanalBoard && eCanals != E_CANALS::GENERATOR) ||
+               (i_ucCanal == k_ucCanalGenerator && eCanals != E_CANALS::BOARD);
     }
 };
 

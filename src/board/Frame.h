@@ -13,8 +13,8 @@ namespace tornval {
 
 using wire::k_ucCanalBoard;
 using wire::k_ucCanalGenerator;
-using enum wire::EBoardCommand;
-using enum wire::EModuleCommand;
+using enum wire::E_BOARD_COMMAND;
+using enum wire::E_MODULE_COMMAND;
 
 /** A command's frame, or an answer behind its status word, in a block of fixed size. */
 struct S_DATA

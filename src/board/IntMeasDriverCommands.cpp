@@ -40,16 +40,17 @@ const S_WIRE_KIND& CIntMeasDriver::Kind()
 {
     using T = CIntMeasDriver;
     static constexpr S_COMMAND s_aCommands[] = {
-        {CALIBRATION_FLAG, ECanals::BOTH, &T::PrepareCmdeCalibration},
-        {GENERATOR_BURST, ECanals::GENERATOR, &T::PrepareCmdeBurst},
-        {ACQUSITION_INIT, ECanals::BOTH, &T::PrepareCommandeInit, &T::DecodeInit, 181},
-        {ACQUISITION_START, ECanals::BOTH, &T::PrepareCmdeParam},
-        {ACQUISITION_RESET, ECanals::BOTH, &T::PrepareCmdeParam},
-        {ACQUISITION_UPLOAD, ECanals::BOTH, &T::PrepareCmdeParam, &T::GetResult_ACQUISITION_UPLOAD},
-        {MEASURE_INTERNE, ECanals::BOTH, &T::PrepareCmdeMesureInterne,
+        {CALIBRATION_FLAG, E_CANALS::BOTH, &T::PrepareCmdeCalibration},
+        {GENERATOR_BURST, E_CANALS::GENERATOR, &T::PrepareCmdeBurst},
+        {ACQUSITION_INIT, E_CANALS::BOTH, &T::PrepareCommandeInit, &T::DecodeInit, 181},
+        {ACQUISITION_START, E_CANALS::BOTH, &T::PrepareCmdeParam},
+        {ACQUISITION_RESET, E_CANALS::BOTH, &T::PrepareCmdeParam},
+        {ACQUISITION_UPLOAD, E_CANALS::BOTH, &T::PrepareCmdeParam,
+         &T::GetResult_ACQUISITION_UPLOAD},
+        {MEASURE_INTERNE, E_CANALS::BOTH, &T::PrepareCmdeMesureInterne,
          &T::GetResult_MEASURE_INTERNE, k_ulLeastMeasure},
-        {CALIBRATION_WRITE, ECanals::BOTH, &T::PrepareCmdeParam},
-        {CALIBRATION_COMMIT, ECanals::BOTH, &T::PrepareCmdeParam},
+        {CALIBRATION_WRITE, E_CANALS::BOTH, &T::PrepareCmdeParam},
+        {CALIBRATION_COMMIT, E_CANALS::BOTH, &T::PrepareCmdeParam},
     };
     static constexpr S_WIRE_KIND s_Kind = {
         .Transport = {&T::HasDevice, &T::ControlDevice},

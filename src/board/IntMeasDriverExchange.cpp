@@ -171,7 +171,7 @@ bool CIntMeasDriver::BuildFrame(S_EXCHANGE& io_Exchange)
     }
     // The generator gets its byte whatever the command.
     const bool l_bBurst =
-        io_Exchange.ucCanal == k_ucCanalGenerator && l_pCommand->eCanals != ECanals::ANY;
+        io_Exchange.ucCanal == k_ucCanalGenerator && l_pCommand->eCanals != E_CANALS::ANY;
     (this->*(l_bBurst ? &CIntMeasDriver::PrepareCmdeBurst : l_pCommand->pfnBuild))(io_Exchange);
     const uint32_t l_ulSize = GetSize(*io_Exchange.pCmde);
     if (l_ulSize > RS_FRAME_MAX_SIZE) {

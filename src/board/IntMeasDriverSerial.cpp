@@ -38,16 +38,16 @@ const S_WIRE_KIND& CIntMeasDriverSerial::Kind()
 {
     using T = CIntMeasDriverSerial;
     static constexpr S_COMMAND s_aCommands[] = {
-        {ACQUSITION_INIT, ECanals::BOARD, &T::PrepareCommandeInit, &T::DecodeInit, 112},
-        {ACQUISITION_START, ECanals::BOARD, &T::PrepareCmdeParam},
-        {ACQUISITION_RESET, ECanals::BOARD, &T::PrepareCmdeParam},
-        {ACQUISITION_UPLOAD, ECanals::BOARD, &T::PrepareCmdeParam,
+        {ACQUSITION_INIT, E_CANALS::BOARD, &T::PrepareCommandeInit, &T::DecodeInit, 112},
+        {ACQUISITION_START, E_CANALS::BOARD, &T::PrepareCmdeParam},
+        {ACQUISITION_RESET, E_CANALS::BOARD, &T::PrepareCmdeParam},
+        {ACQUISITION_UPLOAD, E_CANALS::BOARD, &T::PrepareCmdeParam,
          &T::GetResult_ACQUISITION_UPLOAD},
-        {MEASURE_INTERNE, ECanals::BOARD, &T::PrepareCmdeMesureInterne,
+        {MEASURE_INTERNE, E_CANALS::BOARD, &T::PrepareCmdeMesureInterne,
          &T::GetResult_MEASURE_INTERNE, k_ulLeastMeasure},
-        {CALIBRATION_WRITE, ECanals::BOARD, &T::PrepareCmdeParam},
-        {CALIBRATION_COMMIT, ECanals::BOARD, &T::PrepareCmdeParam},
-        {CALIBRATION_OPEN, ECanals::BOARD, &T::PrepareCmdeParam},
+        {CALIBRATION_WRITE, E_CANALS::BOARD, &T::PrepareCmdeParam},
+        {CALIBRATION_COMMIT, E_CANALS::BOARD, &T::PrepareCmdeParam},
+        {CALIBRATION_OPEN, E_CANALS::BOARD, &T::PrepareCmdeParam},
     };
     static constexpr S_EXCHANGE_TEXTS s_Texts = [] {
         S_EXCHANGE_TEXTS l_Texts = k_SerialLinkTexts;

@@ -43,9 +43,9 @@ const S_WIRE_KIND& C_MilliOhmDriverSerial::Kind()
 {
     using T = C_MilliOhmDriverSerial;
     static constexpr S_COMMAND s_aCommands[] = {
-        {COMMAND_MICROOHM_MEASURE, ECanals::ANY, &T::PrepareCmdeParam,
+        {COMMAND_MICROOHM_MEASURE, E_CANALS::ANY, &T::PrepareCmdeParam,
          static_cast<PFN_DECODE>(&T::GetResult_COMMAND_MICROOHM_MEASURE), k_ulFrameHeadSize},
-        {COMMAND_VERSION, ECanals::ANY, &T::PrepareCmdeParam,
+        {COMMAND_VERSION, E_CANALS::ANY, &T::PrepareCmdeParam,
          static_cast<PFN_DECODE>(&T::GetResult_COMMAND_VERSION), k_ulFrameHeadSize},
     };
     static constexpr S_EXCHANGE_TEXTS s_Texts = [] {

@@ -54,13 +54,13 @@ CDescriptor OpenRegular(const char* i_pszPath, int i_lFlags)
     return l_File;
 }
 
-using CFileObject = CHolder<EObjectKind::FILE, CDescriptor>;
+using CFileObject = CHolder<E_OBJECT_KIND::FILE, CDescriptor>;
 
 class CDeviceObject final : public CKernelObject
 {
 public:
     explicit CDeviceObject(std::shared_ptr<IDevice> i_pDevice)
-        : CKernelObject(EObjectKind::DEVICE), m_pDevice(std::move(i_pDevice))
+        : CKernelObject(E_OBJECT_KIND::DEVICE), m_pDevice(std::move(i_pDevice))
     {
     }
     void OnClosed() override { m_pDevice->Close(); }
@@ -207,7 +207,7 @@ void UnregisterDevice(const wchar_t* i_pwszName)
 bool DeviceIoControl(Handle i_hDevice, uint32_t i_ulCode, const void* i_pIn, uint32_t i_ulInSize,
                      void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulReturned)
 {
-    const auto l_pDevice = FindObject<CDeviceObject>(i_hDevice, EObjectKind::DEVICE);
+    const auto l_pDevice = FindObject<CDeviceObject>(i_hDevice, E_OBJECT_KIND::DEVICE);
     uint32_t l_ulReturned = 0;
     const bool l_bDone =
         l_pDevice != nullptr &&
@@ -245,7 +245,7 @@ try {
 
 uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
 {
-    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::FILE);
+    const auto l_pFile = FindObject<CFileObject>(i_hFile, E_OBJECT_KIND::FILE);
     struct stat l_Status = {};
     if (l_pFile == nullptr) {
         return INVALID_FILE_SIZE;
@@ -263,7 +263,7 @@ uint32_t GetFileSize(Handle i_hFile, uint32_t* o_pulHigh)
 
 bool ReadFile(Handle i_hFile, void* o_pBuffer, uint32_t i_ulSize, uint32_t* o_pulRead)
 {
-    const auto l_pFile = FindObject<CFileObject>(i_hFile, EObjectKind::FILE);
+    const auto l_pFile = FindObject<CFileObject>(i_hFile, E_OBJECT_KIND::FILE);
     uint32_t l_ulRead = 0;
     while (l_pFile != nullptr && l_ulRead < i_ulSize) {
         const ssize_t l_lRead = read(l_pFile->Get().Get(), static_cast<char*>(o_pBuffer) + l_ulRead,

@@ -200,20 +200,20 @@ size_t Format(C* o_pText, size_t i_ulSize, const C* i_pFormat, const S_FORMAT_AR
         }
         const S_FORMAT_ARG& l_Arg = i_pArgs[l_ulArg++];
         switch (l_Arg.eKind) {
-        case EFormatKind::INTEGER:
+        case E_FORMAT_KIND::INTEGER:
             PutInteger(l_Writer, static_cast<char>(*l_p), l_Arg.ulInteger, l_How);
             break;
-        case EFormatKind::POINTER:
+        case E_FORMAT_KIND::POINTER:
             PutInteger(l_Writer, *l_p == 'X' ? 'X' : 'x',
                        reinterpret_cast<uintptr_t>(l_Arg.pPointer), l_How);
             break;
-        case EFormatKind::DOUBLE:
+        case E_FORMAT_KIND::DOUBLE:
             PutDouble(l_Writer, l_Arg.dDouble, l_How);
             break;
-        case EFormatKind::NARROW:
+        case E_FORMAT_KIND::NARROW:
             PutString(l_Writer, l_Arg.pszNarrow, l_How);
             break;
-        case EFormatKind::WIDE:
+        case E_FORMAT_KIND::WIDE:
             PutString(l_Writer, l_Arg.pwszWide, l_How);
             break;
         }

@@ -21,7 +21,7 @@
 namespace cecore {
 
 /** What a conversion takes. */
-enum class EFormatKind : uint8_t
+enum class E_FORMAT_KIND : uint8_t
 {
     INTEGER,
     DOUBLE,
@@ -33,7 +33,7 @@ enum class EFormatKind : uint8_t
 /** One argument with its kind: the formatter never guesses. */
 struct S_FORMAT_ARG
 {
-    EFormatKind eKind;
+    E_FORMAT_KIND eKind;
     union
     {
         uint32_t ulInteger;
@@ -47,21 +47,21 @@ struct S_FORMAT_ARG
 namespace detail {
 
 template <typename T>
-consteval EFormatKind KindOfArg()
+consteval E_FORMAT_KIND KindOfArg()
 {
     using U = std::decay_t<T>;
     if constexpr (std::is_floating_point_v<U>) {
-        return EFormatKind::DOUBLE;
+        return E_FORMAT_KIND::DOUBLE;
     } else if constexpr (std::is_integral_v<U> || std::is_enum_v<U>) {
         static_assert(sizeof(U) <= sizeof(uint32_t), "integers are 32 bits wide at most");
-        return EFormatKind::INTEGER;
+        return E_FORMAT_KIND::INTEGER;
     } else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) {
-        return EFormatKind::NARROW;
+        return E_FORMAT_KIND::NARROW;
     } else if constexpr (std::is_same_v<U, const wchar_t*> || std::is_same_v<U, wchar_t*>) {
-        return EFormatKind::WIDE;
+        return E_FORMAT_KIND::WIDE;
     } else {
         static_assert(std::is_pointer_v<U>, "not a type that can be formatted");
-        return EFormatKind::POINTER;
+        return E_FORMAT_KIND::POINTER;
     }
 }
 
@@ -70,15 +70,15 @@ S_FORMAT_ARG MakeArg(const T& i_Value)
 {
     S_FORMAT_ARG l_Arg{};
     l_Arg.eKind = KindOfArg<T>();
-    if constexpr (KindOfArg<T>() == EFormatKind::DOUBLE) {
+    if constexpr (KindOfArg<T>() == E_FORMAT_KIND::DOUBLE) {
         l_Arg.dDouble = static_cast<double>(i_Value);
-    } else if constexpr (KindOfArg<T>() == EFormatKind::INTEGER) {
+    } else if constexpr (KindOfArg<T>() == E_FORMAT_KIND::INTEGER) {
         // Through the signed type where there is one, so that a negative byte stays negative.
         // NOLINTNEXTLINE(bugprone-signed-char-misuse)
         l_Arg.ulInteger = static_cast<uint32_t>(i_Value);
-    } else if constexpr (KindOfArg<T>() == EFormatKind::NARROW) {
+    } else if constexpr (KindOfArg<T>() == E_FORMAT_KIND::NARROW) {
         l_Arg.pszNarrow = i_Value;
-    } else if constexpr (KindOfArg<T>() == EFormatKind::WIDE) {
+    } else if constexpr (KindOfArg<T>() == E_FORMAT_KIND::WIDE) {
         l_Arg.pwszWide = i_Value;
     } else {
         l_Arg.pPointer = static_cast<const void*>(i_Value);
@@ -94,22 +94,22 @@ constexpr bool IsDigit(C i_cChar)
 
 /** Whether the conversion character takes an argument of that kind. */
 template <typename C>
-constexpr bool Fits(C i_cConversion, EFormatKind i_eKind)
+constexpr bool Fits(C i_cConversion, E_FORMAT_KIND i_eKind)
 {
     constexpr bool l_bWideFormat = std::is_same_v<C, wchar_t>;
     switch (i_cConversion) {
     case 'd':
     case 'u':
-        return i_eKind == EFormatKind::INTEGER;
+        return i_eKind == E_FORMAT_KIND::INTEGER;
     case 'x':
     case 'X':
-        return i_eKind == EFormatKind::INTEGER || i_eKind == EFormatKind::POINTER;
+        return i_eKind == E_FORMAT_KIND::INTEGER || i_eKind == E_FORMAT_KIND::POINTER;
     case 'f':
-        return i_eKind == EFormatKind::DOUBLE;
+        return i_eKind == E_FORMAT_KIND::DOUBLE;
     case 's':
-        return i_eKind == (l_bWideFormat ? EFormatKind::WIDE : EFormatKind::NARROW);
+        return i_eKind == (l_bWideFormat ? E_FORMAT_KIND::WIDE : E_FORMAT_KIND::NARROW);
     case 'S':
-        return i_eKind == (l_bWideFormat ? EFormatKind::NARROW : EFormatKind::WIDE);
+        return i_eKind == (l_bWideFormat ? E_FORMAT_KIND::NARROW : E_FORMAT_KIND::WIDE);
     default:
         return false;
     }
@@ -128,7 +128,8 @@ public:
     consteval TFormat(const C* i_pFormat) : m_pFormat(i_pFormat)
     {
         constexpr size_t l_ulNbArgs = sizeof...(Args);
-        const EFormatKind l_aeKinds[l_ulNbArgs + 1] = {KindOfArg<Args>()..., EFormatKind::INTEGER};
+        const E_FORMAT_KIND l_aeKinds[l_ulNbArgs + 1] = {KindOfArg<Args>()...,
+                                                         E_FORMAT_KIND::INTEGER};
         size_t l_ulArg = 0;
         for (const C* l_p = i_pFormat; *l_p != 0; ++l_p) {
             if (*l_p != '%') {

@@ -134,7 +134,8 @@ void WakeWaitingRoom(Handle i_hObject)
     pthread_cond_broadcast(&l_Room.Changed);
 }
 
-Handle OpenHandle(EObjectKind i_Kind, uint32_t i_ulState, std::shared_ptr<CKernelObject> i_pObject)
+Handle OpenHandle(E_OBJECT_KIND i_Kind, uint32_t i_ulState,
+                  std::shared_ptr<CKernelObject> i_pObject)
 {
     const wire::CLock l_Lock(s_Table.Mutex);
     uint32_t l_ulSlot = 0;

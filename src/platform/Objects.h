@@ -24,7 +24,7 @@
 namespace cecore {
 
 /** Kinds of objects; the value stands in the handle. 0 and 15 stay free: no handle is 0 or -1. */
-enum class EObjectKind : uint8_t
+enum class E_OBJECT_KIND : uint8_t
 {
     MUTEX = 1,
     EVENT,
@@ -38,19 +38,19 @@ enum class EObjectKind : uint8_t
 class CKernelObject
 {
 public:
-    explicit CKernelObject(EObjectKind i_Kind) : m_Kind(i_Kind) {}
+    explicit CKernelObject(E_OBJECT_KIND i_Kind) : m_Kind(i_Kind) {}
     CKernelObject(const CKernelObject&) = delete;
     CKernelObject& operator=(const CKernelObject&) = delete;
     virtual ~CKernelObject() = default;
 
-    [[nodiscard]] EObjectKind GetKind() const { return m_Kind; }
+    [[nodiscard]] E_OBJECT_KIND GetKind() const { return m_Kind; }
     /** Waits for the object; WAIT_FAILED where there is nothing to wait for. */
     virtual uint32_t Wait(uint32_t i_ulMilliseconds);
     /** The handle was closed: whoever waits is let go. */
     virtual void OnClosed() {}
 
 private:
-    EObjectKind m_Kind;
+    E_OBJECT_KIND m_Kind;
 };
 
 // A handle from its low end: 14 bits of slot, 14 bits of generation, 4 bits of kind.
@@ -109,14 +109,15 @@ void WakeWaitingRoom(Handle i_hObject);
  * @param i_ulState bits below the identity that it begins with.
  * @return 0 with error 4 when the table is full, 8 when there is no memory.
  */
-Handle OpenHandle(EObjectKind i_Kind, uint32_t i_ulState, std::shared_ptr<CKernelObject> i_pObject);
+Handle OpenHandle(E_OBJECT_KIND i_Kind, uint32_t i_ulState,
+                  std::shared_ptr<CKernelObject> i_pObject);
 
 /** The object of an open handle; null, with error 6, if it is not open or has none. */
 std::shared_ptr<CKernelObject> FindObject(Handle i_hObject);
 
 /** As above, for one class. */
 template <typename T>
-std::shared_ptr<T> FindObject(Handle i_hObject, EObjectKind i_Kind)
+std::shared_ptr<T> FindObject(Handle i_hObject, E_OBJECT_KIND i_Kind)
 {
     if (KindOf(i_hObject) != static_cast<uint32_t>(i_Kind)) {
         ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
@@ -126,7 +127,7 @@ std::shared_ptr<T> FindObject(Handle i_hObject, EObjectKind i_Kind)
 }
 
 /** An object that has nothing of its own but what it holds for its handle. */
-template <EObjectKind Kind, typename T>
+template <E_OBJECT_KIND Kind, typename T>
 class CHolder final : public CKernelObject
 {
 public:
@@ -146,7 +147,7 @@ Handle CreateObject(Args&&... i_Args)
 {
     try {
         auto l_pObject = std::make_shared<T>(std::forward<Args>(i_Args)...);
-        const EObjectKind l_Kind = l_pObject->GetKind();
+        const E_OBJECT_KIND l_Kind = l_pObject->GetKind();
         return OpenHandle(l_Kind, 0, std::move(l_pObject));
     } catch (const std::bad_alloc&) {
         ::SetLastError(CECORE_ERROR_NOT_ENOUGH_MEMORY);

@@ -30,7 +30,7 @@ namespace {
 class CProcessObject final : public CKernelObject
 {
 public:
-    CProcessObject() : CKernelObject(EObjectKind::PROCESS) {}
+    CProcessObject() : CKernelObject(E_OBJECT_KIND::PROCESS) {}
 
     /** Nobody waited for the end: a child that has ended is given back, another lives on. */
     ~CProcessObject() override { HasEnded(); }
@@ -121,7 +121,7 @@ bool CreateProcessW(const wchar_t* i_pwszApplication, const wchar_t* i_pwszComma
     try {
         // Its handle before the start: a program that runs always has one.
         const auto l_pProcess = std::make_shared<CProcessObject>();
-        CUniqueHandle l_hProcess(OpenHandle(EObjectKind::PROCESS, 0, l_pProcess));
+        CUniqueHandle l_hProcess(OpenHandle(E_OBJECT_KIND::PROCESS, 0, l_pProcess));
         uint32_t l_ulProcessId = 0;
         if (!l_hProcess ||
             !l_pProcess->Start(FindFile(i_pwszApplication).Get(),

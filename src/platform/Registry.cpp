@@ -19,7 +19,7 @@ struct S_REGISTRY
     std::map<std::wstring, Values> mapKeys WIRE_GUARDED_BY(Mutex);
 };
 
-using CRegistryKeyObject = CHolder<EObjectKind::REGISTRY_KEY, std::wstring>;
+using CRegistryKeyObject = CHolder<E_OBJECT_KIND::REGISTRY_KEY, std::wstring>;
 
 } // namespace
 
@@ -55,7 +55,7 @@ try {
 uint32_t RegQueryValueExW(Handle i_hKey, const wchar_t* i_pwszEntry, void* o_pData,
                           uint32_t* io_pulSize)
 try {
-    const auto l_pKey = FindObject<CRegistryKeyObject>(i_hKey, EObjectKind::REGISTRY_KEY);
+    const auto l_pKey = FindObject<CRegistryKeyObject>(i_hKey, E_OBJECT_KIND::REGISTRY_KEY);
     if (l_pKey == nullptr) {
         return CECORE_ERROR_INVALID_HANDLE;
     }

@@ -12,8 +12,8 @@
 namespace cecore {
 namespace {
 
-constexpr uint32_t k_ulMutexKind = static_cast<uint32_t>(EObjectKind::MUTEX);
-constexpr uint32_t k_ulEventKind = static_cast<uint32_t>(EObjectKind::EVENT);
+constexpr uint32_t k_ulMutexKind = static_cast<uint32_t>(E_OBJECT_KIND::MUTEX);
+constexpr uint32_t k_ulEventKind = static_cast<uint32_t>(E_OBJECT_KIND::EVENT);
 
 uint32_t Fail(uint32_t i_ulError)
 {
@@ -194,7 +194,7 @@ S_SLOT* SlotOfKind(Handle i_hObject, uint32_t i_ulKind)
 
 Handle CreateMutexW(bool i_bInitialOwner)
 {
-    const Handle l_hMutex = OpenHandle(EObjectKind::MUTEX, 0, nullptr);
+    const Handle l_hMutex = OpenHandle(E_OBJECT_KIND::MUTEX, 0, nullptr);
     if (l_hMutex != 0 && i_bInitialOwner) {
         WaitForSingleObject(l_hMutex, INFINITE);
     }
@@ -203,7 +203,7 @@ Handle CreateMutexW(bool i_bInitialOwner)
 
 Handle CreateEventW(bool i_bManualReset, bool i_bInitialState)
 {
-    return OpenHandle(EObjectKind::EVENT,
+    return OpenHandle(E_OBJECT_KIND::EVENT,
                       (i_bManualReset ? k_ulManual : 0) | (i_bInitialState ? k_ulTaken : 0),
                       nullptr);
 }

@@ -9,7 +9,7 @@
 namespace tornval {
 
 /** Commands of a probe. 16 to 23 are between the host and the probe, and are passed through. */
-enum EProbeCommand : uint8_t
+enum E_PROBE_COMMAND : uint8_t
 {
     PROBE_CMDE_READ_BOTH = 1, /**< read of both channels; goes out as PROBE_CMDE_READ */
     PROBE_CMDE_HOST_FIRST = 16,

@@ -110,7 +110,7 @@ struct S_ONLY
 };
 
 /** 32 steps of one channel, with no other code among them, all of the range of before. */
-template <EKind i_eKind>
+template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE void DecodeSteps(__m256i i_Bytes, __m256i& io_Value, const S_LANES& i_Lanes,
                                      int32_t* o_plMeasures)
 {
@@ -159,7 +159,7 @@ TORNVAL_AVX2_INLINE __m256i SpreadBits(uint32_t i_ulBits)
 }
 
 /** Sixteen words of one channel: values, and the range of each. */
-template <EKind i_eKind>
+template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE void DecodeSixteen(__m256i i_Words, S_ONLY& io_Only, const S_LANES& i_Lanes,
                                        int32_t* o_plMeasures)
 {
@@ -198,7 +198,7 @@ TORNVAL_AVX2_INLINE void DecodeSixteen(__m256i i_Words, S_ONLY& io_Only, const S
 }
 
 /** The words of one channel. */
-template <EKind i_eKind>
+template <E_KIND i_eKind>
 TORNVAL_AVX2 void DecodeOnlyWords(const uint16_t* i_pusWords, size_t i_ulCount, S_ONLY& io_Only,
                                   const S_LANES& i_Lanes, int32_t* o_plMeasures)
 {

@@ -81,7 +81,7 @@ TORNVAL_AVX2_INLINE S_LANES Spread(const S_CHANNEL_SCALE& i_Scale)
 }
 
 /** How values become measures, as kinds that the loops are compiled for. */
-enum EKind
+enum E_KIND
 {
     KIND_LOW,        /**< by the coefficient of low range, no sample is of high range */
     KIND_RANGES,     /**< by the coefficient of each one's range */
@@ -90,7 +90,7 @@ enum EKind
 };
 
 /** Four values, calibrated; no value is not-a-number. */
-template <EKind i_eKind>
+template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lanes)
 {
     __m256d l_Measure = _mm256_mul_pd(
@@ -104,7 +104,7 @@ TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lan
 }
 
 /** Eight values, measured. i_IsHigh: all bits of those of high range. */
-template <EKind i_eKind>
+template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_LANES& i_Lanes)
 {
     const __m256i l_Values = _mm256_cvtepi16_epi32(i_Values);
@@ -119,7 +119,7 @@ TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_
     }
 }
 
-template <EKind i_eKind>
+template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE void MeasureSixteen(__m256i i_Values, __m256i i_IsHigh, const S_LANES& i_Lanes,
                                         int32_t* o_plMeasures)
 {

@@ -71,7 +71,7 @@ TORNVAL_AVX2_INLINE void Turn(const uint16_t* i_pusRows, uint32_t i_ulFirst,
 }
 
 /** Turns rows into the measures of each channel. */
-template <size_t i_ulWidth, EKind i_eKind>
+template <size_t i_ulWidth, E_KIND i_eKind>
 TORNVAL_AVX2_INLINE void StoreRows(const S_ROWS& i_Values, const S_ROWS& i_IsHigh, size_t i_ulCount,
                                    S_CHANNELS& io_Channels)
 {

@@ -18,7 +18,7 @@ namespace tornval {
  * Levels. A level is a mask, and a line passes if all its bits are in the logger's mask: INFO_LEVEL
  * never passes without INFO_GENERAL_LEVEL.
  */
-enum ETraceLevel : uint16_t
+enum E_TRACE_LEVEL : uint16_t
 {
     FW_LEVEL = 0x0001,           /**< what the firmware reported */
     ERROR_LEVEL = 0x0010,        /**< failures */
@@ -152,7 +152,7 @@ using TTraceFormat = cecore::TWideFormat<std::type_identity_t<Args>...>;
  * Passes one line to the current logger, if there is one and if it lets the level pass. Never fails
  * its caller, allocates nothing, and cuts a text that is too long so that its level still shows.
  *
- * @param i_usLevel a level of ETraceLevel.
+ * @param i_usLevel a level of E_TRACE_LEVEL.
  * @param i_Format  wide format, checked against the arguments when it is compiled.
  */
 template <typename... Args>

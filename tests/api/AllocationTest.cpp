@@ -5,18 +5,21 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <regex>
+#include <sstream>
 #include <utility>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <sys/resource.h>
-
 #include <gtest/gtest.h>
 
+#include "Exchange.h"
 #include "TestHome.h"
 #include "TestRecord.h"
 #include "board/IntMeasDriverSerial.h"
+#include "probes/BTProbeDriver.h"
 #include "samples/SampleCode.h"
 #include "simulation/IntMeasDriverSimu.h"
 #include "support/Trace.h"
@@ -62,6 +65,16 @@ public:
     {
         m_Kind.Transport.pfnControl = static_cast<tornval::PFN_CONTROL>(&CQuietBoard::Answer);
         m_pKind = &m_Kind;
+        already_init = 0;
+    }
+    /** What the configuration left: name, inputs, stores. */
+    [[nodiscard]] std::string Settings() const
+    {
+        std::string l_strSettings = m_szDriverName;
+        for (uint32_t i = 0; i < m_ulNbChannel; ++i) {
+            l_strSettings += " " + std::to_string(m_pulVoies[i]);
+        }
+        return l_strSettings + (m_ppVoieData == nullptr ? ", no stores" : "");
     }
 
 private:
@@ -75,29 +88,68 @@ private:
         }
         std::memset(l_pucOut, 0, 64);
         l_pucOut[16] = 1;
-        *i_Control.pulReturned = 30;
+        *i_Control.pulReturned = 200;
         return true;
     }
 
     tornval::S_WIRE_KIND m_Kind = *m_pKind;
 };
 
-/** Runs a call with its first block refused, then with its second, until it needs no more. */
-template <typename Call, typename Check>
-void RefuseEach(Call&& i_fnCall, Check&& i_fnCheck)
+void TraceErrors()
 {
-    for (int64_t l_llBlock = 0; l_llBlock < 5000; ++l_llBlock) {
-        SCOPED_TRACE(l_llBlock);
-        t_llGiven = l_llBlock;
-        const S_RESULT l_Result = i_fnCall();
-        const bool l_bRefused = t_llGiven < 0;
-        t_llGiven = -1;
-        i_fnCheck(l_Result, l_bRefused);
-        if (!l_bRefused) {
-            return;
+    tornval::SetTraceLog(
+        std::make_unique<tornval::CTraceLogFile>("\\hd00\\log_tornval.txt", tornval::ERROR_LEVEL));
+}
+
+/** A road, and what it tells: its record, what is left behind, its lines behind slashes. */
+struct S_ROAD
+{
+    const char* pszName;
+    std::function<S_RESULT()> fnRun;
+    std::string strGood;
+    std::string strRefused; /**< pattern: without memory */
+    std::function<void()> fnPrepare = [] {};
+    std::function<std::string()> fnTell = [] { return ""; };
+};
+
+/** An exchange finds no memory for its blocks; in the link's send; for its event; in its fetch. */
+constexpr const char* k_pszNoExchange =
+    "[34] 0 0 0 1|"
+    "[34] 2 8 0 1 / \\w+::SendCommand> ERROR echec du DeviceIO( / API::SendMeasBoardCmd> Error)?|"
+    "[34] 5 0 0 1 / \\w+::GetResult> ERROR:  timeout ou event detruit \\(cmdeid=..\\)|"
+    "[34] 5 8 2 1 / \\w+::GetResult> (ERROR: )?device io error\\(cmdeid=..\\) / "
+    "\\w+::GetResult> ERROR \\(cmdeid=\\d+\\)( / API::GetMeasBoardResult> Error)?";
+
+/** Runs a road with its first block refused, then with its second, until it needs no more. */
+void RefuseEach(const CTestHome& i_Home, const S_ROAD& i_Road)
+{
+    SCOPED_TRACE(i_Road.pszName);
+    bool l_bRefused = true;
+    const auto l_fnRun = [&](int64_t i_llGiven) {
+        i_Road.fnPrepare();
+        tornval::ResetTraceLog();
+        t_llGiven = i_llGiven;
+        const S_RESULT l_Result = i_Road.fnRun();
+        l_bRefused = std::exchange(t_llGiven, -1) < 0;
+        std::ostringstream l_Told;
+        l_Told << l_Result.ulDriverType << ' ' << l_Result.ulStep << ' ' << l_Result.ulLastError
+               << ' ' << l_Result.ulFwStatus << ' ' << l_Result.ulStatus << i_Road.fnTell();
+        for (const std::string& l_strLine : i_Home.TraceLines()) {
+            l_Told << " / " << l_strLine.substr(0, l_strLine.find(" [ERROR_LEVEL]"));
         }
+        return l_Told.str();
+    };
+    size_t l_ulFailed = 0;
+    for (int64_t l_llBlock = 0; l_bRefused && l_llBlock < 5000; ++l_llBlock) {
+        const std::string l_strTold = l_fnRun(l_llBlock);
+        const bool l_bFailed = l_bRefused && l_strTold != i_Road.strGood;
+        l_ulFailed += l_bFailed ? 1 : 0;
+        EXPECT_TRUE(l_bFailed ? std::regex_match(l_strTold, std::regex(i_Road.strRefused))
+                              : l_strTold == i_Road.strGood)
+            << l_llBlock << ": " << l_strTold;
     }
-    FAIL() << "it needs block after block";
+    EXPECT_GT(l_ulFailed, 0U);
+    EXPECT_EQ(l_fnRun(-1), i_Road.strGood) << "the next one is right";
 }
 
 } // namespace
@@ -132,93 +184,122 @@ TEST(Allocation, NoneOnTheRoadOfAHostLevelCommand)
     EXPECT_GT(l_fnBlocks([&] { l_Driver.GetInstantMeasure(l_alValues, 0, 1, 0); }), 0U);
 }
 
-namespace {
-
-/** Refuses one block to a road. @return whether the road came so far. */
-template <typename Road>
-bool Refuse(uint32_t i_ulBlock, const Road& i_fnRoad)
+TEST(Allocation, RefusedEndsEachRoadOfADriverInItsOwnRecordAndLine)
 {
-    t_llGiven = int64_t{i_ulBlock} - 1;
-    i_fnRoad();
-    return std::exchange(t_llGiven, -1) < 0;
-}
-
-/** No more pages for this process. */
-class CNoPages
-{
-public:
-    CNoPages()
-    {
-        getrlimit(RLIMIT_AS, &m_Before);
-        const rlimit l_None{1 << 20, m_Before.rlim_max};
-        setrlimit(RLIMIT_AS, &l_None);
-    }
-    CNoPages(const CNoPages&) = delete;
-    CNoPages& operator=(const CNoPages&) = delete;
-    ~CNoPages() { setrlimit(RLIMIT_AS, &m_Before); }
-
-private:
-    rlimit m_Before{};
-};
-
-} // namespace
-
-TEST(Allocation, RefusedEndsABlockingMeasureInItsOwnRecord)
-{
-    const CTestHome l_Home("[IM]\n");
-    CQuietBoard l_Board;
-    l_Board.ReadConfiguration();
-    int32_t l_lValue = 0;
-    {
-        const CNoPages l_NoPages;
-        EXPECT_EQ(l_Board.GetInstantMeasure(&l_lValue, 0, 1, 0), Failed(BOARD, NO_STEP));
-    }
-    // No blocks: nothing was sent. No event: sent, and the fetch fails.
-    bool l_bRefused = true;
-    for (uint32_t l_ulBlock = 1; l_bRefused; ++l_ulBlock) {
-        S_RESULT l_Result{};
-        l_bRefused =
-            Refuse(l_ulBlock, [&] { l_Result = l_Board.GetInstantMeasure(&l_lValue, 0, 1, 0); });
-        EXPECT_TRUE(!l_bRefused
-                        ? l_Result == Done(BOARD, RESULT)
-                        : l_Result == Failed(BOARD, NO_STEP) || l_Result == Failed(BOARD, RESULT))
-            << l_ulBlock << ": " << l_Result;
-    }
-    EXPECT_EQ(l_Board.GetInstantMeasure(&l_lValue, 0, 1, 0), Done(BOARD, RESULT));
-}
-
-TEST(Allocation, RefusedEndsAReplayInAnEmptyUploadAndItsLine)
-{
-    const CTestHome l_Home("[IM]\nDAT_SIMU_FILE=" + std::string("\\hd00\\data.txt\n"));
+    const std::string l_strProbe = TORNVAL_LINKS "/zondebtc6.dll";
+    const CTestHome l_Home("[IM]\nDRIVER_NAME=link\nCHANNEL_1=2\nCHANNEL_2=5\nCHANNEL_3=7\n"
+                           "SET_RESET_EXEC=/none\nDAT_SIMU_FILE=\\hd00\\data.txt\n"
+                           "[BT]\nDRIVER_NAME=" +
+                           l_strProbe + "\n");
     l_Home.Write("data.txt", "0 1 2 3\n4 5 6 7\n");
+    TraceErrors();
+    std::unique_ptr<CQuietBoard> l_pBoard;
+    std::unique_ptr<tornval::CMeasDriver> l_pDriver;
+    int32_t l_lValue = 0;
     std::vector<char> l_vRaw(900);
     std::vector<int32_t> l_vlData(903);
-    uint32_t l_ulBlock = 1;
-    for (bool l_bRefused = true; l_bRefused; ++l_ulBlock) {
-        SCOPED_TRACE(l_ulBlock);
-        tornval::SetTraceLog(
-            std::make_unique<tornval::CTraceLogFile>("\\hd00\\log_tornval.txt", uint16_t{0x10}));
-        tornval::CIntMeasDriverSimu l_Board;
-        tornval::CMeasDriver& l_Driver = l_Board;
+    const auto l_fnMakeBoard = [&] { l_pBoard = std::make_unique<CQuietBoard>(); };
+    const auto l_fnConfigure = [&] {
+        l_fnMakeBoard();
+        l_pBoard->ReadConfiguration();
+    };
+    const auto l_fnMakeReplay = [&] {
+        l_pDriver = std::make_unique<tornval::CIntMeasDriverSimu>();
         S_SEND_STRUCT l_Cmde = tornval::MakeCommand(211, 0, 4);
         S_RECEIVE_STRUCT l_Receive{};
-        l_Driver.SendCommand(&l_Cmde, &l_Receive, nullptr, 0);
-        int32_t l_lSize = -1;
-        const auto l_fnUpload = [&] {
-            EXPECT_EQ(l_Driver.GetResult(900, l_vRaw.data(), &l_lSize, l_vlData.data(), 0, 1),
-                      Done(BOARD, RESULT));
-        };
-        l_bRefused = Refuse(l_ulBlock, l_fnUpload);
-        EXPECT_EQ(l_lSize, l_bRefused ? 0 : 900);
-        const std::vector<std::string> l_vstrLines = l_Home.TraceLines();
-        ASSERT_EQ(l_vstrLines.size(), l_bRefused ? 1U : 0U);
-        if (l_bRefused) {
-            EXPECT_NE(l_vstrLines[0].find("LastError=8 "), std::string::npos) << l_vstrLines[0];
-            l_fnUpload(); // tries again
-            EXPECT_EQ(l_lSize, 900);
+        l_pDriver->SendCommand(&l_Cmde, &l_Receive, nullptr, 0);
+    };
+    const auto l_fnName = [&] {
+        char l_aszName[260] = "none";
+        if (l_pDriver != nullptr) {
+            l_pDriver->GetDriverName(l_aszName);
         }
+        return std::string(" ") + l_aszName;
+    };
+    const S_ROAD l_aRoads[] = {
+        // The list of channels, the file, the stores.
+        {"ReadConfiguration",
+         [&] {
+             l_pBoard->ReadConfiguration();
+             return S_RESULT{};
+         },
+         "0 0 0 0 0 link 2 5 7", "0 0 0 0 0 (IM, no stores|VCI 0 1 0|link 2 5 7, no stores)",
+         l_fnMakeBoard, [&] { return " " + l_pBoard->Settings(); }},
+        {"InitIMB", [&] { return l_pBoard->InitIMB(); }, "3 5 0 0 0",
+         "3 2 0 0 1( / CIntMeasDriverSerial::InitIMB> ERROR allocation)?", l_fnConfigure},
+        {"SetMBCalibration",
+         [&] {
+             uint32_t l_ulIndex = 0;
+             double l_dA = 1, l_dB = 1;
+             return l_pBoard->SetMBCalibration(&l_ulIndex, &l_dA, &l_dB, 1);
+         },
+         "3 5 2 0 1 / CIntMeasDriver::TGPIO> cmde_line=/none lastError=2",
+         "3 0 0 0 1|3 5 8 0 1 / CIntMeasDriver::TGPIO> cmde_line=/none lastError=8", l_fnConfigure},
+        {"probe",
+         [&] {
+             l_pDriver.reset(new (std::nothrow) tornval::CBTProbeDriver());
+             return S_RESULT{};
+         },
+         "0 0 0 0 0 " + l_strProbe,
+         "0 0 0 0 0 none|0 0 0 0 0 (zondebtc6.dll|" + l_strProbe +
+             ") / CBTProbeDriver::CUSBProbeDriver> Create Driver probe BT error",
+         [] {}, l_fnName},
+        {"replay",
+         [&] { return l_pDriver->GetResult(900, l_vRaw.data(), &l_lValue, l_vlData.data(), 0, 1); },
+         "3 5 0 0 0, 900", "3 5 0 0 0, 0 / (Could not open file|Error allocation:) LastError=8",
+         l_fnMakeReplay, [&] { return ", " + std::to_string(l_lValue); }},
+    };
+    for (const S_ROAD& l_Road : l_aRoads) {
+        RefuseEach(l_Home, l_Road);
     }
-    EXPECT_GT(l_ulBlock, 6U); // the file, the text, four columns
+    l_fnConfigure();
+    // No more pages for this process.
+    const rlimit l_None{1 << 20, RLIM_INFINITY}, l_All{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &l_None);
+    const S_RESULT l_Result = l_pBoard->GetInstantMeasure(&l_lValue, 0, 1, 0);
+    setrlimit(RLIMIT_AS, &l_All);
+    EXPECT_EQ(l_Result, Failed(BOARD, NO_STEP));
+}
+
+TEST(Allocation, RefusedEndsEachExportInItsOwnRecordAndLine)
+{
+    const CTestHome l_Home("[IM]\nDRIVER_NAME=" TORNVAL_LINKS "/virtual_link.so\n"
+                           "[LOG]\nENABLE=1\nLEVEL=16\n");
+    static std::vector<char> s_vRaw(65544);
+    static std::vector<int32_t> s_vlData(3 + 3 * 65544);
+    S_DRIVER_INFO l_aInfo[2]{};
+    uint32_t l_ulCount = 0;
+    int32_t l_alValues[3]{};
+    const auto l_fnID = [&] { return l_aInfo[0].ulDriverID; };
+    const S_ROAD l_aRoads[] = {
+        {"load", [] { return LoadMeasDrivers(0x11); }, "0 6 0 0 0",
+         // Neither a link that does not open or close nor the first command, 210, fails a load.
+         "0 6 0 0 1.*|0 6 0 0 0 / CIntMeasDriverSerial::.*"},
+        {"measure", [&] { return GetInstantMeasure(l_alValues, 1); }, "3 5 0 0 0", k_pszNoExchange},
+        {"raw", [&] { return GetInstantMeasureWithoutCompensation(l_alValues, 1); }, "3 5 0 0 0",
+         k_pszNoExchange},
+        {"on device", [&] { return GetInstantMeasureOnDevice(l_fnID(), l_alValues, 1, 0); },
+         "3 5 0 0 0", k_pszNoExchange},
+        {"ohm", [&] { return GetMicroOhmMeasure(l_alValues); }, "4 5 0 0 0", k_pszNoExchange},
+        {"ohms", [&] { return GetAllMicroOhmMeasure(l_alValues, l_alValues + 1, l_alValues + 2); },
+         "4 5 0 0 0", k_pszNoExchange},
+        {"upload",
+         [&] {
+             return Exchange(l_fnID(), tornval::MakeCommand(211, 0, 4), nullptr, s_vRaw.data(),
+                             l_alValues, s_vlData.data());
+         },
+         "3 5 0 0 0", k_pszNoExchange},
+    };
+    ASSERT_EQ(LoadMeasDrivers(0x11), Done(ROUTER, LOAD));
+    for (const S_ROAD& l_Road : l_aRoads) {
+        RefuseEach(l_Home, l_Road);
+        // These take none.
+        t_llGiven = 0;
+        const uint32_t l_ulListed = EnumMeasDrivers(l_aInfo, 2, &l_ulCount);
+        t_llGiven = -1;
+        EXPECT_EQ(l_ulListed, 1U);
+    }
+    LoadMeasDrivers(0);
 }
 
 TEST(Allocation, OfTheFirstCallIsRefusedOnceEach)
@@ -267,68 +348,4 @@ TEST(Allocation, OfTheFirstCallIsRefusedOnceEach)
     EXPECT_GE(l_mapOutcomes[LOADED_WITHOUT_TRACE], 2) << "the logger or its path";
     EXPECT_GE(l_mapOutcomes[WITHOUT_CONFIGURATION], 1);
     EXPECT_GE(l_mapOutcomes[FAILED_ONCE], 2) << "one of the drivers";
-}
-
-TEST(Allocation, OfEachRoadIsRefusedOnceEach)
-{
-    const CTestHome l_Home("[IM]\nDRIVER_NAME=" TORNVAL_LINKS "/virtual_link.so\n"
-                           "[LOG]\nENABLE=1\nLEVEL=16\n");
-    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
-    RefuseEach([] { return LoadMeasDrivers(0x11); },
-               [](const S_RESULT& i_Result, bool i_bRefused) {
-                   EXPECT_TRUE(i_Result == Done(ROUTER, LOAD) ||
-                               (i_bRefused && i_Result == Failed(ROUTER, LOAD)))
-                       << i_Result;
-               });
-    S_DRIVER_INFO l_aInfo[2]{};
-    uint32_t l_ulCount = 0;
-    int32_t l_alValues[3]{};
-    double l_adA[13], l_adB[13];
-    ASSERT_EQ(LoadMeasDrivers(0x11).ulStatus, 0U);
-    ASSERT_EQ(EnumMeasDrivers(l_aInfo, 2, &l_ulCount), 1U);
-    static std::vector<char> s_vRaw(65544);
-    static std::vector<int32_t> s_vlData(3 + 3 * 65544);
-    const auto l_fnUpload = [&] {
-        S_SEND_STRUCT l_Cmde = tornval::MakeCommand(211, 0, 4);
-        S_RECEIVE_STRUCT l_Receive{};
-        int32_t l_lSize = 0;
-        const S_RESULT l_Sent =
-            SendMeasBoardCmd(l_aInfo[0].ulDriverID, &l_Cmde, &l_Receive, nullptr);
-        return l_Sent.ulStatus != 0
-                   ? l_Sent
-                   : GetMeasBoardResult(l_aInfo[0].ulDriverID, 65544, s_vRaw.data(), &l_lSize,
-                                        s_vlData.data(), 0);
-    };
-    const struct
-    {
-        const char* pszName;
-        uint32_t ulDriver;
-        std::function<S_RESULT()> fnCall;
-    } l_aRoads[] = {
-        {"measure", BOARD, [&] { return GetInstantMeasure(l_alValues, 1); }},
-        {"milliohm", MODULE, [&] { return GetMicroOhmMeasure(l_alValues); }},
-        {"upload", BOARD, l_fnUpload},
-        {"initialise", BOARD, [&] { return InitialiseMeasBoard(l_aInfo[0].ulDriverID, 1); }},
-        {"enumerate", BOARD,
-         [&] {
-             return EnumMeasDrivers(l_aInfo, 2, &l_ulCount) == 1 &&
-                            GetMBCalibrationCoeff(l_adA, l_adB, 13) == 1
-                        ? Done(BOARD, RESULT)
-                        : S_RESULT{};
-         }},
-    };
-    for (const auto& l_Road : l_aRoads) {
-        SCOPED_TRACE(l_Road.pszName);
-        RefuseEach(l_Road.fnCall, [&](const S_RESULT& i_Result, bool i_bRefused) {
-            // The blocks of the call itself, or those of the link at its send or its fetch.
-            EXPECT_TRUE(i_Result.ulStatus == 0 ||
-                        (i_bRefused && (i_Result == Failed(l_Road.ulDriver, NO_STEP) ||
-                                        i_Result == Failed(l_Road.ulDriver, SEND, {.ulError = 8}) ||
-                                        i_Result == Failed(l_Road.ulDriver, RESULT,
-                                                           {.ulError = 8, .ulFirmware = 2}))))
-                << i_Result;
-            EXPECT_EQ(l_Road.fnCall().ulStatus, 0U) << "the next one is right";
-        });
-    }
-    LoadMeasDrivers(0);
 }

@@ -17,6 +17,7 @@
 
 #include "TestHome.h"
 #include "TestRecord.h"
+#include "trust/Host.h"
 
 /** A forked copy of a process with threads loses what they had in hand: no leak of ours. */
 static bool s_bLeakCheckOff = false;
@@ -26,35 +27,6 @@ extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off() // 
 }
 
 namespace {
-
-/** The library for the life of this object. */
-class CLibrary
-{
-public:
-    CLibrary() : m_pHandle(dlopen(TORNVAL_LIBRARY, RTLD_NOW | RTLD_LOCAL))
-    {
-        if (m_pHandle == nullptr) {
-            throw std::runtime_error(dlerror());
-        }
-    }
-    CLibrary(const CLibrary&) = delete;
-    CLibrary& operator=(const CLibrary&) = delete;
-    ~CLibrary() { dlclose(m_pHandle); }
-
-    template <typename F>
-    F* Get(const char* i_pszName) const
-    {
-        void* l_pAddress = dlsym(m_pHandle, i_pszName);
-        F* l_pFn = nullptr;
-        std::memcpy(&l_pFn, &l_pAddress, sizeof(l_pFn));
-        return l_pFn;
-    }
-
-private:
-    void* m_pHandle;
-};
-
-#define ENTRY(i_Library, i_Name) (i_Library).Get<decltype(i_Name)>(#i_Name)
 
 bool IsLoaded(const char* i_pszPath = TORNVAL_LIBRARY)
 {
@@ -72,11 +44,15 @@ size_t ResidentBytes()
     return l_ulResident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
-std::string RealConfiguration()
+std::string LinkLibrary()
 {
     const std::string l_strLibrary = TORNVAL_LIBRARY;
-    return "[IM]\nDRIVER_NAME=" + l_strLibrary.substr(0, l_strLibrary.rfind("/lib/")) +
-           "/links/virtual_link.so\n[LOG]\nENABLE=1\nLEVEL=4369\n";
+    return l_strLibrary.substr(0, l_strLibrary.rfind("/lib/")) + "/links/virtual_link.so";
+}
+
+std::string RealConfiguration()
+{
+    return "[IM]\nDRIVER_NAME=" + LinkLibrary() + "\n[LOG]\nENABLE=1\nLEVEL=4369\n";
 }
 
 /** Runs a host in a process of its own, which ends by exit() with what the host gives. */
@@ -96,83 +72,46 @@ int ExitCodeOf(F&& i_fnHost)
 
 TEST(Library, UnloadsWithEverythingItHeld)
 {
-    const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
-    for (int i = 0; i < 5; ++i) {
-        {
-            const CLibrary l_Library;
-            EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11), Done(ROUTER, LOAD));
-            S_DRIVER_INFO l_Info{};
-            uint32_t l_ulCount = 0;
-            ENTRY(l_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount);
-            // Unloading resets the process-wide counters with everything else.
-            EXPECT_EQ(l_Info.ulDriverID, 4000U);
+    for (const std::string& l_strConfiguration : {std::string(), RealConfiguration()}) {
+        const CTestHome l_Home(l_strConfiguration);
+        for (int i = 0; i < 3; ++i) {
+            {
+                const CHost l_Host;
+                if (!l_strConfiguration.empty()) {
+                    EXPECT_EQ(l_Host.LoadMeasDrivers_(0x11), Done(ROUTER, LOAD));
+                    EXPECT_TRUE(IsLoaded(LinkLibrary().c_str()));
+                    S_DRIVER_INFO l_Info{};
+                    uint32_t l_ulCount = 0;
+                    l_Host.EnumMeasDrivers_(&l_Info, 1, &l_ulCount);
+                    // Unloading resets the process-wide counters with everything else.
+                    EXPECT_EQ(l_Info.ulDriverID, 4001U);
+                }
+            }
+            EXPECT_FALSE(IsLoaded(LinkLibrary().c_str()) || IsLoaded());
         }
-        EXPECT_FALSE(IsLoaded());
     }
 }
 
-TEST(Library, UnloadsInTheMiddleOfNothing)
-{
-    const CTestHome l_Home;
-    {
-        const CLibrary l_Library;
-    }
-    EXPECT_FALSE(IsLoaded());
-}
-
-TEST(Library, GivesTheLinkLibraryBack)
-{
-    const CTestHome l_Home(RealConfiguration());
-    const std::string l_strLibrary = TORNVAL_LIBRARY;
-    const std::string l_strLink =
-        l_strLibrary.substr(0, l_strLibrary.rfind("/lib/")) + "/links/virtual_link.so";
-    {
-        const CLibrary l_Library;
-        EXPECT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11).ulStatus, 0U);
-        EXPECT_TRUE(IsLoaded(l_strLink.c_str()));
-    }
-    EXPECT_FALSE(IsLoaded(l_strLink.c_str()));
-    EXPECT_FALSE(IsLoaded());
-}
-
-TEST(Library, LetsAProcessEndWithDriversLoadedAndThreadsInside)
-{
-    const CTestHome l_Home(RealConfiguration());
-    EXPECT_EQ(ExitCodeOf([] {
-                  static const CLibrary s_Library;
-                  if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
-                      return 1;
-                  }
-                  for (int i = 0; i < 3; ++i) {
-                      std::thread([] {
-                          int32_t l_lValue = 0;
-                          while (ENTRY(s_Library, GetInstantMeasure)(&l_lValue, 1).ulStatus == 0) {
-                          }
-                          pause();
-                      }).detach();
-                  }
-                  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                  return 7;
-              }),
-              7);
-}
-
-TEST(Library, TracesForThreadsThatRunOnAtTheEnd)
+TEST(Library, LetsAProcessEndWithThreadsInsideAndTracesToItsLastMoment)
 {
     // One run in twenty of a logger that goes too early is clean.
-    for (int l_lRun = 0; l_lRun < 10; ++l_lRun) {
-        const CTestHome l_Home("[IM]\nSIMU=1\n[LOG]\nENABLE=1\nLEVEL=4369\n");
+    for (int l_lRun = 0; l_lRun < 4; ++l_lRun) {
+        const CTestHome l_Home(RealConfiguration());
         EXPECT_EQ(ExitCodeOf([&] {
                       std::filesystem::current_path(l_Home.Path(""));
-                      static const CLibrary& s_Library = *new CLibrary();
-                      ENTRY(s_Library, LoadMeasDrivers)(0x11);
-                      for (int i = 0; i < 3; ++i) {
-                          std::thread([] {
+                      static const CHost& s_Host = *new CHost();
+                      if (s_Host.LoadMeasDrivers_(0x11).ulStatus != 0) {
+                          return 1;
+                      }
+                      for (int i = 0; i < 4; ++i) {
+                          std::thread([i] {
                               S_SEND_STRUCT l_Cmde{};
                               S_RECEIVE_STRUCT l_Receive{};
+                              int32_t l_lValue = 0;
                               while (true) {
-                                  ENTRY(s_Library, SendMeasBoardCmd)
-                                  (1, &l_Cmde, &l_Receive, nullptr);
+                                  i == 0
+                                      ? s_Host.GetInstantMeasure_(&l_lValue, 1)
+                                      : s_Host.SendMeasBoardCmd_(1, &l_Cmde, &l_Receive, nullptr);
                               }
                           }).detach();
                       }
@@ -194,15 +133,15 @@ TEST(Library, WaitsOnceAtTheEndForACallThatStaysInside)
     setenv("TORNVAL_EMULATOR_BOARD", "no-answer@212", 1);
     const auto l_Begin = std::chrono::steady_clock::now();
     EXPECT_EQ(ExitCodeOf([] {
-                  static const CLibrary& s_Library = *new CLibrary();
+                  static const CHost& s_Host = *new CHost();
                   for (int i = 0; i < 5; ++i) {
-                      if (ENTRY(s_Library, LoadMeasDrivers)(0x10).ulStatus != 0) {
+                      if (s_Host.LoadMeasDrivers_(0x10).ulStatus != 0) {
                           return 1;
                       }
                   }
                   std::thread([] {
                       int32_t l_lValue = 0;
-                      ENTRY(s_Library, GetInstantMeasure)(&l_lValue, 1);
+                      s_Host.GetInstantMeasure_(&l_lValue, 1);
                       pause();
                   }).detach();
                   std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -232,25 +171,25 @@ TEST(Library, NeedsNoMoreMemoryFromLoadToLoad)
     // that every load left behind would make more.
     constexpr int64_t k_llSmallestLeak = 300 * 16;
     EXPECT_LT(l_fnHeap([] {
-                  const CLibrary l_Library;
-                  ASSERT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x11).ulStatus, 0U);
+                  const CHost l_Host;
+                  ASSERT_EQ(l_Host.LoadMeasDrivers_(0x11).ulStatus, 0U);
               }),
               k_llSmallestLeak);
-    const CLibrary l_Library;
-    EXPECT_LT(l_fnHeap([&] { ENTRY(l_Library, LoadMeasDrivers)(0x11); }), k_llSmallestLeak);
+    const CHost l_Host;
+    EXPECT_LT(l_fnHeap([&] { l_Host.LoadMeasDrivers_(0x11); }), k_llSmallestLeak);
 }
 
 TEST(Library, RefusesACallAfterItsEnd)
 {
     const CTestHome l_Home(RealConfiguration());
     EXPECT_EQ(ExitCodeOf([] {
-                  static const auto* s_pLibrary = new CLibrary();
+                  static const auto* s_pHost = new CHost();
                   // Registered before the first call, so it runs when the drivers are gone.
                   std::atexit([] {
-                      const S_RESULT l_Result = ENTRY(*s_pLibrary, LoadMeasDrivers)(0x11);
+                      const S_RESULT l_Result = s_pHost->LoadMeasDrivers_(0x11);
                       _exit(l_Result == Failed(ROUTER, LOAD) ? 7 : 2);
                   });
-                  return ENTRY(*s_pLibrary, LoadMeasDrivers)(0x11).ulStatus == 0 ? 0 : 1;
+                  return s_pHost->LoadMeasDrivers_(0x11).ulStatus == 0 ? 0 : 1;
               }),
               7);
 }
@@ -263,32 +202,29 @@ TEST(Library, LeavesTheDriversToTheParentOfAFork)
         const CTestHome l_Home(l_strConfiguration);
         EXPECT_EQ(ExitCodeOf([] {
                       // Not closed: what a child leaves alone must stay within reach.
-                      static const CLibrary& s_Library = *new CLibrary();
+                      static const CHost& s_Host = *new CHost();
                       static int32_t s_lValue = 0;
-                      if (ENTRY(s_Library, LoadMeasDrivers)(0x11).ulStatus != 0) {
+                      if (s_Host.LoadMeasDrivers_(0x11).ulStatus != 0) {
                           return 1;
                       }
                       // A thread is inside, and may hold any lock, at the moment of each fork.
                       std::thread([] {
                           S_DRIVER_INFO l_Info{};
                           uint32_t l_ulCount = 0;
-                          while (ENTRY(s_Library, EnumMeasDrivers)(&l_Info, 1, &l_ulCount) == 1) {
+                          while (s_Host.EnumMeasDrivers_(&l_Info, 1, &l_ulCount) == 1) {
                           }
                       }).detach();
                       for (int i = 0; i < 8; ++i) {
                           const int l_lChild = ExitCodeOf([] {
                               s_bLeakCheckOff = true;
-                              ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1);
-                              return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 1
-                                         ? 7
-                                         : 2;
+                              s_Host.GetInstantMeasure_(&s_lValue, 1);
+                              return s_Host.GetInstantMeasure_(&s_lValue, 1).ulStatus == 1 ? 7 : 2;
                           });
                           if (l_lChild != 7) {
                               return 3;
                           }
                       }
-                      return ENTRY(s_Library, GetInstantMeasure)(&s_lValue, 1).ulStatus == 0 ? 7
-                                                                                             : 4;
+                      return s_Host.GetInstantMeasure_(&s_lValue, 1).ulStatus == 0 ? 7 : 4;
                   }),
                   7);
         const std::vector<std::string> l_vstrLines = l_Home.TraceLines();
@@ -300,6 +236,30 @@ TEST(Library, LeavesTheDriversToTheParentOfAFork)
     }
 }
 
+TEST(Library, FindsTheConfigurationOfAHostWhosePathIsTooLong)
+{
+    if (getenv("TORNVAL_TEST_LONG_HOST") != nullptr) {
+        _exit(CHost().LoadMeasDrivers_(0x10).ulStatus == 0 ? 7 : 1);
+    }
+    const CTestHome l_Home("[IM]\nSIMU=1\n");
+    // Its folder has room for the configuration's name; the program's own does not fit.
+    for (const size_t l_ulLength : {259U, 270U}) {
+        const std::string l_strHost =
+            l_Home.Path(std::string(l_ulLength - l_Home.Path("").size(), 'h'));
+        std::filesystem::copy_file("/proc/self/exe", l_strHost);
+        const pid_t l_lPid = fork();
+        if (l_lPid == 0) {
+            unsetenv("TORNVAL_HOME");
+            setenv("TORNVAL_TEST_LONG_HOST", "1", 1);
+            execl(l_strHost.c_str(), "host", "--gtest_filter=*WhosePathIsTooLong", nullptr);
+            _exit(2);
+        }
+        int l_lStatus = 0;
+        ASSERT_EQ(waitpid(l_lPid, &l_lStatus, 0), l_lPid);
+        EXPECT_EQ(WEXITSTATUS(l_lStatus), 7) << l_ulLength;
+    }
+}
+
 TEST(Library, HoldsTheRecordingInLittleMemory)
 {
     const CTestHome l_Home("[IM]\nSIMU=1\nDAT_SIMU_FILE=" TORNVAL_RECORDING "\n");
@@ -307,13 +267,13 @@ TEST(Library, HoldsTheRecordingInLittleMemory)
     char l_acRaw[900];
     int32_t l_lSize = 0;
     const size_t l_ulBefore = ResidentBytes();
-    const CLibrary l_Library;
-    ASSERT_EQ(ENTRY(l_Library, LoadMeasDrivers)(0x10).ulStatus, 0U);
+    const CHost l_Host;
+    ASSERT_EQ(l_Host.LoadMeasDrivers_(0x10).ulStatus, 0U);
     S_SEND_STRUCT l_Cmde{};
     l_Cmde.CmdeID = 211;
     S_RECEIVE_STRUCT l_Receive{};
-    ENTRY(l_Library, SendMeasBoardCmd)(4000, &l_Cmde, &l_Receive, nullptr);
-    ENTRY(l_Library, GetMeasBoardResult)(4000, 900, l_acRaw, &l_lSize, l_vlData.data(), 0);
+    l_Host.SendMeasBoardCmd_(4000, &l_Cmde, &l_Receive, nullptr);
+    l_Host.GetMeasBoardResult_(4000, 900, l_acRaw, &l_lSize, l_vlData.data(), 0);
     ASSERT_EQ(l_lSize, 900);
     EXPECT_LT(ResidentBytes() - l_ulBefore, size_t{20} << 20);
 }

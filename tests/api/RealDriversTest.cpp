@@ -13,7 +13,7 @@
 #include "Exchange.h"
 #include "TestHome.h"
 #include "TestRecord.h"
-#include "platform/Api.h"
+#include "cecore.h"
 #include "support/Trace.h"
 
 namespace {
@@ -405,35 +405,4 @@ TEST(RealDrivers, WorkBesideProbesFromThreadsOfTheirOwn)
     for (std::thread& l_Thread : l_vThreads) {
         l_Thread.join();
     }
-}
-
-TEST(RealDrivers, LeaveNothingBehindOfAHundredTimeOuts)
-{
-    const CInstrument l_Instrument;
-    ASSERT_EQ(LoadMeasDrivers(0x10).ulStatus, 0U);
-    const auto l_fnThreads = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                             std::filesystem::directory_iterator());
-    };
-    const auto l_lThreads = l_fnThreads();
-    const uint32_t l_ulHandles = cecore::GetOpenHandleCount();
-    // They answer when everyone has given up: each late signal meets a closed event.
-    l_Instrument.Dial("board", "late=6500*100");
-    std::vector<std::thread> l_vThreads;
-    for (int i = 0; i < 100; ++i) {
-        l_vThreads.emplace_back([] {
-            int32_t l_lValue = 7;
-            EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), Failed(BOARD, RESULT));
-            EXPECT_EQ(l_lValue, 7);
-        });
-    }
-    for (std::thread& l_Thread : l_vThreads) {
-        l_Thread.join();
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
-    EXPECT_EQ(cecore::GetOpenHandleCount(), l_ulHandles);
-    EXPECT_EQ(l_fnThreads(), l_lThreads);
-    int32_t l_lValue = 0;
-    EXPECT_EQ(GetInstantMeasure(&l_lValue, 1), Done(BOARD, RESULT));
-    EXPECT_EQ(l_lValue, 2001);
 }

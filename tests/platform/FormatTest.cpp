@@ -92,7 +92,7 @@ TEST(Format, ReadsNothingElseWhenAFormatDoesNotFit)
 {
     S_FORMAT_ARG l_aArgs[2] = {};
     l_aArgs[0].ulInteger = 7;
-    l_aArgs[1].eKind = EFormatKind::NARROW;
+    l_aArgs[1].eKind = E_FORMAT_KIND::NARROW;
     l_aArgs[1].pszNarrow = "text";
     const char* const l_apszCases[][2] = {{"%s %d", "7 text"},
                                           {"%f|%x|%d", "7|text|"},

@@ -1,15 +1,11 @@
-#include <random>
-
 #include <gtest/gtest.h>
 
 #include "TestHome.h"
 #include "TestRecord.h"
-#include "emulator/SampleEncoder.h"
 #include "probes/BareProbe.h"
 #include "support/Trace.h"
 
 using namespace tornval;
-using emulator::S_SAMPLE;
 
 namespace {
 
@@ -75,7 +71,9 @@ TEST(ProbeCore, RollingReply)
         S_RESULT l_Result{1, 5, 0, 0, 0};
         EXPECT_EQ(Manage(l_Probe, l_vReply, &l_lSize, l_vlProcessed.data(), l_Result),
                   l_Case.ulStatus == 0);
-        EXPECT_EQ(l_Result, (S_RESULT{1, 5, 0, l_Case.ulFwStatus, l_Case.ulStatus}));
+        EXPECT_EQ(l_Result, l_Case.ulStatus == 0
+                                ? Done(BT_PROBE, RESULT)
+                                : Failed(BT_PROBE, RESULT, {.ulFirmware = l_Case.ulFwStatus}));
         EXPECT_EQ(l_lSize, static_cast<int32_t>(l_Case.vlProcessed.size()));
         Values l_vlExpected = l_Case.vlProcessed;
         l_vlExpected.resize(l_vlProcessed.size(), k_lUntouched);
@@ -103,7 +101,7 @@ TEST(ProbeCore, TwoChannelsAddToTheSizeAndNullPointersFail)
     EXPECT_EQ(l_lSize, 103);
     EXPECT_FALSE(Manage(l_Probe, l_vReply, nullptr, l_alProcessed, l_Result));
     EXPECT_FALSE(Manage(l_Probe, l_vReply, &l_lSize, nullptr, l_Result));
-    EXPECT_EQ(l_Result, (S_RESULT{0, 0, 0, 0, 1}));
+    EXPECT_EQ(l_Result, Failed(ROUTER, NO_STEP));
 }
 
 TEST(ProbeCore, StripResultHeader)
@@ -122,7 +120,8 @@ TEST(ProbeCore, StripResultHeader)
         l_Result = {};
         l_Probe.StripResultHeader(reinterpret_cast<char*>(l_vReply.data()),
                                   static_cast<uint32_t>(l_vReply.size()), l_Result);
-        EXPECT_EQ(l_Result, (S_RESULT{0, 0, 0, l_ulFwStatus, l_bRefused ? 1U : 0U}));
+        EXPECT_EQ(l_Result, l_bRefused ? Failed(ROUTER, NO_STEP, {.ulFirmware = l_ulFwStatus})
+                                       : Done(ROUTER, NO_STEP));
         EXPECT_EQ(l_vReply, l_vAfter);
     }
     EXPECT_EQ(l_Probe.StripResultHeader(nullptr, 8, l_Result).ulStatus, 1U);
@@ -138,58 +137,4 @@ TEST(ProbeCore, ScaleSample)
     EXPECT_EQ(l_lValue, k_lUntouched);
     l_Two.ScaleSample(&l_lValue, 1, 7, 0x8000);
     EXPECT_EQ(l_lValue, -8388608);
-}
-
-TEST(ProbeCore, EncoderAndDecoderAgreeOnRandomWalks)
-{
-    constexpr uint32_t k_ulSeed = 20240611;
-    SCOPED_TRACE("seed " + std::to_string(k_ulSeed));
-    std::mt19937 l_Random(k_ulSeed);
-    const auto l_fnDraw = [&](int i_lFrom, int i_lTo) {
-        return std::uniform_int_distribution<int>(i_lFrom, i_lTo)(l_Random);
-    };
-    size_t l_ulWraps = 0;
-    for (uint32_t l_ulWalk = 0; l_ulWalk < 20; ++l_ulWalk) {
-        const uint32_t l_ulNbChannel = 1 + l_ulWalk % 2;
-        std::vector<S_SAMPLE> l_vWalk, l_vLast(l_ulNbChannel);
-        Values l_avlMeasures[2];
-        int l_lDrift = 0;
-        while (l_vWalk.size() < 60000) {
-            const size_t l_ulChannel = l_vWalk.size() % l_ulNbChannel;
-            S_SAMPLE& l_Sample = l_vLast[l_ulChannel];
-            // Long drifts lead past both ends of the 16 bits, which only steps reach.
-            l_lDrift = l_fnDraw(0, 4000) == 0 ? l_fnDraw(-50, 50) : l_lDrift;
-            if (l_fnDraw(0, 2000) == 0) {
-                l_Sample = {static_cast<int16_t>(l_fnDraw(-4096, 4095)), l_fnDraw(0, 1) != 0};
-            } else {
-                const int l_lNext = l_Sample.sValue + l_lDrift + l_fnDraw(-13, 13);
-                l_ulWraps += l_lNext != static_cast<int16_t>(l_lNext) ? 1 : 0;
-                l_Sample.sValue = static_cast<int16_t>(l_lNext);
-            }
-            l_vWalk.push_back(l_Sample);
-            l_avlMeasures[l_ulChannel].push_back(l_Sample.sValue * (l_Sample.bHighRange ? 16 : 1) *
-                                                 (l_ulChannel == 0 ? 4 : 16));
-        }
-        const emulator::S_ENCODED l_Encoded = emulator::EncodeSamples(l_vWalk, l_ulNbChannel);
-        ASSERT_EQ(l_Encoded.ulSamples, l_vWalk.size());
-        Bytes l_vReply{33, 0, 0, 0};
-        wire::WriteLe16(l_vReply.data() + 1, static_cast<uint16_t>(l_Encoded.vCodes.size()));
-        l_vReply.insert(l_vReply.end(), l_Encoded.vCodes.begin(), l_Encoded.vCodes.end());
-        CBareProbe l_Probe(l_ulNbChannel);
-        Values l_vlProcessed(l_vReply.size());
-        int32_t l_lSize = 0;
-        S_RESULT l_Result{};
-        ASSERT_TRUE(Manage(l_Probe, l_vReply, &l_lSize, l_vlProcessed.data(), l_Result));
-        l_vlProcessed.resize(static_cast<size_t>(l_lSize));
-        Values l_vlExpected;
-        for (const Values& l_vlMeasures : l_avlMeasures) {
-            l_vlExpected.push_back(static_cast<int32_t>(l_vlMeasures.size()));
-        }
-        for (const Values& l_vlMeasures : l_avlMeasures) {
-            l_vlExpected.insert(l_vlExpected.end(), l_vlMeasures.begin(), l_vlMeasures.end());
-        }
-        // Not as an equality that prints: a difference would print all numbers.
-        ASSERT_TRUE(l_vlProcessed == l_vlExpected) << l_ulWalk;
-    }
-    EXPECT_GT(l_ulWraps, 20U);
 }

@@ -270,7 +270,7 @@ TEST_P(ProbeLink, InstantMeasureMeansAndFailures)
         {"status 44", 0, {33, 1, 0, 44, 0x81, 0}, Record(5, 1, 0, 44), 0, 8},
         {"a size that lies", 0, {33, 9, 0, 0, 0x81, 0}, Record(5, 1), 0, 8},
         {"half a header", 0, {33, 9}, Record(5, 1), 0, 8},
-        {"no channel", 2, {33, 1, 0, 0, 0x81}, S_RESULT{0, 0, 0, 0, 1}, 0, 2},
+        {"no channel", 2, {33, 1, 0, 0, 0x81}, Failed(ROUTER, NO_STEP), 0, 2},
         {"the other channel alone", 1, {33, 1, 0, 0, 0x81, 0}, Record(5, 1), 0, 8},
     };
     for (const auto& l_Case : l_aCases) {

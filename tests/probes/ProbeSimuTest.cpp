@@ -29,9 +29,9 @@ TEST(ProbeSimu, NumbersNamesAndFlags)
     char l_aszName[260];
     l_BT.GetDriverName(l_aszName);
     EXPECT_STREQ(l_aszName, "BT");
-    EXPECT_EQ(l_aUSB[0].Close(), (S_RESULT{1, 4, 0, 0, 0}));
+    EXPECT_EQ(l_aUSB[0].Close(), Done(BT_PROBE, CLOSE));
     EXPECT_FALSE(l_aUSB[0].IsInitialised());
-    EXPECT_EQ(l_aUSB[0].Init(), (S_RESULT{1, 3, 0, 0, 0}));
+    EXPECT_EQ(l_aUSB[0].Init(), Done(BT_PROBE, INIT));
     EXPECT_TRUE(l_aUSB[0].IsInitialised());
 }
 
@@ -39,25 +39,25 @@ TEST(ProbeSimu, CommandsAndTheirResults)
 {
     CBTProbeDriverSimu l_Probe;
     char l_acRaw[803] = {};
-    EXPECT_EQ(l_Probe.GetResult(803, l_acRaw, nullptr, nullptr, 0, 1), (S_RESULT{1, 5, 0, 0, 1}));
+    EXPECT_EQ(l_Probe.GetResult(803, l_acRaw, nullptr, nullptr, 0, 1), Failed(BT_PROBE, RESULT));
     for (unsigned l_ulID = 0; l_ulID < 256; ++l_ulID) {
         const bool l_bRead = l_ulID == 1 || l_ulID == 0x21;
         const bool l_bKnown = l_bRead || l_ulID == 0x20 || l_ulID == 0x22 || l_ulID == 0x40;
         S_RECEIVE_STRUCT l_Receive{7, 7};
         EXPECT_EQ(Send(l_Probe, static_cast<uint8_t>(l_ulID), &l_Receive),
-                  (S_RESULT{1, 2, 0, 0, l_bKnown ? 0U : 1U}))
+                  l_bKnown ? Done(BT_PROBE, SEND) : Failed(BT_PROBE, SEND))
             << l_ulID;
         EXPECT_EQ(l_Receive.ulAnswer, l_bKnown ? 0U : 7U);
         EXPECT_EQ(l_Receive.ulNbReturnByte, l_bRead ? 803U : l_bKnown ? 0U : 7U);
         l_acRaw[0] = 'x';
         EXPECT_EQ(l_Probe.GetResult(803, l_acRaw, nullptr, nullptr, 0, 1),
-                  (S_RESULT{1, 5, 0, 0, l_bKnown ? 0U : 1U}));
+                  l_bKnown ? Done(BT_PROBE, RESULT) : Failed(BT_PROBE, RESULT));
         EXPECT_EQ(l_acRaw[0], l_bRead ? 0x21 : 'x');
     }
     EXPECT_EQ(Send(l_Probe, 0x22, nullptr).ulStatus, 1U);
-    EXPECT_EQ(l_Probe.GetResult(0, nullptr, nullptr, nullptr, 0, 1), (S_RESULT{1, 5, 0, 0, 1}));
+    EXPECT_EQ(l_Probe.GetResult(0, nullptr, nullptr, nullptr, 0, 1), Failed(BT_PROBE, RESULT));
     S_RECEIVE_STRUCT l_Receive{};
-    EXPECT_EQ(l_Probe.SendCommand(nullptr, &l_Receive, nullptr, 0), (S_RESULT{1, 2, 0, 0, 1}));
+    EXPECT_EQ(l_Probe.SendCommand(nullptr, &l_Receive, nullptr, 0), Failed(BT_PROBE, SEND));
     EXPECT_EQ(l_Probe.GetResult(0, l_acRaw, nullptr, nullptr, 0, 1).ulStatus, 0U);
 }
 
@@ -76,7 +76,7 @@ TEST(ProbeSimu, CannedReplyStaysInTheRoomThatItGets)
         int32_t l_lSize = 99;
         EXPECT_EQ(l_Probe.GetResult(l_ulRoom, reinterpret_cast<char*>(l_vRaw.data()), &l_lSize,
                                     l_vlProcessed.data(), 0, 1),
-                  (S_RESULT{1, 5, 0, 0, l_bFits ? 0U : 1U}));
+                  l_bFits ? Done(BT_PROBE, RESULT) : Failed(BT_PROBE, RESULT));
         EXPECT_EQ(l_lSize, l_bFits ? static_cast<int32_t>(l_ulCount + 2) : 99);
         std::vector<uint8_t> l_vExpectedRaw(l_ulRoom, l_bFits ? 0x80 : 0);
         std::vector<int32_t> l_vlExpected(801, 1);

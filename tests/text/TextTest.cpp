@@ -49,8 +49,6 @@ const S_CASE k_aCases[] = {
     {{4, 2, 0, 0, 1}, {160, 0}, {"161 and 255", "160 (0xA0)"}},
     {{0, 2, 0, 0, 1}, k_Nothing, {"no driver with this ID"}},
     {{0, 3, 0, 0, 1}, k_Nothing, {"initialisation", "no driver with this ID"}},
-    {{0, 4, 0, 0, 1}, k_Nothing, {"close", "no driver with this ID"}},
-    {{0, 5, 0, 0, 1}, k_Nothing, {"fetch", "no driver with this ID"}},
     {{0, 0, 0, 0, 1}, k_Nothing, {"no driver for it"}},
     {{3, 0, 0, 0, 1}, k_Nothing, {"argument was refused or memory"}},
     {{1, 3, 0, 0, 1}, k_Nothing, {"link did not open"}},

@@ -347,8 +347,7 @@ TEST(Seams, OfTheSimulation)
               std::vector<S_STEP>{
                   // A recording that cannot be read gives no samples, and no failure.
                   Exchange("IM", 209, {}, l_strSamples, ""),
-                  Exchange("IM", 211, {}, "3 5 0 0 0 = 900 224169", l_strSamples + "|0 5 0 0 1",
-                           l_strSamples),
+                  Exchange("IM", 211, {}, "3 5 0 0 0 = 900 224169", l_strSamples, l_strSamples),
                   Init("BT", "1 3 0 0 0", ""), OnDevice("BT", 0, "1 5 0 0 0 = -252", k_pszProbe),
                   OnDevice("USB", 0, "1 5 0 0 0 = -252", k_pszProbe),
                   Exchange("USB", 33, {}, "1 5 0 0 0 = 800 -200298", k_pszProbe),
