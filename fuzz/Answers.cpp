@@ -4,6 +4,8 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <memory>
+#include <span>
+#include <utility>
 
 #include "TornvalC63.h"
 #include "wire/Bytes.h"
@@ -27,31 +29,32 @@ std::vector<uint8_t> GoodAnswer()
     return l_vBlock;
 }
 
+/** What a link gives: these bytes, and their count. */
+S_HOSTILE_STEP Giving(std::span<const uint8_t> i_Bytes)
+{
+    S_HOSTILE_STEP l_Step;
+    l_Step.pucBytes = i_Bytes.data();
+    l_Step.ulCount = l_Step.ulSize = static_cast<uint32_t>(i_Bytes.size());
+    return l_Step;
+}
+
 /** Loads board and module over a link that answers well. */
 const CFuzzedHome& Home()
 {
     static CFuzzedHome s_Home;
     static const bool s_bLoaded = [] {
         const std::vector<uint8_t> l_vGood = GoodAnswer();
-        bool l_bSend = true;
-        const auto l_fnNext = [&] {
-            l_bSend = !l_bSend;
-            S_HOSTILE_STEP l_Step;
-            l_Step.ulCount = static_cast<uint32_t>(l_vGood.size());
-            l_Step.pucBytes = l_vGood.data();
-            l_Step.ulSize = static_cast<uint32_t>(l_vGood.size());
-            return l_Step;
-        };
-        const CFuzzedHome::CPlay l_Play(s_Home, l_fnNext);
+        const CFuzzedHome::CPlay l_Play(s_Home, [&] { return Giving(l_vGood); });
         S_DRIVER_INFO l_aInfo[8];
         uint32_t l_ulCount = 0;
         Require(LoadMeasDrivers(0x11).ulStatus == 0 &&
                 EnumMeasDrivers(l_aInfo, 8, &l_ulCount) == 1);
         for (uint32_t i = 0; i < l_ulCount; ++i) {
-            const bool l_bBoard = std::strcmp(l_aInfo[i].szLinkType, "IM") == 0;
-            const bool l_bModule = std::strcmp(l_aInfo[i].szLinkType, "MO") == 0;
-            (l_bBoard ? g_ulBoard : g_ulModule) =
-                l_bBoard || l_bModule ? l_aInfo[i].ulDriverID : g_ulModule;
+            if (std::strcmp(l_aInfo[i].szLinkType, "IM") == 0) {
+                g_ulBoard = l_aInfo[i].ulDriverID;
+            } else if (std::strcmp(l_aInfo[i].szLinkType, "MO") == 0) {
+                g_ulModule = l_aInfo[i].ulDriverID;
+            }
         }
         return true;
     }();
@@ -84,10 +87,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
     static const uint8_t s_aucAccepted[4] = {};
     bool l_bSend = true;
     const auto l_fnNext = [&] {
-        S_HOSTILE_STEP l_Step;
-        l_Step.pucBytes = l_bSend ? s_aucAccepted : l_vBlock.data();
-        l_Step.ulSize = l_bSend ? 4 : l_ulBlock;
-        l_Step.ulCount = l_bSend ? 4 : (l_bLies ? l_ulLie : l_ulBlock);
+        S_HOSTILE_STEP l_Step = l_bSend ? Giving(s_aucAccepted) : Giving(l_vBlock);
+        l_Step.ulCount = l_bLies && !l_bSend ? l_ulLie : l_Step.ulCount;
         l_bSend = false;
         return l_Step;
     };
@@ -141,14 +142,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
         // The coefficients are the family's: put back what the other inputs count on.
         const std::vector<uint8_t> l_vGood = GoodAnswer();
         bool l_bFirst = true;
-        const auto l_fnGood = [&] {
-            S_HOSTILE_STEP l_Step;
-            l_Step.pucBytes = l_bFirst ? s_aucAccepted : l_vGood.data();
-            l_Step.ulCount = l_Step.ulSize = l_bFirst ? 4 : static_cast<uint32_t>(l_vGood.size());
-            l_bFirst = false;
-            return l_Step;
-        };
-        const CFuzzedHome::CPlay l_PlayGood(l_Home, l_fnGood);
+        const CFuzzedHome::CPlay l_PlayGood(l_Home, [&] {
+            return std::exchange(l_bFirst, false) ? Giving(s_aucAccepted) : Giving(l_vGood);
+        });
         char l_acRaw[1];
         Require(SendMeasBoardCmd(l_ulID, &l_Cmde, &l_Receive, nullptr).ulStatus == 0);
         Require(GetMeasBoardResult(l_ulID, 1, l_acRaw, &l_lSize, s_vlData.data(), 0).ulStatus == 0);

@@ -9,6 +9,23 @@
 
 namespace {
 
+constexpr const char* k_apszLines[] = {"\n",
+                                       "CHANNEL_1=12\n",
+                                       "CHANNEL_2=13\n",
+                                       "CHANNEL_3=-1\n",
+                                       "TIMEOUT=0\n",
+                                       "[IM]\n",
+                                       "DRIVER_NAME=\n",
+                                       "DECOMPRESS_DATA=0\n",
+                                       "ACQUISITION_PERIOD=99999\n",
+                                       "[BT]\n",
+                                       "[USB]\n",
+                                       "PORT_NUMBER=300\n",
+                                       "LOG_CALIBRATION_COEF=1\n",
+                                       "CHANNEL_1=3\n",
+                                       "SET_RESET_EXEC=/nowhere\n",
+                                       "TIMEOUT=4294967295\n"};
+
 /** A host whose every decision is the fuzzer's. */
 class CHost
 {
@@ -128,22 +145,6 @@ private:
 
     void Configure()
     {
-        static constexpr const char* k_apszLines[] = {"\n",
-                                                      "CHANNEL_1=12\n",
-                                                      "CHANNEL_2=13\n",
-                                                      "CHANNEL_3=-1\n",
-                                                      "TIMEOUT=0\n",
-                                                      "[IM]\n",
-                                                      "DRIVER_NAME=\n",
-                                                      "DECOMPRESS_DATA=0\n",
-                                                      "ACQUISITION_PERIOD=99999\n",
-                                                      "[BT]\n",
-                                                      "[USB]\n",
-                                                      "PORT_NUMBER=300\n",
-                                                      "LOG_CALIBRATION_COEF=1\n",
-                                                      "CHANNEL_1=3\n",
-                                                      "SET_RESET_EXEC=/nowhere\n",
-                                                      "TIMEOUT=4294967295\n"};
         std::string l_strText;
         for (auto l_ul = m_Input.ConsumeIntegralInRange<uint32_t>(0, 6); l_ul > 0; --l_ul) {
             l_strText += m_Input.PickValueInArray(k_apszLines);

@@ -4,31 +4,13 @@
 
 #include <cmath>
 #include <cstring>
-#include <string>
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "support/ConfigFile.h"
 
-namespace {
-
-/** A file in memory, with a path of its own. */
-int File()
-{
-    static const int s_lFile = memfd_create("configuration", 0);
-    return s_lFile;
-}
-
-} // namespace
-
 int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
 {
-    static const std::string s_strPath = "/proc/self/fd/" + std::to_string(File());
-    Require(ftruncate(File(), 0) == 0 &&
-            pwrite(File(), i_pucData, i_ulSize, 0) == static_cast<ssize_t>(i_ulSize));
     tornval::CConfigFile l_Config;
-    Require(l_Config.Load(s_strPath.c_str()));
+    Require(l_Config.Load(FileOf(i_pucData, i_ulSize).c_str()));
     for (const char* l_pszSection : {"IM", "BT", ""}) {
         for (const char* l_pszKey : {"SIMU", "DRIVER_NAME", "A0", ""}) {
             const uint32_t l_ulNumber = l_Config.GetInt(l_pszSection, l_pszKey, -1);

@@ -2,19 +2,10 @@
 #include "Link.h"
 
 #include <cmath>
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "TornvalC63.h"
 
 namespace {
-
-int File()
-{
-    static const int s_lFile = memfd_create("recording", 0);
-    return s_lFile;
-}
 
 /** The numbers of the text: what stands before a separator, read as far as it is one. */
 std::vector<double> Numbers(const std::string& i_strText)
@@ -48,13 +39,12 @@ int32_t Truncated(double i_dNumber)
 int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
 {
     static const CFuzzedHome s_Home("[IM]\n");
-    static const bool s_bReady = [] {
-        s_Home.Write("TornvalC63.ini",
-                     "[IM]\nSIMU=1\nDAT_SIMU_FILE=/proc/self/fd/" + std::to_string(File()) + "\n");
+    const std::string l_strPath = FileOf(i_pucData, i_ulSize);
+    static const bool s_bReady = [&] {
+        s_Home.Write("TornvalC63.ini", "[IM]\nSIMU=1\nDAT_SIMU_FILE=" + l_strPath + "\n");
         return true;
     }();
-    Require(s_bReady && ftruncate(File(), 0) == 0 &&
-            pwrite(File(), i_pucData, i_ulSize, 0) == static_cast<ssize_t>(i_ulSize));
+    Require(s_bReady);
     Require(LoadMeasDrivers(0x10).ulStatus == 0);
     S_DRIVER_INFO l_Info{};
     uint32_t l_ulCount = 0;
@@ -75,18 +65,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* i_pucData, size_t i_ulSize)
     std::vector<double> l_avdColumns[3];
     for (size_t i = 0; i < l_vdNumbers.size(); ++i) {
         const double l_dNumber = l_vdNumbers[i] * 1000.0;
-        switch (i % 4) {
-        case 1:
-            l_avdColumns[1].push_back(l_dNumber);
-            break;
-        case 2:
-            l_avdColumns[0].push_back(l_dNumber);
-            break;
-        case 3:
-            l_avdColumns[2].push_back(1234.0 - l_dNumber * 0.0);
-            break;
-        default:
-            break;
+        if (i % 4 != 0) {
+            constexpr size_t k_aulColumns[] = {1, 0, 2};
+            l_avdColumns[k_aulColumns[i % 4 - 1]].push_back(i % 4 == 3 ? 1234.0 - l_dNumber * 0.0
+                                                                       : l_dNumber);
         }
     }
     if (l_avdColumns[2].empty()) {

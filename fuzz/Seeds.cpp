@@ -8,14 +8,12 @@
 #include <vector>
 
 #include "emulator/BoardFirmware.h"
+#include "emulator/Frames.h"
 #include "emulator/MilliOhmFirmware.h"
 #include "emulator/Recording.h"
 #include "emulator/SampleEncoder.h"
-#include "wire/Bytes.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 std::filesystem::path g_Folder;
 
@@ -71,18 +69,6 @@ void WriteCodes()
     }
 }
 
-/** A sealed command of board or module. */
-Bytes Command(uint8_t i_ucCmdeID, const Bytes& i_vPayload)
-{
-    Bytes l_vFrame(12);
-    wire::PutNumber(l_vFrame, 2, 2, i_ucCmdeID);
-    wire::PutNumber(l_vFrame, 4, 2, static_cast<uint32_t>(4 + i_vPayload.size()));
-    l_vFrame[9] = i_ucCmdeID;
-    l_vFrame.insert(l_vFrame.end(), i_vPayload.begin(), i_vPayload.end());
-    emulator::SealFrame(l_vFrame);
-    return l_vFrame;
-}
-
 /** What board and module answer to each command: as blocks, and as bytes of a line. */
 void WriteAnswers()
 {
@@ -90,20 +76,19 @@ void WriteAnswers()
     emulator::CMilliOhmFirmware l_Module;
     l_Board.SetRows(20);
     // In the order in which the target Answers picks them.
-    const std::vector<std::pair<uint8_t, Bytes>> l_vCommands = {
-        {208, {1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0}},
-        {209, {}},
-        {210, {}},
-        {211, {}},
-        {212, {2, 0, 0, 0}},
-        {213, Bytes(12)},
-        {214, {}},
-        {215, {}},
-        {0xA1, {1, 0}},
-        {0xFF, {}}};
-    for (uint8_t i = 0; i < l_vCommands.size(); ++i) {
-        const auto& [l_ucCmdeID, l_vPayload] = l_vCommands[i];
-        const Bytes l_vCommand = Command(l_ucCmdeID, l_vPayload);
+    const Bytes l_avCommands[] = {Request(208, {1, 3, 0, 1, 2}),
+                                  Request(209),
+                                  Request(210),
+                                  Request(211),
+                                  Request(212, {2}),
+                                  Request(213, {0, 0, 0}),
+                                  Request(214),
+                                  Request(215),
+                                  Request(0xA1, {1}),
+                                  Request(0xFF)};
+    for (uint8_t i = 0; i < std::size(l_avCommands); ++i) {
+        const Bytes& l_vCommand = l_avCommands[i];
+        const uint8_t l_ucCmdeID = l_vCommand[wire::k_ulCmdeOffset];
         const emulator::S_REPLY l_Reply = l_ucCmdeID == 0xA1 || l_ucCmdeID == 0xFF
                                               ? l_Module.Handle(l_vCommand)
                                               : l_Board.Handle(l_vCommand);

@@ -15,6 +15,17 @@
 
 #include "TornvalC63.h"
 
+#define TORNVAL_FUNCTIONS(DO)                                                                      \
+    DO(LoadMeasDrivers)                                                                            \
+    DO(EnumMeasDrivers)                                                                            \
+    DO(InitialiseMeasBoard)                                                                        \
+    DO(ResetMeasBoard)                                                                             \
+    DO(SendMeasBoardCmd)                                                                           \
+    DO(GetMeasBoardResult) DO(CurrentGeneratorBurst) DO(GetInstantMeasure)                         \
+        DO(GetInstantMeasureWithoutCompensation) DO(GetInstantMeasureOnDevice)                     \
+            DO(GetAllMicroOhmMeasure) DO(GetMicroOhmMeasure) DO(GetMBCalibrationCoeff)             \
+                DO(SetMBCalibration)
+
 /** The library for the life of this object. What a call gives is told as its record's five words and,
  *  where it succeeded, the values behind an equals sign. */
 class CHost
@@ -27,14 +38,9 @@ public:
         if (m_pHandle == nullptr) {
             throw std::runtime_error(dlerror());
         }
-#define ENTRY(name) Get(#name, name##_)
-        ENTRY(LoadMeasDrivers), ENTRY(EnumMeasDrivers), ENTRY(InitialiseMeasBoard);
-        ENTRY(ResetMeasBoard), ENTRY(SendMeasBoardCmd), ENTRY(GetMeasBoardResult);
-        ENTRY(CurrentGeneratorBurst), ENTRY(GetInstantMeasure);
-        ENTRY(GetInstantMeasureWithoutCompensation), ENTRY(GetInstantMeasureOnDevice);
-        ENTRY(GetAllMicroOhmMeasure), ENTRY(GetMicroOhmMeasure), ENTRY(GetMBCalibrationCoeff);
-        ENTRY(SetMBCalibration);
-#undef ENTRY
+#define GET(name) Get(#name, name##_);
+        TORNVAL_FUNCTIONS(GET)
+#undef GET
     }
     CHost(const CHost&) = delete;
     CHost& operator=(const CHost&) = delete;
@@ -120,20 +126,9 @@ public:
         return l_strTold;
     }
 
-    decltype(LoadMeasDrivers)* LoadMeasDrivers_ = nullptr;
-    decltype(EnumMeasDrivers)* EnumMeasDrivers_ = nullptr;
-    decltype(InitialiseMeasBoard)* InitialiseMeasBoard_ = nullptr;
-    decltype(ResetMeasBoard)* ResetMeasBoard_ = nullptr;
-    decltype(SendMeasBoardCmd)* SendMeasBoardCmd_ = nullptr;
-    decltype(GetMeasBoardResult)* GetMeasBoardResult_ = nullptr;
-    decltype(CurrentGeneratorBurst)* CurrentGeneratorBurst_ = nullptr;
-    decltype(GetInstantMeasure)* GetInstantMeasure_ = nullptr;
-    decltype(GetInstantMeasureWithoutCompensation)* GetInstantMeasureWithoutCompensation_ = nullptr;
-    decltype(GetInstantMeasureOnDevice)* GetInstantMeasureOnDevice_ = nullptr;
-    decltype(GetAllMicroOhmMeasure)* GetAllMicroOhmMeasure_ = nullptr;
-    decltype(GetMicroOhmMeasure)* GetMicroOhmMeasure_ = nullptr;
-    decltype(GetMBCalibrationCoeff)* GetMBCalibrationCoeff_ = nullptr;
-    decltype(SetMBCalibration)* SetMBCalibration_ = nullptr;
+#define HOLD(name) decltype(name)* name##_ = nullptr;
+    TORNVAL_FUNCTIONS(HOLD)
+#undef HOLD
 
 private:
     template <typename F>

@@ -54,60 +54,38 @@ uint32_t Call(const void* i_pIn, uint32_t i_ulInSize, void* o_pOut, uint32_t i_u
 
 } // namespace
 
-LINK_EXPORT uint32_t RS_Init(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t)
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
+// The words of each entry point, as far as it has them: constant and code, in, out, count, the rest.
+#define CONTROL(name, ...)                                                                         \
+    LINK_EXPORT uint32_t name(__VA_ARGS__ uint32_t, uint32_t, const void* i_pIn,                   \
+                              uint32_t i_ulInSize, void* o_pOut, uint32_t i_ulOutSize,             \
+                              uint32_t* o_pulCount, uint32_t)                                      \
+    {                                                                                              \
+        return Call(i_pIn, i_ulInSize, o_pOut, i_ulOutSize, o_pulCount);                           \
+    }
+#define PLAIN(name, ...)                                                                           \
+    LINK_EXPORT uint32_t name(__VA_ARGS__)                                                         \
+    {                                                                                              \
+        return Call(nullptr, 0, nullptr, 0, nullptr);                                              \
+    }
+
+PLAIN(RS_Init, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t)
+PLAIN(RS_Close)
+PLAIN(RS_Close_Ex, uint32_t)
+PLAIN(PBT_Init, uint32_t, const wchar_t*, uint32_t)
+PLAIN(PBT_Close)
+PLAIN(PUSB_Init, uint32_t)
+PLAIN(PUSB_Close)
+CONTROL(RS_DeviceIoControl)
+CONTROL(PBT_DeviceIoControl, uint32_t, )
+CONTROL(PUSB_DeviceIoControl, uint32_t, )
 LINK_EXPORT uint32_t RS_Init_Ex(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
                                 uint32_t, uint32_t* o_pulHandle)
 {
     return Call(nullptr, 0, o_pulHandle, 4, nullptr);
 }
-LINK_EXPORT uint32_t RS_DeviceIoControl(uint32_t, uint32_t, const void* i_pIn, uint32_t i_ulInSize,
-                                        void* o_pOut, uint32_t i_ulOutSize, uint32_t* o_pulCount,
-                                        uint32_t)
-{
-    return Call(i_pIn, i_ulInSize, o_pOut, i_ulOutSize, o_pulCount);
-}
 LINK_EXPORT uint32_t RS_DeviceIoControl_Ex(uint32_t, uint32_t, const void* i_pIn,
                                            uint32_t i_ulInSize, void* o_pOut, uint32_t i_ulOutSize,
                                            uint32_t* o_pulCount, uint32_t, uint32_t)
-{
-    return Call(i_pIn, i_ulInSize, o_pOut, i_ulOutSize, o_pulCount);
-}
-LINK_EXPORT uint32_t RS_Close()
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
-LINK_EXPORT uint32_t RS_Close_Ex(uint32_t)
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
-LINK_EXPORT uint32_t PBT_Init(uint32_t, const wchar_t*, uint32_t)
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
-LINK_EXPORT uint32_t PBT_Close()
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
-LINK_EXPORT uint32_t PBT_DeviceIoControl(uint32_t, uint32_t, uint32_t, const void* i_pIn,
-                                         uint32_t i_ulInSize, void* o_pOut, uint32_t i_ulOutSize,
-                                         uint32_t* o_pulCount, uint32_t)
-{
-    return Call(i_pIn, i_ulInSize, o_pOut, i_ulOutSize, o_pulCount);
-}
-LINK_EXPORT uint32_t PUSB_Init(uint32_t)
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
-LINK_EXPORT uint32_t PUSB_Close()
-{
-    return Call(nullptr, 0, nullptr, 0, nullptr);
-}
-LINK_EXPORT uint32_t PUSB_DeviceIoControl(uint32_t, uint32_t, uint32_t, const void* i_pIn,
-                                          uint32_t i_ulInSize, void* o_pOut, uint32_t i_ulOutSize,
-                                          uint32_t* o_pulCount, uint32_t)
 {
     return Call(i_pIn, i_ulInSize, o_pOut, i_ulOutSize, o_pulCount);
 }

@@ -17,18 +17,12 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ALLOCATOR(name) __interceptor_##name
-#else
-#define ALLOCATOR(name) __libc_##name
-#endif
-
 extern "C" {
-void* ALLOCATOR(malloc)(size_t);
-void* ALLOCATOR(calloc)(size_t, size_t);
-void* ALLOCATOR(realloc)(void*, size_t);
-void* ALLOCATOR(memalign)(size_t, size_t);
-void ALLOCATOR(free)(void*);
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* __libc_memalign(size_t, size_t);
+void __libc_free(void*);
 }
 
 namespace {
@@ -64,7 +58,7 @@ void* Counted(void* i_pBlock)
 
 void* Allocate(size_t i_ulSize)
 {
-    return Fails(E_SEAM::Memory, ENOMEM) ? nullptr : Counted(ALLOCATOR(malloc)(i_ulSize));
+    return Fails(E_SEAM::Memory, ENOMEM) ? nullptr : Counted(__libc_malloc(i_ulSize));
 }
 
 template <typename F>
@@ -91,7 +85,7 @@ void* RunCounted(void* i_pStart)
 {
     t_bCounted = s_bThreads;
     const S_START l_Start = *static_cast<S_START*>(i_pStart);
-    ALLOCATOR(free)(i_pStart);
+    __libc_free(i_pStart);
     return l_Start.pfnRun(l_Start.pArgument);
 }
 
@@ -139,8 +133,7 @@ void* malloc(size_t i_ulSize)
 
 void* calloc(size_t i_ulCount, size_t i_ulSize)
 {
-    return Fails(E_SEAM::Memory, ENOMEM) ? nullptr
-                                         : Counted(ALLOCATOR(calloc)(i_ulCount, i_ulSize));
+    return Fails(E_SEAM::Memory, ENOMEM) ? nullptr : Counted(__libc_calloc(i_ulCount, i_ulSize));
 }
 
 void* realloc(void* io_pBlock, size_t i_ulSize)
@@ -148,14 +141,14 @@ void* realloc(void* io_pBlock, size_t i_ulSize)
     if (Fails(E_SEAM::Memory, ENOMEM)) {
         return nullptr;
     }
-    void* l_pBlock = ALLOCATOR(realloc)(io_pBlock, i_ulSize);
+    void* l_pBlock = __libc_realloc(io_pBlock, i_ulSize);
     return io_pBlock == nullptr ? Counted(l_pBlock) : l_pBlock;
 }
 
 void* aligned_alloc(size_t i_ulAlignment, size_t i_ulSize)
 {
     return Fails(E_SEAM::Memory, ENOMEM) ? nullptr
-                                         : Counted(ALLOCATOR(memalign)(i_ulAlignment, i_ulSize));
+                                         : Counted(__libc_memalign(i_ulAlignment, i_ulSize));
 }
 
 int posix_memalign(void** o_ppBlock, size_t i_ulAlignment, size_t i_ulSize)
@@ -167,23 +160,28 @@ int posix_memalign(void** o_ppBlock, size_t i_ulAlignment, size_t i_ulSize)
 void free(void* i_pBlock)
 {
     s_llBlocks -= i_pBlock != nullptr ? 1 : 0;
-    ALLOCATOR(free)(i_pBlock);
+    __libc_free(i_pBlock);
 }
 
-void* dlopen(const char* i_pszName, int i_lFlags)
-{
-    NEXT(dlopen);
-    return Fails(E_SEAM::Library, ENOENT) ? nullptr : s_pfnNext(i_pszName, i_lFlags);
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// The sanitizers look up what they stand before with RTLD_NEXT, which depends on who asks.
-void* dlsym(void* i_pHandle, const char* i_pszName)
-{
-    static const auto s_pfnNext = Next(&dlsym, "dlsym");
-    return Fails(E_SEAM::EntryPoint, 0) ? nullptr : s_pfnNext(i_pHandle, i_pszName);
-}
-#endif
+/** A call that fails as the given seam with the given error, or goes on to the system's. */
+#define SEAM(type, name, seam, error, failed, formal, actual)                                      \
+    type name formal                                                                               \
+    {                                                                                              \
+        NEXT(name);                                                                                \
+        return Fails(E_SEAM::seam, error) ? failed : s_pfnNext actual;                             \
+    }
+SEAM(void*, dlopen, Library, ENOENT, nullptr, (const char* n, int f), (n, f))
+SEAM(void*, dlsym, EntryPoint, 0, nullptr, (void* h, const char* n), (h, n))
+SEAM(int, eventfd, Open, EMFILE, -1, (unsigned c, int f), (c, f))
+SEAM(ssize_t, read, Read, EIO, -1, (int d, void* b, size_t s), (d, b, s))
+SEAM(ssize_t, write, Write, EIO, -1, (int d, const void* b, size_t s), (d, b, s))
+SEAM(int, poll, Poll, ENOMEM, -1, (pollfd * p, nfds_t c, int t), (p, c, t))
+SEAM(int, ppoll, Poll, ENOMEM, -1, (pollfd * p, nfds_t c, const timespec* t, const sigset_t* m),
+     (p, c, t, m))
+SEAM(int, posix_spawn, Process, 0, EAGAIN,
+     (pid_t * p, const char* n, const posix_spawn_file_actions_t* f, const posix_spawnattr_t* x,
+      char* const a[], char* const e[]),
+     (p, n, f, x, a, e))
 
 int open(const char* i_pszPath, int i_lFlags, ...)
 {
@@ -196,36 +194,6 @@ int open(const char* i_pszPath, int i_lFlags, ...)
 }
 int open64(const char*, int, ...) __attribute__((alias("open")));
 
-int eventfd(unsigned i_ulCount, int i_lFlags)
-{
-    NEXT(eventfd);
-    return Fails(E_SEAM::Open, EMFILE) ? -1 : s_pfnNext(i_ulCount, i_lFlags);
-}
-
-ssize_t read(int i_lFd, void* o_pBytes, size_t i_ulSize)
-{
-    NEXT(read);
-    return Fails(E_SEAM::Read, EIO) ? -1 : s_pfnNext(i_lFd, o_pBytes, i_ulSize);
-}
-
-ssize_t write(int i_lFd, const void* i_pBytes, size_t i_ulSize)
-{
-    NEXT(write);
-    return Fails(E_SEAM::Write, EIO) ? -1 : s_pfnNext(i_lFd, i_pBytes, i_ulSize);
-}
-
-int poll(pollfd* io_pPolled, nfds_t i_ulCount, int i_lTimeout)
-{
-    NEXT(poll);
-    return Fails(E_SEAM::Poll, ENOMEM) ? -1 : s_pfnNext(io_pPolled, i_ulCount, i_lTimeout);
-}
-
-int ppoll(pollfd* io_pPolled, nfds_t i_ulCount, const timespec* i_pTimeout, const sigset_t* i_pMask)
-{
-    NEXT(ppoll);
-    return Fails(E_SEAM::Poll, ENOMEM) ? -1 : s_pfnNext(io_pPolled, i_ulCount, i_pTimeout, i_pMask);
-}
-
 int pthread_create(pthread_t* o_pThread, const pthread_attr_t* i_pAttributes,
                    void* (*i_pfnRun)(void*), void* i_pArgument)
 {
@@ -236,19 +204,9 @@ int pthread_create(pthread_t* o_pThread, const pthread_attr_t* i_pAttributes,
     if (Fails(E_SEAM::Thread, 0)) {
         return EAGAIN;
     }
-    auto* l_pStart = static_cast<S_START*>(ALLOCATOR(malloc)(sizeof(S_START)));
+    auto* l_pStart = static_cast<S_START*>(__libc_malloc(sizeof(S_START)));
     *l_pStart = {i_pfnRun, i_pArgument};
     return s_pfnNext(o_pThread, i_pAttributes, RunCounted, l_pStart);
-}
-
-int posix_spawn(pid_t* o_plPid, const char* i_pszPath, const posix_spawn_file_actions_t* i_pActions,
-                const posix_spawnattr_t* i_pAttributes, char* const i_apszArguments[],
-                char* const i_apszEnvironment[])
-{
-    NEXT(posix_spawn);
-    return Fails(E_SEAM::Process, 0) ? EAGAIN
-                                     : s_pfnNext(o_plPid, i_pszPath, i_pActions, i_pAttributes,
-                                                 i_apszArguments, i_apszEnvironment);
 }
 
 } // extern "C"

@@ -321,18 +321,10 @@ void Walk(const S_ROAD& i_Road, const std::vector<std::pair<E_SEAM, const char*>
 
 } // namespace
 
-const std::vector<std::pair<E_SEAM, const char*>> k_vSeams
-{
-    {E_SEAM::Memory, "memory"}, {E_SEAM::Library, "library"},
-#if !defined(__SANITIZE_ADDRESS__)
-        {E_SEAM::EntryPoint, "entry point"},
-#endif
-        {E_SEAM::Open, "open"}, {E_SEAM::Read, "read"}, {E_SEAM::Write, "write"},
-        {E_SEAM::Thread, "thread"},
-    {
-        E_SEAM::Process, "process"
-    }
-};
+const std::vector<std::pair<E_SEAM, const char*>> k_vSeams{
+    {E_SEAM::Memory, "memory"},   {E_SEAM::Library, "library"}, {E_SEAM::EntryPoint, "entry point"},
+    {E_SEAM::Open, "open"},       {E_SEAM::Read, "read"},       {E_SEAM::Write, "write"},
+    {E_SEAM::Process, "process"}, {E_SEAM::Thread, "thread"}};
 
 TEST(Seams, OfTheSimulation)
 {
@@ -388,15 +380,7 @@ TEST(Seams, OfTheProbes)
     };
     Walk({"probes", l_fnSection("BT", "zondebtc6.dll") + l_fnSection("USB", "zondeusbc6.dll"),
           std::vector<S_STEP>{Load(2, " BT USB")} + l_fnProbe("BT", "1") + l_fnProbe("USB", "2")},
-         {
-             {E_SEAM::Memory, "memory"}, {E_SEAM::Library, "library"},
-#if !defined(__SANITIZE_ADDRESS__)
-                 {E_SEAM::EntryPoint, "entry point"},
-#endif
-             {
-                 E_SEAM::Open, "open"
-             }
-         });
+         {k_vSeams.begin(), k_vSeams.begin() + 4});
 }
 
 TEST(Seams, OfTheSerialLine)
