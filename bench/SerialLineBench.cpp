@@ -90,7 +90,7 @@ class CSerialHost
 {
 public:
     explicit CSerialHost(uint32_t i_ulPace)
-        : m_Far(emulator::S_LINE{std::chrono::milliseconds(400), i_ulPace, 0, 1}),
+        : m_Far(emulator::S_LINE{std::chrono::milliseconds(400), i_ulPace}),
           m_Home("[IM]\nDRIVER_NAME=" SERIAL_LINK "\nCHANNEL_1=0\nCHANNEL_2=1\nCHANNEL_3=2\n" +
                  m_Far.Section())
     {

@@ -9,12 +9,12 @@
 #include "links/line/Bell.h"
 #include "links/line/FrameReader.h"
 #include "links/line/LineStream.h"
+#include "wire/Guarded.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -28,9 +28,7 @@ struct S_LINE
     std::chrono::milliseconds Silence{400};
     /** Baud rate that commands and answers take their time by; 0: none. */
     uint32_t ulPace = 0;
-    /** Share of the answers that the line damages, 0 to 1, and the seed of the damage. */
-    double dNoise = 0;
-    uint32_t ulSeed = 1;
+    S_TROUBLE Trouble{};
 };
 
 /** What has passed a line. */
@@ -44,7 +42,7 @@ struct S_LINE_COUNTERS
 
 /**
  * Runs a firmware on a terminal, on a thread of its own. Answers go out in the order of their
- * commands, one at a time.
+ * commands, one at a time, as far as the line's own trouble lets them.
  */
 class CLineEnd
 {
@@ -68,6 +66,7 @@ private:
     {
         links::S_CLOCK::time_point Due;
         std::vector<uint8_t> vFrame;
+        bool bCounts; // the first piece of an answer
     };
 
     void Run();
@@ -78,13 +77,14 @@ private:
     const int m_lFd;
     const S_LINE m_Line;
     links::CBell m_Bell;
-    links::CFrameReader m_Reader; // of the thread, but for its counters
-    std::deque<S_ANSWER> m_Answers;
+    links::CFrameReader m_Reader;   // of the thread, but for its counters
+    std::deque<S_ANSWER> m_Answers; // in the order in which they are due
+    links::S_CLOCK::time_point m_LastAnswer;
     std::atomic<bool> m_bStop{false};
-    mutable std::mutex m_Mutex; // guards the noise and the counters
-    CLineNoise m_Noise;
-    uint64_t m_ullOut = 0;
-    bool m_bHungUp = false;
+    mutable wire::CMutex m_Mutex;
+    CLineNoise m_Noise WIRE_GUARDED_BY(m_Mutex);
+    uint64_t m_ullOut WIRE_GUARDED_BY(m_Mutex) = 0;
+    bool m_bHungUp WIRE_GUARDED_BY(m_Mutex) = false;
     std::thread m_Thread;
 };
 

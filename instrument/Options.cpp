@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <iostream>
+#include <tuple>
 
 namespace emulator {
 
@@ -44,12 +45,22 @@ std::optional<int> ReadOptions(int i_lArguments, char** i_ppszArguments, S_OPTIO
                     "the terminal could do")
         ->type_name("BAUD")
         ->check(CLI::Range(300U, 10'000'000U));
-    l_App
-        .add_option("--noise", o_Options.Line.dNoise,
-                    "Share of the answers in which bytes are lost, added or flipped, 0 to 1")
-        ->type_name("SHARE")
-        ->check(CLI::Range(0.0, 1.0));
-    l_App.add_option("--seed", o_Options.Line.ulSeed, "Seed of the noise")
+    S_TROUBLE& l_Trouble = o_Options.Line.Trouble;
+    const std::tuple<const char*, double&, const char*> l_aShares[] = {
+        {"--noise", l_Trouble.dNoise, "in which bytes are lost, added or flipped"},
+        {"--loss", l_Trouble.dLoss, "that do not come"},
+        {"--delay", l_Trouble.dDelay, "that come up to 100 ms late"},
+        {"--twice", l_Trouble.dTwice, "that come a second time, up to 10 ms later"},
+        {"--split", l_Trouble.dSplit, "that come in pieces"},
+        {"--flood", l_Trouble.dFlood, "that come behind thousands of bytes that are none"}};
+    for (const auto& [l_pszName, l_dShare, l_pszWhich] : l_aShares) {
+        l_App
+            .add_option(l_pszName, l_dShare,
+                        std::string("Share of the answers, 0 to 1, ") + l_pszWhich)
+            ->type_name("SHARE")
+            ->check(CLI::Range(0.0, 1.0));
+    }
+    l_App.add_option("--seed", l_Trouble.ulSeed, "Seed of what happens to the answers")
         ->type_name("NUMBER")
         ->capture_default_str();
     long l_lSilence = static_cast<long>(o_Options.Line.Silence.count());

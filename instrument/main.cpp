@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 using namespace emulator;
@@ -196,6 +197,12 @@ void Run(const S_OPTIONS& i_Options)
 
 int main(int i_lArguments, char** i_ppszArguments)
 {
+    // Who starts us with a closed output would find the next file in its place.
+    for (int l_lFd = STDIN_FILENO; l_lFd <= STDERR_FILENO; ++l_lFd) {
+        if (fcntl(l_lFd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != l_lFd) {
+            return 1;
+        }
+    }
     try {
         S_OPTIONS l_Options;
         if (const auto l_olExit = ReadOptions(i_lArguments, i_ppszArguments, l_Options)) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include <cxxabi.h>
+#include <pthread.h>
 
 #include <unistd.h>
 
@@ -47,6 +48,23 @@ inline uint32_t Refuse(const char* i_pszLibrary, uint32_t i_ulError, const std::
     Complain(i_pszLibrary, i_strReason);
     return i_ulError;
 }
+
+/**
+ * Holds off the cancelling of the calling thread, for the life of this object: where files are opened
+ * and closed, a thread that goes would leave the link half done, or end the process in a destructor.
+ * Where a link waits for an answer a thread may go.
+ */
+class CNotCancelled
+{
+public:
+    CNotCancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_lBefore); }
+    CNotCancelled(const CNotCancelled&) = delete;
+    CNotCancelled& operator=(const CNotCancelled&) = delete;
+    ~CNotCancelled() { pthread_setcancelstate(m_lBefore, nullptr); }
+
+private:
+    int m_lBefore = PTHREAD_CANCEL_ENABLE;
+};
 
 /** Runs the operation behind an entry point; nothing is thrown into the caller but the cancelling of
  *  its thread, which must pass: whoever holds it up ends the process. */

@@ -69,10 +69,12 @@ std::optional<CExchangeBook::S_COMMAND> CExchangeBook::TakeSent()
     return S_COMMAND{l_itSent->ullNumber, std::move(l_itSent->vFrame)};
 }
 
-std::optional<CExchangeBook::S_COMMAND> CExchangeBook::Take()
+std::optional<CExchangeBook::S_COMMAND>
+CExchangeBook::Take(const std::function<bool(std::span<const uint8_t>)>& i_fnMayGo)
 {
     const std::lock_guard l_Lock(m_Mutex);
-    return TakeSent();
+    const S_ITERATOR l_itSent = FindSent();
+    return l_itSent != m_Exchanges.end() && i_fnMayGo(l_itSent->vFrame) ? TakeSent() : std::nullopt;
 }
 
 std::optional<CExchangeBook::S_COMMAND>

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -55,10 +56,11 @@ public:
      */
     bool Add(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID, uint32_t i_ulEvent);
 
-    /** Takes the oldest command that nobody has taken; none if there is none. */
-    std::optional<S_COMMAND> Take();
+    /** Takes the oldest command that nobody has taken; none if there is none, or if the function
+     *  says of its frame that it may not go yet. */
+    std::optional<S_COMMAND> Take(const std::function<bool(std::span<const uint8_t>)>& i_fnMayGo);
 
-    /** As Take(), but waits for one until the given time or the close; no time: without end. */
+    /** Takes the oldest command; waits for one until the given time or the close; no time: without end. */
     std::optional<S_COMMAND> WaitAndTake(std::optional<S_CLOCK::time_point> i_oUntil);
 
     /** Stores the answer frame of a command that was taken and signals its event. Nothing happens

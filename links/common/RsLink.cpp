@@ -54,7 +54,7 @@ void CRsLink::CloseAll()
 
 uint32_t CRsLink::Open(const S_OPEN& i_Open)
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     return OpenAs(i_Open, 0);
 }
 
@@ -63,7 +63,7 @@ uint32_t CRsLink::OpenEx(const S_OPEN& i_Open, uint32_t* o_pulHandle)
     if (o_pulHandle == nullptr) {
         return Fail(CECORE_ERROR_INVALID_PARAMETER);
     }
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     if (OpenAs(i_Open, m_ulNextHandle) == 0) {
         return 0;
     }
@@ -73,6 +73,7 @@ uint32_t CRsLink::OpenEx(const S_OPEN& i_Open, uint32_t* o_pulHandle)
 
 uint32_t CRsLink::OpenAs(const S_OPEN& i_Open, uint32_t i_ulHandle)
 {
+    const CNotCancelled l_Stays;
     if (i_Open.ulConstant != RS_LINK_CONSTANT || i_Open.ulBaudRate == 0) {
         return Fail(CECORE_ERROR_INVALID_PARAMETER);
     }
@@ -105,7 +106,7 @@ uint32_t CRsLink::Control(const S_CONTROL& i_Control, uint32_t i_ulHandle)
 {
     std::shared_ptr<CRsPort> l_pPort;
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         const S_PORT* l_pOpen = FindOpen(i_ulHandle);
         if (l_pOpen == nullptr) {
             return Fail(CECORE_ERROR_INVALID_HANDLE);
@@ -120,6 +121,7 @@ uint32_t CRsLink::Control(const S_CONTROL& i_Control, uint32_t i_ulHandle)
     *i_Control.pulCount = 0;
     if (i_Control.ulCode == IOCTL_RS_SEND_COMMAND && i_Control.ulInSize == RS_BLOCK_SIZE &&
         i_Control.ulOutSize >= 4) {
+        const CNotCancelled l_Stays;
         const std::span l_Block(static_cast<const uint8_t*>(i_Control.pIn), RS_BLOCK_SIZE);
         const size_t l_ulLength =
             RS_FRAME_OUTER_HEAD + wire::ReadLe16(&l_Block[RS_FRAME_SIZE_OFFSET]);
@@ -146,9 +148,10 @@ uint32_t CRsLink::Control(const S_CONTROL& i_Control, uint32_t i_ulHandle)
 
 uint32_t CRsLink::Close(uint32_t i_ulHandle)
 {
+    const CNotCancelled l_Stays;
     std::shared_ptr<CRsPort> l_pPort;
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         S_PORT* l_pOpen = FindOpen(i_ulHandle);
         if (l_pOpen == nullptr) {
             return Fail(CECORE_ERROR_INVALID_HANDLE);

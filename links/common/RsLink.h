@@ -5,11 +5,11 @@
 #pragma once
 
 #include "links/LinkCall.h"
+#include "wire/Guarded.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <thread>
 #include <vector>
@@ -105,7 +105,7 @@ protected:
     virtual uint32_t MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o_pPort) = 0;
 
     /** Closes all links. A class whose ports use its own members calls it in its destructor. */
-    void CloseAll();
+    void CloseAll() WIRE_THREAD_SAFETY(no_thread_safety_analysis); // nobody else is inside any more
 
 private:
     struct S_PORT
@@ -114,12 +114,12 @@ private:
         std::shared_ptr<CRsPort> pOpen; // null: closed
     };
 
-    uint32_t OpenAs(const S_OPEN& i_Open, uint32_t i_ulHandle);
-    S_PORT* FindOpen(uint32_t i_ulHandle);
+    uint32_t OpenAs(const S_OPEN& i_Open, uint32_t i_ulHandle) WIRE_REQUIRES(m_Mutex);
+    S_PORT* FindOpen(uint32_t i_ulHandle) WIRE_REQUIRES(m_Mutex);
 
-    std::mutex m_Mutex; // guards what follows
-    std::vector<S_PORT> m_vPorts;
-    uint32_t m_ulNextHandle = 1;
+    wire::CMutex m_Mutex;
+    std::vector<S_PORT> m_vPorts WIRE_GUARDED_BY(m_Mutex);
+    uint32_t m_ulNextHandle WIRE_GUARDED_BY(m_Mutex) = 1;
 };
 
 /** The link behind the entry points of a library. It goes, and its threads with it, when the

@@ -30,7 +30,8 @@ CProbeLink::CProbeLink(const S_TRAITS& i_Traits)
 
 uint32_t CProbeLink::Open()
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const CNotCancelled l_Stays;
+    const wire::CLock l_Lock(m_Mutex);
     std::string l_strError;
     if (!m_Environment.ReadVariables(l_strError) || !m_Environment.ReadControl(l_strError)) {
         return Fail(Refuse(m_Traits.pszLibrary, CECORE_ERROR_INVALID_DATA, l_strError));
@@ -46,7 +47,8 @@ uint32_t CProbeLink::Open()
 
 uint32_t CProbeLink::Close()
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const CNotCancelled l_Stays;
+    const wire::CLock l_Lock(m_Mutex);
     ReadControl();
     if (!m_bOpen) {
         return Fail(CECORE_ERROR_NOT_READY);
@@ -61,6 +63,7 @@ uint32_t CProbeLink::Close()
 
 void CProbeLink::ReadControl()
 {
+    const CNotCancelled l_Stays;
     std::string l_strError;
     if (!m_Environment.ReadControl(l_strError)) {
         Complain(m_Traits.pszLibrary, l_strError);
@@ -75,7 +78,7 @@ uint32_t CProbeLink::Control(const S_CONTROL& i_Control)
     }
     *i_Control.pulCount = 0;
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         ReadControl();
         if (!m_bOpen) {
             return Fail(CECORE_ERROR_NOT_READY);
@@ -90,6 +93,7 @@ uint32_t CProbeLink::Control(const S_CONTROL& i_Control)
 
 uint32_t CProbeLink::Send(const S_CONTROL& i_Control)
 {
+    const CNotCancelled l_Stays;
     const std::span l_Command(static_cast<const uint8_t*>(i_Control.pIn), i_Control.ulInSize);
     if (l_Command.size() < k_ulSendExtra || i_Control.ulOutSize < k_ulAckSize ||
         wire::ReadLe32(&l_Command[k_ulSizeOffset]) != l_Command.size() - k_ulSendExtra) {
@@ -99,7 +103,7 @@ uint32_t CProbeLink::Send(const S_CONTROL& i_Control)
     if (const auto l_oulError = m_Probe.Faults().Take(E_FAULT::SendFails, l_ucCmdeID)) {
         return Fail(*l_oulError);
     }
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     m_oWaiting.reset();
     emulator::S_PROBE_REPLY l_Reply = m_Probe.Handle(l_Command);
     if (!l_Reply.bAnswered) {
@@ -125,7 +129,7 @@ uint32_t CProbeLink::Fetch(const S_CONTROL& i_Control)
     }
     std::optional<S_WAITING> l_oWaiting;
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         l_oWaiting = m_oWaiting;
     }
     if (!l_oWaiting) {

@@ -8,10 +8,10 @@
 #include "emulator/Environment.h"
 #include "emulator/ProbeFirmware.h"
 #include "links/LinkCall.h"
+#include "wire/Guarded.h"
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -66,9 +66,9 @@ private:
     const S_TRAITS m_Traits;
     emulator::CProbeFirmware m_Probe;
     emulator::CEnvironment m_Environment;
-    std::mutex m_Mutex; // guards what follows
-    bool m_bOpen = false;
-    std::optional<S_WAITING> m_oWaiting;
+    wire::CMutex m_Mutex;
+    bool m_bOpen WIRE_GUARDED_BY(m_Mutex) = false;
+    std::optional<S_WAITING> m_oWaiting WIRE_GUARDED_BY(m_Mutex);
 };
 
 } // namespace links

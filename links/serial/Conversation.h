@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace links {
@@ -25,14 +26,19 @@ struct S_CONVERSATION_COUNTERS
 };
 
 /**
- * One command is on the line at a time. A frame carries no number, only canal and command, which
- * the answer repeats; and an instrument answers in the order in which it was asked. So:
+ * One command is on the line at a time. A frame carries no number, only what the answer repeats:
+ * canal, command, and the input of a measure. Two commands with the same of these are twins: nothing
+ * in an answer tells which of them it belongs to. So:
  *
- *  - a frame of another canal or command than the one on the line is never its answer;
- *  - a command that was given up still owes an answer, until an answer to a later one shows that it
- *    will not come any more;
- *  - while a command of the same canal and command owes one, the first answer may be the late one.
- *    It is held back for the answer time-out. If another comes, the first was late and is dropped.
+ *  - a frame that repeats something else than the command on the line is never its answer;
+ *  - a command that was given up may still be answered. Its twin goes on the line when that answer
+ *    has come and was dropped, or when it has been waited for as long as for the first;
+ *  - behind that, and for as long as nothing sent later was answered, the first answer to a twin may
+ *    still be the late one. It is held back for a moment, for another to come and show that;
+ *  - on a line that has delivered an answer twice, a twin waits until a second copy of the answer
+ *    before would have come; and an answer that is one of those before, byte for byte, is held back as
+ *    long. A line that is not known yet is taken for one that does, for a few exchanges, but holds
+ *    nothing back.
  *
  * Belongs to the port's thread; the counters may be read by any.
  */
@@ -43,6 +49,14 @@ public:
 
     /** Most time that a frame can give its instrument. */
     static constexpr std::chrono::milliseconds k_MostTime{60'000};
+    /** How long an answer is held back that may be a late one. */
+    static constexpr std::chrono::milliseconds k_HoldTime{250};
+    /** How long a twin waits at least, where answers come twice. */
+    static constexpr std::chrono::milliseconds k_EchoTime{20};
+    /** Exchanges for which a twin waits on a line of which nothing is known, and on one that has
+     *  delivered an answer twice. */
+    static constexpr uint32_t k_ulUnknown = 16;
+    static constexpr uint32_t k_ulEchoing = 100'000;
 
     /**
      * @param io_Book         where the commands come from.
@@ -56,7 +70,10 @@ public:
     /** Whether a command is on the line. */
     [[nodiscard]] bool IsBusy() const { return m_oCurrent.has_value(); }
 
-    /** A command of at least 12 bytes goes on the line now. */
+    /** When a command of at least 12 bytes may go on the line, as far as is known by now. */
+    [[nodiscard]] S_CLOCK::time_point EarliestFor(std::span<const uint8_t> i_Command) const;
+
+    /** A command goes on the line now. */
     void Begin(const CExchangeBook::S_COMMAND& i_Command);
 
     /** A good frame of at least 12 bytes has come in. */
@@ -75,8 +92,15 @@ public:
     [[nodiscard]] S_CONVERSATION_COUNTERS Counters() const;
 
 private:
-    /** Canal and command. */
-    using S_KEY = std::pair<uint8_t, uint8_t>;
+    /** What an answer repeats of its command. */
+    struct S_KEY
+    {
+        uint8_t ucCanal;
+        uint8_t ucCmdeID;
+        std::optional<uint32_t> oulVoie; // none: any, as in an answer that tells of an error
+
+        [[nodiscard]] bool Fits(const S_KEY& i_Other) const;
+    };
 
     struct S_CURRENT
     {
@@ -87,16 +111,32 @@ private:
         std::optional<std::vector<uint8_t>> ovHeld;
     };
 
-    static S_KEY KeyOf(const std::vector<uint8_t>& i_vFrame);
+    /** A command that is over: answered, or given up. */
+    struct S_PAST
+    {
+        S_KEY Key;
+        S_CLOCK::time_point When;
+        uint32_t ulFace = 0; // CRC and size of its answer
+    };
+
+    static S_KEY KeyOfCommand(std::span<const uint8_t> i_Frame);
+    static S_KEY KeyOfAnswer(std::span<const uint8_t> i_Frame);
     void SetDeadline(S_CLOCK::time_point i_Deadline);
     void Deliver(std::vector<uint8_t> i_vFrame);
+    [[nodiscard]] bool MayBeCopy(const std::vector<uint8_t>& i_vFrame, const S_KEY& i_Key) const;
+    void DropLate(const S_KEY& i_Key, const std::vector<uint8_t>& i_vFrame);
+    void LearnEcho(const S_KEY& i_Key, uint32_t i_ulFace);
 
     CExchangeBook& m_Book;
     const std::chrono::milliseconds m_AnswerTimeout;
     const std::chrono::milliseconds m_Silence;
     const uint32_t m_ulBaudRate;
     std::optional<S_CURRENT> m_oCurrent;
-    std::deque<S_KEY> m_Owed; // in the order of the commands
+    std::deque<S_PAST> m_Owed;          // given up and not answered since
+    std::deque<S_PAST> m_Answered;      // of the last m_AnswerTimeout
+    uint32_t m_ulCareful = k_ulUnknown; // exchanges for which a twin waits for a second copy
+    bool m_bEchoes = false;             // answers have come twice
+    S_CLOCK::duration m_EchoTime = k_EchoTime;
     std::atomic<uint64_t> m_ullAnswered{0};
     std::atomic<uint64_t> m_ullUnanswered{0};
     std::atomic<uint64_t> m_ullLate{0};

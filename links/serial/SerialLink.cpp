@@ -31,7 +31,7 @@ uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o
                       l_Error.strText + "; serial ports here: " + ListPorts());
     }
     const auto l_pPort = std::make_shared<CSerialPort>(l_Setup, std::move(l_pTty));
-    const std::lock_guard l_Lock(m_CountersMutex);
+    const wire::CLock l_Lock(m_CountersMutex);
     m_aPorts[i_Open.ulPort - 1] = l_pPort;
     o_pPort = l_pPort;
     return 0;
@@ -39,7 +39,7 @@ uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o
 
 S_PORT_COUNTERS CSerialLink::Counters(uint32_t i_ulPort) const
 {
-    const std::lock_guard l_Lock(m_CountersMutex);
+    const wire::CLock l_Lock(m_CountersMutex);
     const auto l_pPort =
         i_ulPort == 0 || i_ulPort > m_aPorts.size() ? nullptr : m_aPorts[i_ulPort - 1].lock();
     return l_pPort ? l_pPort->Counters() : S_PORT_COUNTERS{};

@@ -9,6 +9,7 @@
 
 #include "links/common/RsLink.h"
 #include "links/serial/SerialPort.h"
+#include "wire/Guarded.h"
 
 #include <array>
 #include <cstdint>
@@ -35,8 +36,8 @@ protected:
     uint32_t MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o_pPort) override;
 
 private:
-    mutable std::mutex m_CountersMutex;
-    std::array<std::weak_ptr<CSerialPort>, 2> m_aPorts;
+    mutable wire::CMutex m_CountersMutex;
+    std::array<std::weak_ptr<CSerialPort>, 2> m_aPorts WIRE_GUARDED_BY(m_CountersMutex);
 };
 
 } // namespace links

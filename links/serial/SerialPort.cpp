@@ -2,6 +2,7 @@
 
 #include "TornvalLinks.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -115,9 +116,14 @@ try {
     CLineStream l_Stream(i_lFd, m_Bell, m_Reader, m_Setup.Silence);
     m_oNoisySince.reset();
     m_oNotBefore.reset();
+    m_oTwinAt.reset();
     while (!m_Book.IsClosed()) {
         TakeNext(l_Stream);
-        const auto l_oUntil = m_oNotBefore ? m_oNotBefore : m_Conversation.Deadline();
+        auto l_oUntil = m_Conversation.Deadline();
+        for (const auto& l_oTime : {m_oNotBefore, m_oTwinAt}) {
+            l_oUntil = l_oUntil && l_oTime ? std::min(*l_oUntil, *l_oTime)
+                                           : (l_oTime ? l_oTime : l_oUntil);
+        }
         if (!l_Stream.Step(l_oUntil, [this](std::vector<uint8_t> i_vFrame) {
                 m_Conversation.Answer(std::move(i_vFrame));
             })) {
@@ -133,6 +139,7 @@ try {
 /** Puts the next command on the line, if the line is free and quiet. */
 void CSerialPort::TakeNext(CLineStream& io_Stream)
 {
+    m_oTwinAt.reset();
     if (m_Conversation.IsBusy()) {
         return;
     }
@@ -156,7 +163,12 @@ void CSerialPort::TakeNext(CLineStream& io_Stream)
         m_Reader.Silence();
     }
     m_oNoisySince.reset();
-    if (const auto l_oCommand = m_Book.Take()) {
+    const auto l_fnMayGo = [&](std::span<const uint8_t> i_Command) {
+        const S_CLOCK::time_point l_Earliest = m_Conversation.EarliestFor(i_Command);
+        m_oTwinAt = l_Earliest > l_Now ? std::optional(l_Earliest) : std::nullopt;
+        return !m_oTwinAt;
+    };
+    if (const auto l_oCommand = m_Book.Take(l_fnMayGo)) {
         io_Stream.Write(l_oCommand->vFrame);
         m_Conversation.Begin(*l_oCommand);
     }

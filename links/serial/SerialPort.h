@@ -78,7 +78,8 @@ private:
     const S_CLOCK::duration m_LongestNoise;
     std::optional<S_CLOCK::time_point> m_oNoisySince; // of the thread
     std::optional<S_CLOCK::time_point>
-        m_oNotBefore; // of the thread: no command goes out until then
+        m_oNotBefore;                             // of the thread: no command goes out until then
+    std::optional<S_CLOCK::time_point> m_oTwinAt; // of the thread: the next one waits for this
 
     mutable std::mutex m_TtyMutex; // guards what follows
     std::unique_ptr<CTty> m_pTty; // null: the line is down. Used by the thread alone while it is up

@@ -24,6 +24,7 @@ CVirtualPort::~CVirtualPort()
 
 void CVirtualPort::ReadControl()
 {
+    const CNotCancelled l_Stays;
     std::string l_strError;
     if (!m_Environment.ReadControl(l_strError)) {
         Complain("virtual_link", l_strError);

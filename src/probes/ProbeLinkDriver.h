@@ -5,6 +5,7 @@
 #pragma once
 
 #include "TornvalLinks.h"
+#include "platform/Reason.h"
 #include "probes/ProbeDriver.h"
 #include "support/ConfigFile.h"
 #include "support/Trace.h"
@@ -95,6 +96,8 @@ protected:
             m_bInitialised = 1;
             l_Result.ulStatus = 0;
         } else if (i_pFnInit != nullptr) {
+            cecore::NoteReason(cecore::GetLastError(), "%S of %s does not open port %d",
+                               m_Link.pwszInit, m_szDriverName, int32_t{m_ucPortNumber});
             m_Link.InitError.Emit(m_ucPortNumber);
         }
         return l_Result;

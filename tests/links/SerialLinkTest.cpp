@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <deque>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <thread>
@@ -70,150 +69,14 @@ TEST(SerialFrames, AreFoundByTheirSizeAndDroppedWhole)
     }
 }
 
-TEST(SerialLink, NeverTakesADamagedAnswerForAGoodOne)
-{
-    constexpr size_t k_ulLinks = 4;
-    constexpr size_t k_ulExchanges = 1350; // on each of four lines
-    const CTestHome l_Home;
-    // 210 rewinds, so that each upload is the same; an answer to each stands ready for comparison.
-    const std::vector<Bytes> l_vvCommands{Request(208, {1, 3, 0, 1, 2}), Request(210), Request(211),
-                                          Request(212, {7})};
-    std::vector<Bytes> l_vvAnswers;
-    emulator::CBoardFirmware l_Reference;
-    l_Reference.SetRows(30);
-    for (const Bytes& l_vCommand : l_vvCommands) {
-        l_vvAnswers.push_back(l_Reference.Handle(l_vCommand).vFrame);
-    }
-    std::array<std::optional<S_FAR_ENDS>, k_ulLinks> l_aoFar;
-    std::array<CSerialLink, k_ulLinks> l_aLinks;
-    for (size_t i = 0; i < k_ulLinks; ++i) {
-        l_aoFar[i].emplace(emulator::S_LINE{5ms, 0, 0.96, static_cast<uint32_t>(i + 1)});
-        l_aoFar[i]->Board.SetRows(30);
-        l_Home.Write("TornvalC63.ini", l_aoFar[i]->Section(8, 6));
-        ASSERT_EQ(l_aLinks[i].Open(k_OpenBoard), 1U);
-    }
-    std::atomic<uint64_t> l_ullIntact{0}, l_ullOther{0};
-    const auto l_fnSweep = [&](CSerialLink& io_Link) {
-        for (size_t i = 0; i < k_ulExchanges; ++i) {
-            const size_t l_ulKind = i % l_vvCommands.size();
-            S_LINK_EXCHANGE l_Exchange{io_Link};
-            ASSERT_EQ(l_Exchange.Send(l_vvCommands[l_ulKind]), 0U);
-            bool l_bSignalled = false;
-            for (bool l_bOver = false; !l_bSignalled && !l_bOver;) {
-                const auto l_Seen = io_Link.Counters(1).Conversation;
-                l_bOver = l_Seen.ullAnswered + l_Seen.ullUnanswered > i;
-                l_bSignalled = l_Exchange.Wait(l_bOver ? 0ms : 2ms);
-            }
-            if (l_bSignalled) {
-                ++(l_Exchange.Fetch() == l_vvAnswers[l_ulKind] ? l_ullIntact : l_ullOther);
-            }
-        }
-    };
-    std::vector<std::thread> l_vThreads;
-    for (CSerialLink& l_Link : l_aLinks) {
-        l_vThreads.emplace_back(l_fnSweep, std::ref(l_Link));
-    }
-    for (std::thread& l_Thread : l_vThreads) {
-        l_Thread.join();
-    }
-    emulator::S_NOISE_COUNTERS l_Noise;
-    uint64_t l_ullBadCrc = 0, l_ullBroken = 0;
-    for (size_t i = 0; i < k_ulLinks; ++i) {
-        const emulator::S_NOISE_COUNTERS l_Each = l_aoFar[i]->BoardEnd.Counters().Noise;
-        l_Noise.ullDamaged += l_Each.ullDamaged;
-        l_Noise.ullIntact += l_Each.ullIntact;
-        l_Noise.ullMatching += l_Each.ullMatching;
-        const S_PORT_COUNTERS l_Port = l_aLinks[i].Counters(1);
-        l_ullBadCrc += l_Port.Reader.ullBadCrc;
-        l_ullBroken += l_Port.Reader.ullBroken;
-        // The line is none the worse for it.
-        EXPECT_EQ(l_aLinks[i].Close(0), 1U);
-    }
-    std::printf("%llu damaged answers: %llu with a matching CRC, %llu of those delivered; %llu "
-                "whole with something behind; %llu dropped for the CRC, %llu broken. %llu answers "
-                "delivered as they were made\n",
-                static_cast<unsigned long long>(l_Noise.ullDamaged),
-                static_cast<unsigned long long>(l_Noise.ullMatching),
-                static_cast<unsigned long long>(l_ullOther),
-                static_cast<unsigned long long>(l_Noise.ullIntact),
-                static_cast<unsigned long long>(l_ullBadCrc),
-                static_cast<unsigned long long>(l_ullBroken),
-                static_cast<unsigned long long>(l_ullIntact));
-    EXPECT_GE(l_Noise.ullDamaged, 5000U);
-    EXPECT_LE(l_ullOther, l_Noise.ullMatching);
-    EXPECT_LE(l_Noise.ullMatching, 3U);
-    // Between the damaged ones the good ones come through.
-    EXPECT_GT(l_ullIntact, l_Noise.ullIntact);
-}
-
-TEST(SerialLink, TellsALateAnswerFromTheOneThatIsDue)
+TEST(SerialLink, DropsAnAnswerWhoseEventIsGone)
 {
     const CTestHome l_Home;
     S_FAR_ENDS l_Far;
     l_Home.Write("TornvalC63.ini", l_Far.Section(1000));
     CSerialLink l_Link;
     ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
-    struct S_CASE
-    {
-        const char* pszFault; // of the first command
-        uint8_t ucSecond;
-        uint64_t ullLate; // answers dropped as late
-    };
-    for (const S_CASE& l_Case : {S_CASE{"late=1300*1", 212, 1}, S_CASE{"no-answer*1", 212, 0},
-                                 S_CASE{"late=1300*1", 210, 1}, S_CASE{"no-answer*1", 210, 0},
-                                 S_CASE{"late=50*1", 212, 0}}) {
-        SCOPED_TRACE(std::string(l_Case.pszFault) + ", then " + std::to_string(l_Case.ucSecond));
-        std::string l_strError;
-        ASSERT_TRUE(l_Far.Board.Configure(l_Case.pszFault, l_strError)) << l_strError;
-        const S_CONVERSATION_COUNTERS l_Before = l_Link.Counters(1).Conversation;
-        const bool l_bInTime = std::string(l_Case.pszFault) == "late=50*1";
-        S_LINK_EXCHANGE l_First{l_Link}, l_Second{l_Link};
-        ASSERT_EQ(l_First.Send(Request(212, {1})), 0U);
-        ASSERT_EQ(l_Second.Send(Request(l_Case.ucSecond, {9})), 0U);
-        // The second one gets its own answer...
-        ASSERT_TRUE(l_Second.Wait());
-        const Bytes l_vAnswer = l_Second.Fetch();
-        if (l_bInTime) {
-            EXPECT_EQ(l_First.Value(), 2001U);
-        }
-        EXPECT_EQ(l_vAnswer.empty() ? 0 : l_vAnswer[RS_FRAME_CMDE_OFFSET], l_Case.ucSecond);
-        if (l_Case.ucSecond == 212) {
-            EXPECT_EQ(At(l_vAnswer, 22), 10009U);
-        }
-        // ...and the first one nothing, not even later.
-        std::this_thread::sleep_for(400ms);
-        EXPECT_FALSE(l_First.Wait(0ms));
-        const S_CONVERSATION_COUNTERS l_After = l_Link.Counters(1).Conversation;
-        EXPECT_EQ(l_After.ullLate - l_Before.ullLate, l_Case.ullLate);
-        EXPECT_EQ(l_After.ullUnanswered - l_Before.ullUnanswered, l_bInTime ? 0U : 1U);
-        EXPECT_EQ(l_After.ullStray, 0U);
-    }
-    // The right answer is still coming in when the time of the held one is over.
-    std::string l_strError;
-    {
-        const CTestHome l_Slow;
-        S_FAR_ENDS l_SlowFar(emulator::S_LINE{400ms, 460800});
-        l_Slow.Write("TornvalC63.ini", l_SlowFar.Section(1000));
-        CSerialLink l_SlowLink;
-        ASSERT_EQ(l_SlowLink.Open(k_OpenBoard), 1U);
-        // No divisor of the recording: each block is another.
-        emulator::CBoardFirmware l_Reference;
-        for (emulator::CBoardFirmware* l_pBoard : {&l_SlowFar.Board, &l_Reference}) {
-            l_pBoard->SetRecording(emulator::CRecording::Load(RECORDING, l_strError));
-            l_pBoard->SetRows(20'500);
-            (void)l_pBoard->Handle(Request(208, {1, 3, 0, 1, 2}));
-        }
-        S_LINK_EXCHANGE l_First{l_SlowLink}, l_Second{l_SlowLink};
-        ASSERT_TRUE(l_SlowFar.Board.Configure("late=1500*1", l_strError));
-        ASSERT_EQ(l_First.Send(Request(211)), 0U);
-        ASSERT_EQ(l_Second.Send(Request(211)), 0U);
-        ASSERT_TRUE(l_Second.Wait(9s));
-        EXPECT_FALSE(l_First.Wait(0ms));
-        (void)l_Reference.Handle(Request(211));
-        EXPECT_EQ(l_Second.Fetch(), l_Reference.Handle(Request(211)).vFrame);
-    }
-    // An event that is gone: the answer goes nowhere, and nothing is left to be fetched.
-    ASSERT_TRUE(l_Far.Board.Configure("late=200*1", l_strError));
+    l_Far.Board.Faults().Dial(emulator::E_FAULT::Late, 200, 1);
     S_LINK_EXCHANGE l_Gone{l_Link};
     ASSERT_EQ(l_Gone.Send(Request(212, {4})), 0U);
     l_Gone.Event.Reset();
@@ -286,6 +149,36 @@ TEST(SerialLink, HoldsItsPortAloneAndGivesItBackAsItWas)
     EXPECT_EQ(l_Now.c_iflag, l_Before.c_iflag);
     EXPECT_EQ(l_Now.c_cflag, l_Before.c_cflag);
     EXPECT_EQ(flock(l_lFd, LOCK_EX | LOCK_NB), 0);
+}
+
+TEST(SerialLink, LeavesTheStandardDescriptorsToTheHost)
+{
+    const CTestHome l_Home;
+    std::array<int, 3> l_alKept{};
+    for (int i = 0; i < 3; ++i) {
+        l_alKept[static_cast<size_t>(i)] = fcntl(i, F_DUPFD_CLOEXEC, 10);
+        close(i);
+    }
+    bool l_bFree = true;
+    uint32_t l_ulValue = 0;
+    {
+        const S_FAR_ENDS l_Far;
+        l_Home.Write("TornvalC63.ini", l_Far.Section());
+        CSerialLink l_Link;
+        S_LINK_EXCHANGE l_Exchange{l_Link};
+        if (l_Link.Open(k_OpenBoard) == 1 && l_Exchange.Send(Request(212, {2})) == 0) {
+            l_ulValue = l_Exchange.Value();
+        }
+        for (int i = 0; i < 3; ++i) {
+            l_bFree = l_bFree && fcntl(i, F_GETFD) < 0;
+        }
+    }
+    for (int i = 0; i < 3; ++i) {
+        dup2(l_alKept[static_cast<size_t>(i)], i);
+        close(l_alKept[static_cast<size_t>(i)]);
+    }
+    EXPECT_TRUE(l_bFree);
+    EXPECT_EQ(l_ulValue, 3002U);
 }
 
 TEST(SerialLink, SaysWhyAPortDoesNotOpen)
@@ -373,43 +266,6 @@ TEST(SerialLink, WaitsForAQuietLineButNotForEver)
         std::this_thread::sleep_for(2ms);
     }
     EXPECT_EQ(l_Far.BoardEnd.Counters().In.ullFrames, l_ullHeard + 1);
-}
-
-TEST(SerialLink, ComesBackWithALineThatHungUp)
-{
-    const CTestHome l_Home;
-    const std::filesystem::path l_Name = l_Home.Path("port");
-    l_Home.Write("TornvalC63.ini", "[SERIAL_LINK]\nPORT_1=" + l_Name.string() + "\n");
-    emulator::CBoardFirmware l_Board;
-    CSerialLink l_Link;
-    std::deque<S_LINK_EXCHANGE> l_Cut; // exchanges that a hang-up ended
-    for (uint64_t i = 0; i < 4; ++i) {
-        auto l_oPty = emulator::CPty::Make();
-        std::filesystem::create_symlink(l_oPty->Name(), l_Name);
-        if (i == 0) {
-            ASSERT_EQ(l_Link.Open(k_OpenBoard), 1U);
-        }
-        {
-            const emulator::CLineEnd l_End(l_Board, l_oPty->Fd(), {});
-            S_LINK_EXCHANGE l_Exchange{l_Link};
-            ASSERT_EQ(l_Exchange.Send(Request(212, {2})), 0U);
-            EXPECT_EQ(l_Exchange.Value(), 3002U);
-        }
-        // In the middle of an answer, with another command behind it.
-        for (int j = 0; j < 2; ++j) {
-            l_Cut.push_back(S_LINK_EXCHANGE{l_Link});
-            ASSERT_EQ(l_Cut.back().Send(Request(212, {2})), 0U);
-        }
-        EXPECT_EQ(write(l_oPty->Fd(), Request(212, {2}).data(), 9), 9);
-        std::filesystem::remove(l_Name);
-        l_oPty.reset();
-        // Down: a send says so at once.
-        EXPECT_EQ(S_LINK_EXCHANGE{l_Link}.Send(Request(212, {2})), 21U);
-        EXPECT_EQ(l_Link.Counters(1).ullHangUps, i + 1);
-    }
-    for (const S_LINK_EXCHANGE& l_Exchange : l_Cut) {
-        EXPECT_FALSE(l_Exchange.Wait(0ms));
-    }
 }
 
 /** A command longer than a terminal takes while nobody reads it. */

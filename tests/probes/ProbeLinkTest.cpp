@@ -203,6 +203,12 @@ TEST_P(ProbeLink, OpensAndClosesAtWillAndCountsItsDrivers)
     EXPECT_EQ(m_Home.TraceLines(),
               Line(m_Kind.ulType == 1 ? "Init> m_pFn_P_Init return FALSE (port: 01)"
                                       : "Init> m_pFn_P_Init return FALSE (port: 00)"));
+    std::array<CECORE_REASON, 64> l_aReasons{};
+    const uint32_t l_ulReasons = CeGetReasons(l_aReasons.data(), 64);
+    ASSERT_GT(l_ulReasons, 0U);
+    EXPECT_EQ(std::string(l_aReasons[l_ulReasons - 1].text),
+              std::string(m_Kind.pszPrefix) + "_Init of " + m_Kind.pszLibrary +
+                  " does not open port " + (m_Kind.ulType == 1 ? "1" : "0"));
     m_Link.ulResult = 1;
     m_pProbe->Init();
     m_Link.ulResult = 0;

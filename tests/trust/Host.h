@@ -21,10 +21,15 @@
     DO(InitialiseMeasBoard)                                                                        \
     DO(ResetMeasBoard)                                                                             \
     DO(SendMeasBoardCmd)                                                                           \
-    DO(GetMeasBoardResult) DO(CurrentGeneratorBurst) DO(GetInstantMeasure)                         \
-        DO(GetInstantMeasureWithoutCompensation) DO(GetInstantMeasureOnDevice)                     \
-            DO(GetAllMicroOhmMeasure) DO(GetMicroOhmMeasure) DO(GetMBCalibrationCoeff)             \
-                DO(SetMBCalibration)
+    DO(GetMeasBoardResult)                                                                         \
+    DO(CurrentGeneratorBurst)                                                                      \
+    DO(GetInstantMeasure)                                                                          \
+    DO(GetInstantMeasureWithoutCompensation)                                                       \
+    DO(GetInstantMeasureOnDevice)                                                                  \
+    DO(GetAllMicroOhmMeasure)                                                                      \
+    DO(GetMicroOhmMeasure)                                                                         \
+    DO(GetMBCalibrationCoeff)                                                                      \
+    DO(SetMBCalibration)
 
 /** The library for the life of this object. What a call gives is told as its record's five words and,
  *  where it succeeded, the values behind an equals sign. */
