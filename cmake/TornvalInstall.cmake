@@ -5,12 +5,24 @@ include(CMakePackageConfigHelpers)
 set(tornval_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TornvalC63)
 cmake_path(ABSOLUTE_PATH TORNVAL_LINKS_DIR BASE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}
   OUTPUT_VARIABLE tornval_links_dir)
+# pkg-config goes by the place of its own file, so that an installed tree can be moved.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+  OUTPUT_VARIABLE tornval_pc_prefix)
+foreach(folder CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR tornval_links_dir)
+  cmake_path(ABSOLUTE_PATH ${folder} BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE tornval_pc_${folder})
+endforeach()
+
+# tornval_way_to_libraries(<variable> <folder>): the way from an installed folder to the libraries.
+function(tornval_way_to_libraries variable folder)
+  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} NORMALIZE
+    OUTPUT_VARIABLE from)
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${from} OUTPUT_VARIABLE way)
+  set(${variable} ${way} PARENT_SCOPE)
+endfunction()
 
 # tornval_rpath(<target> <folder it is installed in>): lets it find the libraries from there.
 function(tornval_rpath target folder)
-  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} NORMALIZE
-    OUTPUT_VARIABLE from)
-  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${from} OUTPUT_VARIABLE path)
+  tornval_way_to_libraries(path ${folder})
   set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${path}")
 endfunction()
 
@@ -30,17 +42,6 @@ function(tornval_install_library target)
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
   list(TRANSFORM ARGN PREPEND ${PROJECT_SOURCE_DIR}/include/)
   install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
-  # pkg-config goes by the place of its own file, so that an installed tree can be moved.
-  cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} NORMALIZE
-    OUTPUT_VARIABLE libdir)
-  cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${libdir}/pkgconfig
-    OUTPUT_VARIABLE tornval_prefix)
-  foreach(kind LIBDIR INCLUDEDIR)
-    cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_${kind} BASE_DIRECTORY "\${prefix}"
-      OUTPUT_VARIABLE tornval_pc_${kind})
-  endforeach()
-  cmake_path(ABSOLUTE_PATH TORNVAL_LINKS_DIR BASE_DIRECTORY "\${libdir}"
-    OUTPUT_VARIABLE tornval_pc_links)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in
     ${PROJECT_BINARY_DIR}/pkgconfig/${target}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${target}.pc

@@ -27,7 +27,8 @@ SCRIPTS = ("script/", "fuzz/")
 # Commands that end otherwise, as their page says.
 EXIT_CODES = {"TORNVAL_HOME=build build/bin/tornval drivers": 2}
 COMMAND = re.compile(r"^    ((?:[A-Z_0-9]+=\S+ )*"
-                     r"(?:script/|fuzz/|build/|ctest|cc |c\+\+ |cmake|printf|python3|tornval)\S*.*)$")
+                     r"(?:script/|fuzz/|build/|ctest|cc |c\+\+ |cmake|pip|printf|python3|tornval)\S*.*)$")
+IN_TEXT = re.compile(r"`((?:(?:script|fuzz)/|ctest |tornval )[^`]+)`")
 
 
 def commands():
@@ -36,8 +37,11 @@ def commands():
         fenced = False
         for line in page.read_text().splitlines():
             fenced ^= line.startswith("```")
-            if not fenced and (match := COMMAND.match(line)):
+            if fenced:
+                continue
+            if match := COMMAND.match(line):
                 yield page.name, re.sub(r"\s+#.*$", "", match[1]).strip()
+            yield from ((page.name, command) for command in IN_TEXT.findall(line))
 
 
 def fenced(page, language):
@@ -71,7 +75,7 @@ class PagesTest(unittest.TestCase):
 
     def test_commands_do_what_is_said(self):
         seen = list(commands())
-        self.assertGreater(len(seen), 20)
+        self.assertGreater(len(seen), 45)
         with contextlib.ExitStack() as running:
             for page, command in seen:
                 program = next(word for word in command.split() if "=" not in word)
@@ -86,15 +90,23 @@ class PagesTest(unittest.TestCase):
                         self.assertRegex(process.stdout.readline(), "board: /dev/pts/")
                         self.assertRegex(process.stdout.readline(), "milliohm: /dev/pts/")
                     elif program == "ctest":
-                        self.shell(command.replace("Name", "Text") + " -N", folder=SOURCE)
+                        listed = self.shell(command.replace("Name", "docs_pages") + " -N",
+                                            folder=SOURCE)
+                        self.assertIn("Total Tests: 1\n", listed)
+                    elif program == "pip":  # tests/install does it
+                        self.assertTrue((SOURCE / command.split()[-1] / "pyproject.toml").exists())
                     else:
                         self.shell(command.replace("--install build ", f"--install {BUILD} "),
                                    EXIT_CODES.get(command, 0))
 
     def check_options(self, program, command):
         path = program if "/" in program else f"build/bin/{program}"
-        text = self.shell(f"{path} --help", folder=SOURCE if "/" in program else None)
+        folder = SOURCE if "/" in program else None
+        text = self.shell(f"{path} --help", folder=folder)
         self.assertGreater(len(text.split()), 5, program)
+        if program == "tornval":
+            for name in re.findall(r" ([a-z]+)(?= |$)", command):
+                text += self.shell(f"{path} {name} --help")
         for option in re.findall(r"(?<![\w-])--[a-z-]+", command):
             self.assertIn(option, text, command)
 
