@@ -5,8 +5,6 @@
 namespace tornval {
 namespace {
 
-constexpr int32_t k_lDefaultInitTimeout = 10000;
-
 constexpr S_PROBE_LINK k_Link = {
     .ulDriverType = TORNVAL_DRIVER_BT_PROBE,
     .ulBaseID = 2000,
@@ -54,7 +52,7 @@ void CBTProbeDriver::ReadConfiguration()
     l_Config.GetString(k_Link.pszLinkType, "BAUD_RATE", "460800", l_aszBaudRate,
                        sizeof(l_aszBaudRate) - 1);
     cecore::Widen(m_wszBaudRate, l_aszBaudRate);
-    m_ulInitTimeout = l_Config.GetInt(k_Link.pszLinkType, "INIT_TIMEOUT", k_lDefaultInitTimeout);
+    m_ulInitTimeout = l_Config.GetInt(k_Link.pszLinkType, "INIT_TIMEOUT", 10000);
 }
 
 S_RESULT CBTProbeDriver::Init()
