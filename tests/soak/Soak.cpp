@@ -19,18 +19,18 @@
 
 namespace {
 
-enum class EEvent : uint8_t
+enum class E_EVENT : uint8_t
 {
-    NONE,
-    KILLED,  // the instrument goes in the middle of something, and another one comes to its port
-    REPLACED // its port goes with it, and comes back
+    None,
+    Killed,  // the instrument goes in the middle of something, and another one comes to its port
+    Replaced // its port goes with it, and comes back
 };
 
 struct S_STAGE
 {
     const char* pszName;
     emulator::S_TROUBLE Trouble;
-    EEvent eEvent = EEvent::NONE;
+    E_EVENT eEvent = E_EVENT::None;
 };
 
 const S_STAGE k_aStages[] = {
@@ -42,8 +42,8 @@ const S_STAGE k_aStages[] = {
     {"reordering", {.dLoss = 0.01, .dDelay = 0.1, .dTwice = 0.3, .DelayMost = 150ms}},
     {"split", {.dSplit = 0.5}},
     {"flood", {.dFlood = 0.02}},
-    {"killed", {}, EEvent::KILLED},
-    {"replaced", {}, EEvent::REPLACED},
+    {"killed", {}, E_EVENT::Killed},
+    {"replaced", {}, E_EVENT::Replaced},
 };
 
 struct S_SCORE
@@ -99,7 +99,7 @@ private:
     {
         m_oBoardEnd.reset();
         m_oModuleEnd.reset();
-        if (m_Stage.eEvent != EEvent::KILLED || !m_oBoardPty) {
+        if (m_Stage.eEvent != E_EVENT::Killed || !m_oBoardPty) {
             for (const auto& [l_poPty, l_pszName] :
                  {std::pair(&m_oBoardPty, "board"), std::pair(&m_oModulePty, "module")}) {
                 std::filesystem::remove(m_Home.Path(l_pszName));
@@ -117,7 +117,7 @@ private:
     {
         for (emulator::CBoardFirmware* l_pBoard : {&m_Board, &m_BoardLike}) {
             l_pBoard->Restart();
-            l_pBoard->SetRows(m_Stage.eEvent == EEvent::NONE ? 40 : 3000);
+            l_pBoard->SetRows(m_Stage.eEvent == E_EVENT::None ? 40 : 3000);
             (void)l_pBoard->Handle(Request(wire::ACQUSITION_INIT, {1, 3, 0, 1, 2}));
         }
     }
@@ -131,7 +131,7 @@ private:
             return l_Seen.Conversation.ullAnswered + l_Seen.Conversation.ullUnanswered +
                    l_Seen.ullHangUps;
         };
-        const bool l_bEvent = m_Stage.eEvent != EEvent::NONE && Roll(50) == 0;
+        const bool l_bEvent = m_Stage.eEvent != E_EVENT::None && Roll(50) == 0;
         const auto l_Before = std::chrono::microseconds(Roll(1500));
         const uint64_t l_ullOver = l_fnOver();
         const Bytes l_vWanted = io_Like.Handle(i_vCommand).vFrame;
