@@ -147,8 +147,9 @@ uint32_t CReplay::Control(E_CAPTURE_LIBRARY i_eLibrary, E_CAPTURE_FUNCTION i_eFu
     const S_REPLAY_CALL& l_Recorded = m_Session.At(*l_ouCall);
     Announce(l_Recorded, l_ulEvent, l_Begin);
     const uint32_t l_ulResult = Finish(*l_ouCall, l_Begin);
-    std::memcpy(i_Control.pOut, l_Recorded.Return.vData.data(),
-                std::min<size_t>(i_Control.ulOutSize, l_Recorded.Return.vData.size()));
+    std::copy_n(l_Recorded.Return.vData.begin(),
+                std::min<size_t>(i_Control.ulOutSize, l_Recorded.Return.vData.size()),
+                static_cast<uint8_t*>(i_Control.pOut));
     *i_Control.pulCount = l_Recorded.Return.Word(wire::CaptureReturnCount);
     return l_ulResult;
 }

@@ -3,10 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+
 #include <cwctype>
+#include <cxxabi.h>
 
 #include "Sync.h"
 #include "wire/Guarded.h"
+
+/** What the exit list knows this library by; the compiler makes it. */
+extern "C" void* __dso_handle;
 
 namespace cecore {
 namespace {
@@ -74,7 +79,10 @@ bool TakeSlot(uint32_t& o_ulSlot) WIRE_REQUIRES(s_Table.Mutex)
 [[gnu::constructor]] void OnLoad()
 {
     // Of all entries of the exit list one of the first, so it runs when the others are through.
-    static_cast<void>(std::atexit([] { s_bProcessEnding = true; }));
+    // By this library's own handle: a sanitizer's atexit knows of none and would call an entry that
+    // has gone with the library.
+    static_cast<void>(
+        abi::__cxa_atexit([](void*) { s_bProcessEnding = true; }, nullptr, &__dso_handle));
 }
 
 [[gnu::destructor]] void OnUnload()

@@ -257,11 +257,22 @@ TIMEOUT=1
             self.assertEqual(rows, [["-252", ""]] * document["rows"])
             self.assertEqual(document["rows"], 798 * document["reads"])
 
+    def await_handler(self, process, number):
+        """Waits until a program, which may start slowly, obeys a signal."""
+        while True:
+            self.assertIsNone(process.poll())
+            with open(f"/proc/{process.pid}/status", encoding="ascii") as status:
+                caught = next(line for line in status if line.startswith("SigCgt:"))
+            if int(caught.split()[1], 16) & 1 << (number - 1):
+                return
+            time.sleep(0.01)
+
     def test_a_signal_ends_every_wait(self):
         self.configure(real(f"{LINKS}/virtual_link.so"))
         self.environment["TORNVAL_EMULATOR_BOARD"] = "no-answer@212,no-answer@211"
         for command in [["measure", "--input", "1"], ["upload", "--blocks", "3"]]:
             process = self.start(*command)
+            self.await_handler(process, signal.SIGINT)
             time.sleep(1)
             self.assertIsNone(process.poll())
             process.send_signal(signal.SIGINT)
