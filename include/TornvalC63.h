@@ -19,8 +19,8 @@
  * read once, at the first call of any function; the rest at each load. Without the file every load
  * fails. Its path has 259 characters at most.
  *
- * A DRIVER_NAME without a folder is looked for in that folder, then where link libraries are installed,
- * then by the system's search. A SET_RESET_EXEC or DAT_SIMU_FILE without a slash at its head is looked
+ * A DRIVER_NAME with a folder is taken as it stands; a bare one is looked for in that folder, then where
+ * link libraries are installed, then by the system's search. A SET_RESET_EXEC or DAT_SIMU_FILE without a slash at its head is looked
  * for in that folder, then in the working folder. CeGetPath() of cecore.h tells these places. In a
  * privileged process environment variables count for nothing.
  *
@@ -329,8 +329,11 @@ TORNVAL_API S_RESULT CurrentGeneratorBurst(uint32_t i_ulBurst);
 TORNVAL_API S_RESULT GetInstantMeasure(int32_t* o_plValue, uint32_t i_ulVoie);
 
 /**
- * As GetInstantMeasure(), without calibration: the value of the converter.
+ * As GetInstantMeasure(), without calibration.
  *
+ * @param[out] o_plValue the value of the converter; may not be null.
+ * @param      i_ulVoie  measuring input, 0 to 12.
+ * @return as there.
  * @note Threads: as there.
  * @par Example
  * @snippet snippets.c GetInstantMeasureWithoutCompensation
@@ -355,8 +358,11 @@ TORNVAL_API S_RESULT GetInstantMeasureOnDevice(uint32_t i_ulDriverID, int32_t* o
 
 /**
  * Takes one measure of the milliohm module and gives its three values, in the order of the answer.
- * All three are 0 after a failure. No pointer may be null.
+ * All three are 0 after a failure.
  *
+ * @param[out] o_plValue1 the first value, as the module sends it; may not be null, as the others.
+ * @param[out] o_plValue2 the second.
+ * @param[out] o_plValue3 the third.
  * @return ulStep 5 from a real module, or the stage that failed; 0 from a simulated one or when no
  *         module is loaded. A measure that the module refused has its status byte in ulFwStatus,
  *         with its sign extended to 32 bits.
@@ -370,6 +376,8 @@ TORNVAL_API S_RESULT GetAllMicroOhmMeasure(int32_t* o_plValue1, int32_t* o_plVal
 /**
  * As GetAllMicroOhmMeasure(), with the first value alone.
  *
+ * @param[out] o_plValue the value, as the module sends it; 0 after a failure. May not be null.
+ * @return as there.
  * @note Threads: as there.
  * @par Example
  * @snippet snippets.c GetMicroOhmMeasure

@@ -50,33 +50,75 @@ typedef struct S_TEXT_CALL
 TORNVAL_API uint32_t TornvalTextRecord(const S_RESULT* i_pResult, const S_TEXT_CALL* i_pCall,
                                        char* o_pszText, uint32_t i_ulRoom);
 
-/** What ulFwStatus means in this record; empty where it carries nothing, and for a null record. */
+/**
+ * What ulFwStatus means in a record; empty where it carries nothing.
+ *
+ * @param      i_pResult the record; null gives an empty text.
+ * @param[out] o_pszText room for i_ulRoom bytes.
+ * @param      i_ulRoom  its size.
+ * @return length of the whole text.
+ */
 TORNVAL_API uint32_t TornvalTextFirmwareStatus(const S_RESULT* i_pResult, char* o_pszText,
                                                uint32_t i_ulRoom);
 
-/** Name of a stage, TORNVAL_STEP_...; unknown ones with their number. */
+/**
+ * Name of a stage.
+ *
+ * @param      i_ulStep  TORNVAL_STEP_...; unknown ones are named by their number.
+ * @param[out] o_pszText room for i_ulRoom bytes.
+ * @param      i_ulRoom  its size.
+ * @return length of the whole text.
+ */
 TORNVAL_API uint32_t TornvalTextStep(uint32_t i_ulStep, char* o_pszText, uint32_t i_ulRoom);
 
-/** Name of a kind of driver, TORNVAL_DRIVER_...; unknown ones with their number. */
+/**
+ * Name of a kind of driver.
+ *
+ * @param      i_ulDriverType TORNVAL_DRIVER_...; unknown ones are named by their number.
+ * @param[out] o_pszText      room for i_ulRoom bytes.
+ * @param      i_ulRoom       its size.
+ * @return length of the whole text.
+ */
 TORNVAL_API uint32_t TornvalTextDriverType(uint32_t i_ulDriverType, char* o_pszText,
                                            uint32_t i_ulRoom);
 
 /**
- * Name of the kind of hardware behind a link type word, S_DRIVER_INFO.szLinkType; unknown words stand
- * as they are, a null one is empty.
+ * Name of the kind of hardware behind a link type word.
+ *
+ * @param      i_pszLinkType S_DRIVER_INFO.szLinkType; unknown words stand as they are, null gives an
+ *                           empty text.
+ * @param[out] o_pszText     room for i_ulRoom bytes.
+ * @param      i_ulRoom      its size.
+ * @return length of the whole text.
  */
 TORNVAL_API uint32_t TornvalTextLinkType(const char* i_pszLinkType, char* o_pszText,
                                          uint32_t i_ulRoom);
 
-/** Meaning of a system error number, S_RESULT.ulLastError, always with the number itself. */
+/**
+ * Meaning of a system error number, always with the number itself.
+ *
+ * @param      i_ulError S_RESULT.ulLastError.
+ * @param[out] o_pszText room for i_ulRoom bytes.
+ * @param      i_ulRoom  its size.
+ * @return length of the whole text.
+ */
 TORNVAL_API uint32_t TornvalTextSystemError(uint32_t i_ulError, char* o_pszText, uint32_t i_ulRoom);
 
-/** Name of a command on board, module or probe, always with its number. */
+/**
+ * Name of a command on board, module or probe, always with its number.
+ *
+ * @param      i_lCommand CmdeID, 0 to 255.
+ * @param[out] o_pszText  room for i_ulRoom bytes.
+ * @param      i_ulRoom   its size.
+ * @return length of the whole text.
+ */
 TORNVAL_API uint32_t TornvalTextCommand(int32_t i_lCommand, char* o_pszText, uint32_t i_ulRoom);
 
 /**
  * Whether a failing record is that of an answer that did not come in time.
  *
+ * @param i_pResult the record.
+ * @param i_pCall   what is known beside it; null if nothing is.
  * @return 1 it is; 0 it is not, or the record is null.
  */
 TORNVAL_API int32_t TornvalTextIsTimeOut(const S_RESULT* i_pResult, const S_TEXT_CALL* i_pCall);

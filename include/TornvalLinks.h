@@ -94,26 +94,83 @@ typedef uint32_t (*PFN_RS_CLOSE)(void);
 typedef uint32_t (*PFN_RS_CLOSE_EX)(uint32_t link_handle);
 /** @} */
 
-/** Opens the link of a serial port. Non-zero: open. */
+/**
+ * Opens the link of a serial port.
+ *
+ * @param port      1 the board, 2 the milliohm module.
+ * @param constant  RS_LINK_CONSTANT.
+ * @param baud_rate 460800 for the board, 115200 for the module.
+ * @param data_bits 8.
+ * @param word1     0.
+ * @param word2     0.
+ * @param zero      0.
+ * @return non-zero: open; zero: failed, the reason is the last error.
+ */
 TORNVAL_LINK_API uint32_t RS_Init(uint32_t port, uint32_t constant, uint32_t baud_rate,
                                   uint32_t data_bits, uint32_t word1, uint32_t word2,
                                   uint32_t zero);
-/** As RS_Init, and fills the link handle, which tells links apart. */
+/**
+ * As RS_Init(), with a handle that tells links apart.
+ *
+ * @param      port        as there.
+ * @param      constant    as there.
+ * @param      baud_rate   as there.
+ * @param      data_bits   as there.
+ * @param      word1       as there.
+ * @param      word2       as there.
+ * @param      zero        as there.
+ * @param[out] link_handle filled with the handle, which is not 0.
+ * @return as there.
+ */
 TORNVAL_LINK_API uint32_t RS_Init_Ex(uint32_t port, uint32_t constant, uint32_t baud_rate,
                                      uint32_t data_bits, uint32_t word1, uint32_t word2,
                                      uint32_t zero, uint32_t* link_handle);
-/** One exchange on the link that RS_Init opened. Zero: failed, the reason is the last error. */
+/**
+ * One exchange on the link that RS_Init() opened.
+ *
+ * @param      constant RS_LINK_CONSTANT.
+ * @param      code     IOCTL_RS_SEND_COMMAND or IOCTL_RS_GET_RESULT, which say what goes in and out.
+ * @param      in       what the code takes.
+ * @param      in_size  its bytes.
+ * @param[out] out      room for what the code brings.
+ * @param      out_size its bytes.
+ * @param[out] count    how many of them were filled.
+ * @param      zero     0.
+ * @return non-zero: done; zero: failed, the reason is the last error.
+ */
 TORNVAL_LINK_API uint32_t RS_DeviceIoControl(uint32_t constant, uint32_t code, const void* in,
                                              uint32_t in_size, void* out, uint32_t out_size,
                                              uint32_t* count, uint32_t zero);
-/** One exchange on the link of the handle. Handle 0, which a caller has whose open failed, is none. */
+/**
+ * One exchange on the link of a handle.
+ *
+ * @param      constant    as in RS_DeviceIoControl().
+ * @param      code        as there.
+ * @param      in          as there.
+ * @param      in_size     its bytes.
+ * @param[out] out         room for what the code brings.
+ * @param      out_size    its bytes.
+ * @param[out] count       how many of them were filled.
+ * @param      zero        0.
+ * @param      link_handle from RS_Init_Ex(); 0, which a caller has whose open failed, is none.
+ * @return as there.
+ */
 TORNVAL_LINK_API uint32_t RS_DeviceIoControl_Ex(uint32_t constant, uint32_t code, const void* in,
                                                 uint32_t in_size, void* out, uint32_t out_size,
                                                 uint32_t* count, uint32_t zero,
                                                 uint32_t link_handle);
-/** Must exist; the measurement library does not call it. */
+/**
+ * Must exist; the measurement library does not call it.
+ *
+ * @return non-zero: closed.
+ */
 TORNVAL_LINK_API uint32_t RS_Close(void);
-/** Closes the link of the handle; handle 0 is the link that RS_Init opened. Non-zero: closed. */
+/**
+ * Closes the link of a handle.
+ *
+ * @param link_handle from RS_Init_Ex(); 0 is the link that RS_Init() opened.
+ * @return non-zero: closed.
+ */
 TORNVAL_LINK_API uint32_t RS_Close_Ex(uint32_t link_handle);
 
 /** Control codes of the probe links. In of a send: the 12-byte command record, its payload and one
@@ -146,19 +203,65 @@ typedef uint32_t (*PFN_PROBE_DEVICEIOCONTROL)(uint32_t device, uint32_t constant
                                               uint32_t out_size, uint32_t* count, uint32_t zero);
 /** @} */
 
-/** Opens the port of a Bluetooth probe; the rate comes as text. Non-zero: open. */
+/**
+ * Opens the port of a Bluetooth probe.
+ *
+ * @param port      the key PORT_NUMBER.
+ * @param baud_rate the key BAUD_RATE, as text.
+ * @param timeout   the key INIT_TIMEOUT.
+ * @return non-zero: open; zero: failed, the reason is the last error.
+ */
 TORNVAL_LINK_API uint32_t PBT_Init(uint32_t port, const wchar_t* baud_rate, uint32_t timeout);
-/** Closes it. Non-zero: closed. */
+/**
+ * Closes it.
+ *
+ * @return non-zero: closed.
+ */
 TORNVAL_LINK_API uint32_t PBT_Close(void);
-/** One exchange, IOCTL_PBT_... Zero: failed, the reason is the last error. */
+/**
+ * One exchange.
+ *
+ * @param      device   number of the driver among its kind.
+ * @param      constant PROBE_LINK_CONSTANT.
+ * @param      code     IOCTL_PBT_SEND_COMMAND or IOCTL_PBT_GET_RESULT.
+ * @param      in       what the code takes.
+ * @param      in_size  its bytes.
+ * @param[out] out      room for what the code brings.
+ * @param      out_size its bytes.
+ * @param[out] count    how many of them were filled.
+ * @param      zero     0.
+ * @return non-zero: done; zero: failed, the reason is the last error.
+ */
 TORNVAL_LINK_API uint32_t PBT_DeviceIoControl(uint32_t device, uint32_t constant, uint32_t code,
                                               const void* in, uint32_t in_size, void* out,
                                               uint32_t out_size, uint32_t* count, uint32_t zero);
-/** Opens the port of a USB probe. Non-zero: open. */
+/**
+ * Opens the port of a USB probe.
+ *
+ * @param port the key PORT_NUMBER.
+ * @return non-zero: open; zero: failed, the reason is the last error.
+ */
 TORNVAL_LINK_API uint32_t PUSB_Init(uint32_t port);
-/** Closes it. Non-zero: closed. */
+/**
+ * Closes it.
+ *
+ * @return non-zero: closed.
+ */
 TORNVAL_LINK_API uint32_t PUSB_Close(void);
-/** One exchange, IOCTL_PUSB_... Zero: failed, the reason is the last error. */
+/**
+ * One exchange.
+ *
+ * @param      device   number of the driver among its kind.
+ * @param      constant PROBE_LINK_CONSTANT.
+ * @param      code     IOCTL_PUSB_SEND_COMMAND or IOCTL_PUSB_GET_RESULT.
+ * @param      in       what the code takes.
+ * @param      in_size  its bytes.
+ * @param[out] out      room for what the code brings.
+ * @param      out_size its bytes.
+ * @param[out] count    how many of them were filled.
+ * @param      zero     0.
+ * @return non-zero: done; zero: failed, the reason is the last error.
+ */
 TORNVAL_LINK_API uint32_t PUSB_DeviceIoControl(uint32_t device, uint32_t constant, uint32_t code,
                                                const void* in, uint32_t in_size, void* out,
                                                uint32_t out_size, uint32_t* count, uint32_t zero);

@@ -118,6 +118,8 @@ CECORE_API uint32_t CeGetPath(uint32_t kind, char* buffer, uint32_t size);
 /**
  * Version of the measurement library that these core services belong to, as in "0.1.0". A program
  * compares it with the TORNVAL_VERSION that it was compiled with.
+ *
+ * @return text that stays as long as the library is loaded.
  */
 CECORE_API const char* CeGetVersion(void);
 
