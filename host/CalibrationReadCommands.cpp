@@ -40,12 +40,10 @@ void AddCalibrationReadCommands(CLI::App& io_Calibration, CProgram& io_Program)
 {
     io_Program.AddCommand(io_Calibration, "get", "Prints the pairs a, b of all inputs",
                           [&io_Program] { RunGet(io_Program); });
-    auto l_pOptions = std::make_shared<S_SAVE_OPTIONS>();
-    CLI::App& l_Save =
-        io_Program.AddCommand(io_Calibration, "save", "Saves the pairs of all inputs to a file",
-                              [=, &io_Program] { RunSave(io_Program, *l_pOptions); });
-    l_Save.add_option("FILE", l_pOptions->strFile, "the file")->required();
-    l_Save.add_flag("--force", l_pOptions->bForce, "replace a file that is there already");
+    auto [l_Save, l_Options] = io_Program.AddCommand(
+        io_Calibration, "save", "Saves the pairs of all inputs to a file", RunSave);
+    l_Save.add_option("FILE", l_Options.strFile, "the file")->required();
+    l_Save.add_flag("--force", l_Options.bForce, "replace a file that is there already");
 }
 
 } // namespace host

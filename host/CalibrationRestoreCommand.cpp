@@ -38,14 +38,13 @@ void RunRestore(CProgram& io_Program, const S_RESTORE_OPTIONS& i_Options)
 
 void AddCalibrationRestoreCommand(CLI::App& io_Calibration, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_RESTORE_OPTIONS>();
-    CLI::App& l_Restore = io_Program.AddCommand(
+    auto [l_Restore, l_Options] = io_Program.AddCommand(
         io_Calibration, "restore",
         "Writes the pairs of a file that \"calibration save\" or \"calibration set\" left, and "
         "restarts the board",
-        [=, &io_Program] { RunRestore(io_Program, *l_pOptions); });
-    l_Restore.add_option("FILE", l_pOptions->strFile, "the file")->required();
-    AddWriteOptions(l_Restore, l_pOptions->Write);
+        RunRestore);
+    l_Restore.add_option("FILE", l_Options.strFile, "the file")->required();
+    AddWriteOptions(l_Restore, l_Options.Write);
 }
 
 } // namespace host

@@ -30,17 +30,16 @@ void RunSet(CProgram& io_Program, const S_SET_OPTIONS& i_Options)
 
 void AddCalibrationSetCommand(CLI::App& io_Calibration, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_SET_OPTIONS>();
-    CLI::App& l_Set = io_Program.AddCommand(
+    auto [l_Set, l_Options] = io_Program.AddCommand(
         io_Calibration, "set",
         "Writes pairs and restarts the board; --input, --a and --b may be repeated together",
-        [=, &io_Program] { RunSet(io_Program, *l_pOptions); });
-    l_Set.add_option("--input,--voie", l_pOptions->vInputs, "input of the board, 0 to 12")
+        RunSet);
+    l_Set.add_option("--input,--voie", l_Options.vInputs, "input of the board, 0 to 12")
         ->required()
         ->check(CLI::Range(0, 12));
-    l_Set.add_option("--a", l_pOptions->vA, "its factor")->required();
-    l_Set.add_option("--b", l_pOptions->vB, "its offset")->required();
-    AddWriteOptions(l_Set, l_pOptions->Write);
+    l_Set.add_option("--a", l_Options.vA, "its factor")->required();
+    l_Set.add_option("--b", l_Options.vB, "its offset")->required();
+    AddWriteOptions(l_Set, l_Options.Write);
 }
 
 } // namespace host

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include <dlfcn.h>
+#include <link.h>
 #include <unistd.h>
 
 namespace host {
@@ -37,39 +38,47 @@ struct S_KNOWN_KEY
     uint32_t ulMost = INT32_MAX;
 };
 
-constexpr std::array k_aKeys = {
-    S_KNOWN_KEY{"IM", "SIMU", EValue::NUMBER},
-    S_KNOWN_KEY{"IM", "DRIVER_NAME", EValue::LIBRARY},
-    S_KNOWN_KEY{"IM", "CHANNEL_1", EValue::NUMBER, 0, 12},
-    S_KNOWN_KEY{"IM", "CHANNEL_2", EValue::NUMBER, 0, 12},
-    S_KNOWN_KEY{"IM", "CHANNEL_3", EValue::NUMBER, 0, 12},
-    S_KNOWN_KEY{"IM", "ACQUISITION_PERIOD", EValue::NUMBER, 1, 3000},
-    S_KNOWN_KEY{"IM", "TIMEOUT", EValue::NUMBER},
-    S_KNOWN_KEY{"IM", "DECOMPRESS_DATA", EValue::NUMBER, 0, 1},
-    S_KNOWN_KEY{"IM", "CALIBRATION", EValue::NUMBER, 0, 255},
-    S_KNOWN_KEY{"IM", "LOG_CALIBRATION_COEF", EValue::NUMBER, 0, 1},
-    S_KNOWN_KEY{"IM", "SET_RESET_EXEC", EValue::PROGRAM},
-    S_KNOWN_KEY{"IM", "REGISTRY_KEY", EValue::TEXT},
-    S_KNOWN_KEY{"IM", "REGISTRY_ENTRY", EValue::TEXT},
-    S_KNOWN_KEY{"IM", "DAT_SIMU_FILE", EValue::FILE},
-    S_KNOWN_KEY{"IM", "SIMU_KELNOR_PROBE_CORRECTION", EValue::REAL},
-    S_KNOWN_KEY{"BT", "LOAD", EValue::NUMBER},
-    S_KNOWN_KEY{"BT", "SIMU", EValue::NUMBER},
-    S_KNOWN_KEY{"BT", "PORT_NUMBER", EValue::NUMBER, 0, 255},
-    S_KNOWN_KEY{"BT", "BAUD_RATE", EValue::TEXT},
-    S_KNOWN_KEY{"BT", "DRIVER_NAME", EValue::LIBRARY},
-    S_KNOWN_KEY{"BT", "INIT_TIMEOUT", EValue::NUMBER},
-    S_KNOWN_KEY{"USB", "LOAD", EValue::NUMBER},
-    S_KNOWN_KEY{"USB", "SIMU", EValue::NUMBER},
-    S_KNOWN_KEY{"USB", "PORT_NUMBER", EValue::NUMBER, 0, 255},
-    S_KNOWN_KEY{"USB", "DRIVER_NAME", EValue::LIBRARY},
-    S_KNOWN_KEY{"LOG", "ENABLE", EValue::NUMBER, 0, 1},
-    S_KNOWN_KEY{"LOG", "TYPE", EValue::NUMBER, 0, 1},
-    S_KNOWN_KEY{"LOG", "LEVEL", EValue::NUMBER, 0, 65535},
-    S_KNOWN_KEY{"SERIAL_LINK", "PORT_1", EValue::PORT},
-    S_KNOWN_KEY{"SERIAL_LINK", "PORT_2", EValue::PORT},
-    S_KNOWN_KEY{"SERIAL_LINK", "ANSWER_TIMEOUT", EValue::NUMBER, 1, 60000},
-    S_KNOWN_KEY{"SERIAL_LINK", "SILENCE", EValue::NUMBER, 1, 1000},
+constexpr S_KNOWN_KEY k_aKeys[] = {
+    {"IM", "SIMU", EValue::NUMBER},
+    {"IM", "DRIVER_NAME", EValue::LIBRARY},
+    {"IM", "CHANNEL_1", EValue::NUMBER, 0, 12},
+    {"IM", "CHANNEL_2", EValue::NUMBER, 0, 12},
+    {"IM", "CHANNEL_3", EValue::NUMBER, 0, 12},
+    {"IM", "ACQUISITION_PERIOD", EValue::NUMBER, 1, 3000},
+    {"IM", "TIMEOUT", EValue::NUMBER},
+    {"IM", "DECOMPRESS_DATA", EValue::NUMBER, 0, 1},
+    {"IM", "CALIBRATION", EValue::NUMBER, 0, 255},
+    {"IM", "LOG_CALIBRATION_COEF", EValue::NUMBER, 0, 1},
+    {"IM", "SET_RESET_EXEC", EValue::PROGRAM},
+    {"IM", "REGISTRY_KEY", EValue::TEXT},
+    {"IM", "REGISTRY_ENTRY", EValue::TEXT},
+    {"IM", "DAT_SIMU_FILE", EValue::FILE},
+    {"IM", "SIMU_KELNOR_PROBE_CORRECTION", EValue::REAL},
+    {"IM", "SAMPLE_PERIOD", EValue::REAL},
+    {"BT", "LOAD", EValue::NUMBER},
+    {"BT", "SIMU", EValue::NUMBER},
+    {"BT", "PORT_NUMBER", EValue::NUMBER, 0, 255},
+    {"BT", "BAUD_RATE", EValue::TEXT},
+    {"BT", "DRIVER_NAME", EValue::LIBRARY},
+    {"BT", "INIT_TIMEOUT", EValue::NUMBER},
+    {"USB", "LOAD", EValue::NUMBER},
+    {"USB", "SIMU", EValue::NUMBER},
+    {"USB", "PORT_NUMBER", EValue::NUMBER, 0, 255},
+    {"USB", "DRIVER_NAME", EValue::LIBRARY},
+    {"LOG", "ENABLE", EValue::NUMBER, 0, 1},
+    {"LOG", "TYPE", EValue::NUMBER, 0, 1},
+    {"LOG", "LEVEL", EValue::NUMBER, 0, 65535},
+    {"SERIAL_LINK", "PORT_1", EValue::PORT},
+    {"SERIAL_LINK", "PORT_2", EValue::PORT},
+    {"SERIAL_LINK", "ANSWER_TIMEOUT", EValue::NUMBER, 1, 60000},
+    {"SERIAL_LINK", "SILENCE", EValue::NUMBER, 1, 1000},
+    {"CAPTURE", "FILE", EValue::TEXT},
+    {"CAPTURE", "SERIAL", EValue::TEXT},
+    {"CAPTURE", "BLUETOOTH", EValue::TEXT},
+    {"CAPTURE", "USB", EValue::TEXT},
+    {"CAPTURE", "CONFIGURATION", EValue::FILE},
+    {"REPLAY", "FILE", EValue::FILE},
+    {"REPLAY", "PACE", EValue::NUMBER, 0, 1},
 };
 
 struct S_ENTRY_POINTS
@@ -92,13 +101,14 @@ bool Same(std::string_view i_strA, std::string_view i_strB)
            strncasecmp(i_strA.data(), i_strB.data(), i_strA.size()) == 0;
 }
 
-/** Keys that carry the number of an input; only this program reads them. */
+/** Keys that carry the number of an input or channel; only this program reads them. */
 bool IsUnitKey(std::string_view i_strSection, std::string_view i_strKey)
 {
-    if (!Same(i_strSection, "IM")) {
+    const bool l_bProbe = Same(i_strSection, "BT") || Same(i_strSection, "USB");
+    if (!l_bProbe && !Same(i_strSection, "IM")) {
         return false;
     }
-    for (uint32_t i = 0; i <= 12; ++i) {
+    for (uint32_t i = 0; i <= (l_bProbe ? 1U : 12U); ++i) {
         for (const char* l_pszKey : {"UNIT_", "SCALE_", "OFFSET_"}) {
             if (Same(i_strKey, l_pszKey + std::to_string(i))) {
                 return true;
@@ -108,11 +118,35 @@ bool IsUnitKey(std::string_view i_strSection, std::string_view i_strKey)
     return Same(i_strKey, "SCALE") || Same(i_strKey, "OFFSET");
 }
 
+/** Whether an entry point is the library's own: that of a library which it needs is not taken. */
+bool HasEntryPoint(void* i_pLibrary, const char* i_pszName)
+{
+    void* const l_pAddress = dlsym(i_pLibrary, i_pszName);
+    link_map* l_pOwn = nullptr;
+    void* l_pFound = nullptr;
+    Dl_info l_Info{};
+    return l_pAddress != nullptr && dlinfo(i_pLibrary, RTLD_DI_LINKMAP, &l_pOwn) == 0 &&
+           dladdr1(l_pAddress, &l_Info, &l_pFound, RTLD_DL_LINKMAP) != 0 && l_pFound == l_pOwn;
+}
+
 /** The text of a file with the places of its lines. */
 class CLines : public wire::CConfigText
 {
 public:
     const std::vector<wire::S_CONFIG_SECTION>& Sections() const { return m_vecSections; }
+
+    /** Number of the line that a piece of the text begins in. Asked for in the order of the text. */
+    size_t NumberOf(std::string_view i_strPiece)
+    {
+        const char* const l_pcFrom = m_pcAt == nullptr ? i_strPiece.data() : m_pcAt;
+        m_uLine += static_cast<size_t>(std::count(l_pcFrom, i_strPiece.data(), '\n'));
+        m_pcAt = i_strPiece.data();
+        return m_uLine;
+    }
+
+private:
+    const char* m_pcAt = nullptr;
+    size_t m_uLine = 1;
 };
 
 class CCheck
@@ -148,26 +182,25 @@ private:
 
     void CheckLines()
     {
-        size_t l_uLine = 0;
         std::vector<std::string> l_vSeen;
         for (const wire::S_CONFIG_SECTION& l_Section : m_Lines.Sections()) {
-            ++l_uLine;
+            const size_t l_uHead = m_Lines.NumberOf(l_Section.strRawLine);
             const std::string l_strSection(l_Section.strName);
             if (l_Section.bComment) {
                 const size_t l_uFirst = l_Section.strRawLine.find_first_not_of(" \t");
                 if (l_uFirst != std::string_view::npos && l_Section.strRawLine[l_uFirst] != ';') {
-                    Tell(l_uLine, true, "a line before the first section is not read");
+                    Tell(l_uHead, true, "a line before the first section is not read");
                 }
                 continue;
             }
             const bool l_bAgain =
                 std::any_of(l_vSeen.begin(), l_vSeen.end(),
                             [&](const std::string& i_str) { return Same(i_str, l_strSection); });
-            const bool l_bKnown = CheckSection(l_uLine, l_strSection, l_bAgain);
+            const bool l_bKnown = CheckSection(l_uHead, l_strSection, l_bAgain);
             l_vSeen.push_back(l_strSection);
             std::vector<std::string> l_vKeys;
             for (const wire::S_CONFIG_KEY& l_Key : l_Section.vecKeys) {
-                ++l_uLine;
+                const size_t l_uLine = m_Lines.NumberOf(l_Key.strRawLine);
                 if (l_Key.bComment || l_bAgain || !l_bKnown) {
                     continue;
                 }
@@ -309,8 +342,8 @@ private:
         }
         for (const S_ENTRY_POINTS& l_Points : k_aEntryPoints) {
             for (const char* l_pszName : l_Points.vNames) {
-                if (i_strSection == l_Points.pszSection &&
-                    dlsym(l_pLibrary, l_pszName) == nullptr) {
+                if (Same(i_strSection, l_Points.pszSection) &&
+                    !HasEntryPoint(l_pLibrary, l_pszName)) {
                     Tell(i_uLine, true, i_strHead + "it has no entry point " + l_pszName);
                 }
             }

@@ -73,13 +73,14 @@ int CChild::Start(const std::vector<std::string>& i_vArguments, bool i_bQuiet)
         posix_spawn_file_actions_adddup2(&l_Settings.Actions, STDOUT_FILENO, STDERR_FILENO);
     }
     std::vector<std::string> l_vArguments = i_vArguments;
+    pid_t l_Pid = -1;
     const int l_lError =
-        posix_spawnp(&m_Pid, l_vArguments.front().c_str(), &l_Settings.Actions,
+        posix_spawnp(&l_Pid, l_vArguments.front().c_str(), &l_Settings.Actions,
                      &l_Settings.Attributes, Pointers(l_vArguments).data(), environ);
     close(l_alPipe[0]);
     m_lInput = l_alPipe[1];
+    m_Pid = l_lError == 0 ? l_Pid : -1;
     if (l_lError != 0) {
-        m_Pid = -1;
         CloseInput();
     }
     return l_lError;
@@ -109,6 +110,13 @@ int CChild::Finish()
     }
     m_Pid = -1;
     return WIFEXITED(l_lStatus) ? WEXITSTATUS(l_lStatus) : 128 + WTERMSIG(l_lStatus);
+}
+
+void CChild::Kill() const
+{
+    if (const pid_t l_Pid = m_Pid; l_Pid > 0) {
+        kill(l_Pid, SIGKILL);
+    }
 }
 
 void CChild::CloseInput()

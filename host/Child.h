@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -40,13 +41,16 @@ public:
      *  it, or -1 if there is no child. */
     int Finish();
 
+    /** Ends the child; from any thread, also while another one waits in Finish(). */
+    void Kill() const;
+
     /** Whether a child was started and not yet waited for. */
     bool IsRunning() const { return m_Pid > 0; }
 
 private:
     void CloseInput();
 
-    pid_t m_Pid = -1;
+    std::atomic<pid_t> m_Pid = -1;
     int m_lInput = -1;
 };
 

@@ -128,9 +128,9 @@ CCsvFile::~CCsvFile()
 
 std::string CCsvFile::ColumnLine() const
 {
-    std::string l_strLine = m_Form.dPeriod > 0 ? "time_s" : "";
+    std::string l_strLine = m_Form.dPeriod > 0 ? k_pszTimeColumn : k_pszSampleColumn;
     for (const std::string& l_strColumn : m_Form.vColumns) {
-        l_strLine += (l_strLine.empty() ? "" : ",") + l_strColumn;
+        l_strLine += "," + l_strColumn;
     }
     return l_strLine;
 }
@@ -172,12 +172,11 @@ char* CCsvFile::AddRow(char* o_pcAt, const Channels& i_vChannels, size_t i_uRow,
 {
     // The place is handed along: a byte written may be part of anything, so a member that held it would
     // be read again after each.
-    if (m_Form.dPeriod > 0) {
-        o_pcAt = std::to_chars(o_pcAt, o_pcAt + k_uNumber,
-                               static_cast<double>(i_uTotal) * m_Form.dPeriod)
-                     .ptr;
-        *o_pcAt++ = ',';
-    }
+    o_pcAt = m_Form.dPeriod > 0 ? std::to_chars(o_pcAt, o_pcAt + k_uNumber,
+                                                static_cast<double>(i_uTotal) * m_Form.dPeriod)
+                                      .ptr
+                                : std::to_chars(o_pcAt, o_pcAt + k_uNumber, i_uTotal).ptr;
+    *o_pcAt++ = ',';
     const size_t l_uChannels = i_vChannels.size();
     for (size_t i = 0; i < l_uChannels; ++i) {
         if (i_uRow < i_vChannels[i].size()) {
@@ -265,6 +264,25 @@ void CCsvFile::Commit()
     } else {
         GiveName(m_strPath, m_strName, m_Existing == EExisting::REPLACE);
     }
+    m_strPath = m_strName;
+    m_bCommitted = true;
+}
+
+void CCsvFile::CommitAs(const std::function<void(const std::string&, int)>& i_fnWrite)
+{
+    if (!m_bBeside || m_bCommitted) {
+        return;
+    }
+    std::string l_strMade;
+    const wire::CDescriptor l_Made = OpenBeside(m_strName, l_strMade);
+    try {
+        i_fnWrite(m_strPath, l_Made.Get());
+    } catch (...) {
+        unlink(l_strMade.c_str());
+        throw;
+    }
+    GiveName(l_strMade, m_strName, m_Existing == EExisting::REPLACE);
+    unlink(m_strPath.c_str());
     m_strPath = m_strName;
     m_bCommitted = true;
 }

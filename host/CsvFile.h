@@ -9,11 +9,16 @@
 #include "wire/Descriptor.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace host {
+
+/** Names of the first column: seconds, or a number where the period is not known. */
+constexpr const char* k_pszTimeColumn = "time_s";
+constexpr const char* k_pszSampleColumn = "sample";
 
 /** A file or a plot that could not be written, or that would be overwritten. */
 struct S_FILE_ERROR
@@ -49,7 +54,7 @@ struct S_CSV_FORM
     std::vector<std::string> vHead;
     /** Names of the channels' columns. */
     std::vector<std::string> vColumns;
-    /** Distance of two rows in seconds; 0: there is no column "time_s". */
+    /** Distance of two rows in seconds, for the column "time_s"; 0: the first column is "sample". */
     double dPeriod = 0;
     /** What each channel's values are multiplied by and what is added; empty: raw values. */
     std::vector<std::pair<double, double>> vScales;
@@ -80,6 +85,9 @@ public:
 
     /** The table is complete: it gets its name. @throws S_FILE_ERROR, it then keeps its partial one. */
     void Commit();
+
+    /** As Commit(), and the file with the name is what the function makes of the table. */
+    void CommitAs(const std::function<void(const std::string& i_strTable, int i_lFile)>& i_fnWrite);
 
     /** Where the rows are: the name once committed, before that the partial file. */
     const std::string& Path() const { return m_strPath; }

@@ -46,21 +46,15 @@ int32_t OneMeasure(const S_DRIVER& i_Driver, const S_MEASURE_OPTIONS& i_Options)
     return *l_pValue;
 }
 
-S_UNIT UnitOf(const CSession& i_Session, const S_DRIVER& i_Driver,
-              const S_MEASURE_OPTIONS& i_Options)
-{
-    return i_Driver.strLinkType == "IM" && !i_Options.bRaw
-               ? UnitOfInput(i_Session.Settings(), i_Options.ulInput)
-               : S_UNIT{};
-}
-
 void RunMeasure(CProgram& io_Program, const S_MEASURE_OPTIONS& i_Options)
 {
     CSession l_Session(io_Program.Options());
     const S_DRIVER l_Driver =
         i_Options.strDriver ? l_Session.ByName(*i_Options.strDriver) : l_Session.ByLinkType("IM");
     Announce(io_Program, l_Driver);
-    const S_UNIT l_Unit = UnitOf(l_Session, l_Driver, i_Options);
+    const S_UNIT l_Unit =
+        i_Options.bRaw ? S_UNIT{}
+                       : UnitOf(l_Session.Settings(), l_Driver.strLinkType, i_Options.ulInput);
     nlohmann::json& l_Document = io_Program.Document();
     l_Document["input"] = i_Options.ulInput;
     l_Document["compensated"] = !i_Options.bRaw;
@@ -90,16 +84,13 @@ void RunMeasure(CProgram& io_Program, const S_MEASURE_OPTIONS& i_Options)
             throw StoppedBySignal(l_Taken());
         }
         ++l_uTaken;
-        const double l_dValue = l_lValue * l_Unit.dScale + l_Unit.dOffset;
-        const nlohmann::json l_Value =
-            l_Unit.IsScaled() ? nlohmann::json(l_dValue) : nlohmann::json(l_lValue);
+        const nlohmann::json l_Value = ValueJson(l_Unit, l_lValue);
         if (l_bEndless) {
             io_Program.Stream({{"time", NowText()}, {"value", l_Value}, {"unit", l_Unit.Name()}});
         } else {
             l_Document["values"].push_back(l_Value);
         }
-        io_Program.Print(NumberText(l_dValue) +
-                         (l_Unit.strUnit.empty() ? "" : " " + l_Unit.strUnit) + "\n");
+        io_Program.Print(ValueText(l_Unit, l_lValue) + "\n");
         if (l_Progress) {
             l_Progress->Advance();
         }
@@ -110,30 +101,29 @@ void RunMeasure(CProgram& io_Program, const S_MEASURE_OPTIONS& i_Options)
 
 void AddMeasureCommand(CLI::App& io_App, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_MEASURE_OPTIONS>();
-    CLI::App& l_Measure = io_Program.AddCommand(
+    auto [l_Measure, l_Options] = io_Program.AddCommand(
         io_App, "measure", "Takes instant measures on the board and prints one per line",
-        [=, &io_Program] { RunMeasure(io_Program, *l_pOptions); });
+        RunMeasure);
     l_Measure
-        .add_option("--input,--voie", l_pOptions->ulInput,
+        .add_option("--input,--voie", l_Options.ulInput,
                     "input of the board, 0 to 12; a probe's channel, 0 or 1")
         ->required()
         ->check(CLI::Range(0, 12));
-    CLI::Option* l_pRaw = l_Measure.add_flag("--raw", l_pOptions->bRaw,
+    CLI::Option* l_pRaw = l_Measure.add_flag("--raw", l_Options.bRaw,
                                              "without calibration: the value of the converter");
     l_Measure
-        .add_option("--count", l_pOptions->ulCount,
+        .add_option("--count", l_Options.ulCount,
                     "number of measures; 0: until stopped, with --json one object a line")
         ->check(CLI::Range(0U, 1000000000U))
         ->capture_default_str();
-    l_Measure.add_option("--interval", l_pOptions->ulInterval, "pause between two, milliseconds")
+    l_Measure.add_option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
         ->capture_default_str();
     CLI::Option* l_pDriver =
         AddDriverOption(
-            l_Measure, l_pOptions->strDriver,
+            l_Measure, l_Options.strDriver,
             "board or probe that measures, IM, BT, USB or a number; the board without it")
             ->excludes(l_pRaw);
-    l_Measure.add_option("--param", l_pOptions->ulParam, "measuring parameter of a probe")
+    l_Measure.add_option("--param", l_Options.ulParam, "measuring parameter of a probe")
         ->needs(l_pDriver);
 }
 

@@ -2,6 +2,7 @@
 
 #include "Child.h"
 #include "CsvFile.h"
+#include "Stop.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 
 #include <unistd.h>
 
@@ -148,17 +150,35 @@ std::string Script(const S_TABLE& i_Table, const std::string& i_strOutput, const
     return l_strScript + "unset multiplot\nunset output\n";
 }
 
-/** Runs gnuplot. @return its exit code. */
+/** Runs gnuplot. @return its exit code. @throws S_STOPPED once a signal comes meanwhile. */
 int Draw(const std::string& i_strScript, bool i_bQuiet)
 {
-    CChild l_Gnuplot;
-    const int l_lError = l_Gnuplot.Start({"gnuplot", "-d", "-"}, i_bQuiet);
+    struct S_DRAWING
+    {
+        CChild Gnuplot;
+        int lExit = 0;
+    };
+    const auto l_pDrawing = std::make_shared<S_DRAWING>();
+    const int l_lError = l_pDrawing->Gnuplot.Start({"gnuplot", "-d", "-"}, i_bQuiet);
     if (l_lError != 0) {
         throw S_FILE_ERROR{"gnuplot, which draws the plot, cannot be started" +
                            ErrnoInWords(l_lError)};
     }
-    l_Gnuplot.Write(i_strScript);
-    return l_Gnuplot.Finish();
+    const int l_lSignals = StopSignals();
+    try {
+        CallAfterStop([l_pDrawing, i_strScript] {
+            l_pDrawing->Gnuplot.Write(i_strScript);
+            l_pDrawing->lExit = l_pDrawing->Gnuplot.Finish();
+        });
+    } catch (const S_STOPPED&) {
+        l_pDrawing->Gnuplot.Kill();
+        throw;
+    }
+    // The terminal's signal reaches gnuplot too.
+    if (StopSignals() != l_lSignals) {
+        throw S_STOPPED{};
+    }
+    return l_pDrawing->lExit;
 }
 
 } // namespace
@@ -176,9 +196,15 @@ void PlotCsv(const std::string& i_strCsv, const std::string& i_strPicture, const
     OpenBeside(i_strPicture, l_strOutput);
     const std::string l_strScript = Script(l_Table, l_strOutput, l_Form, i_Plot, i_strCsv);
     // It warns of things that are no fault here; only when it fails are its own words shown.
-    int l_lExit = Draw(l_strScript, true);
-    if (l_lExit != 0) {
-        l_lExit = Draw(l_strScript, false);
+    int l_lExit = 0;
+    try {
+        l_lExit = Draw(l_strScript, true);
+        if (l_lExit != 0) {
+            l_lExit = Draw(l_strScript, false);
+        }
+    } catch (...) {
+        unlink(l_strOutput.c_str());
+        throw;
     }
     std::error_code l_Error;
     const auto l_uSize = std::filesystem::file_size(l_strOutput, l_Error);

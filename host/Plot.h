@@ -29,6 +29,7 @@ void CheckPicture(const std::string& i_strPicture);
  * axis keeps its smallest and its largest value, so that a single spike is seen.
  *
  * @throws S_FILE_ERROR if the table cannot be read, or gnuplot is missing or fails.
+ * @throws S_STOPPED    once a signal comes meanwhile; there is no picture then.
  */
 void PlotCsv(const std::string& i_strCsv, const std::string& i_strPicture, const S_PLOT& i_Plot);
 
@@ -45,11 +46,18 @@ struct S_CURVE
 struct S_TABLE
 {
     bool bTime = false;
+    /** There is a column that numbers the rows. */
+    bool bNumbered = false;
     size_t uRows = 0;
     std::vector<S_CURVE> vCurves;
 };
 
-/** Reads a table and thins it to at most two points for each step of the axis. */
+/** Reads a table and thins it to at most two points for each step of the axis. @throws S_STOPPED once a
+ *  signal comes meanwhile. */
 S_TABLE ReadTable(const std::string& i_strCsv, bool i_bProgress);
+
+/** Writes a table as an array of numpy: a field of 64 bits for each column, not a number where a cell is
+ *  empty. @throws S_FILE_ERROR. */
+void WriteNpy(const std::string& i_strCsv, int i_lFile);
 
 } // namespace host

@@ -29,25 +29,25 @@ void RunProbeMeasure(CProgram& io_Program, const S_PROBE_OPTIONS& i_Options)
     if (l_Result.ulStatus != 0) {
         throw FailureOf(l_Result, l_Call);
     }
-    io_Program.Document().update(
-        {{"channel", i_Options.ulChannel}, {"param", i_Options.ulParam}, {"value", *l_pValue}});
-    io_Program.Print(std::to_string(*l_pValue) + "\n");
+    const S_UNIT l_Unit = UnitOf(l_Session.Settings(), l_Probe.strLinkType, i_Options.ulChannel);
+    io_Program.Document().update({{"channel", i_Options.ulChannel},
+                                  {"param", i_Options.ulParam},
+                                  {"unit", l_Unit.Name()},
+                                  {"value", ValueJson(l_Unit, *l_pValue)}});
+    io_Program.Print(ValueText(l_Unit, *l_pValue) + "\n");
 }
 
 } // namespace
 
 void AddProbeMeasureCommand(CLI::App& io_Probe, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_PROBE_OPTIONS>();
-    CLI::App& l_Measure =
-        io_Program.AddCommand(io_Probe, "measure", "Takes one measure and prints it",
-                              [=, &io_Program] { RunProbeMeasure(io_Program, *l_pOptions); });
-    AddDriverOption(l_Measure, l_pOptions->strDriver, "the probe, BT, USB or a number")->required();
-    l_Measure.add_option("--channel", l_pOptions->ulChannel, "0 or 1")
+    auto [l_Measure, l_Options] = io_Program.AddCommand(
+        io_Probe, "measure", "Takes one measure and prints it", RunProbeMeasure);
+    AddDriverOption(l_Measure, l_Options.strDriver, "the probe, BT, USB or a number")->required();
+    l_Measure.add_option("--channel", l_Options.ulChannel, "0 or 1")
         ->required()
         ->check(CLI::Range(0, 1));
-    l_Measure
-        .add_option("--param", l_pOptions->ulParam, "measuring parameter, handed to the probe")
+    l_Measure.add_option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
         ->required();
 }
 

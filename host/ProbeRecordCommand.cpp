@@ -119,9 +119,12 @@ void RunProbeRecord(CProgram& io_Program, const S_RECORD_OPTIONS& i_Options)
     const CSession l_Session(io_Program.Options());
     const S_DRIVER& l_Probe = l_Session.ProbeByName(i_Options.strDriver);
     Announce(io_Program, l_Probe);
-    CTableOutput l_Table(io_Program, i_Options.Table, l_Probe,
-                         std::vector<S_CHANNEL>(i_Options.ulChannel + 1),
-                         "Rolling acquisition of the probe " + l_Probe.strLinkType);
+    std::vector<S_CHANNEL> l_vChannels(i_Options.ulChannel + 1);
+    for (uint32_t i = 0; i <= i_Options.ulChannel; ++i) {
+        l_vChannels[i].Unit = UnitOf(l_Session.Settings(), l_Probe.strLinkType, i);
+    }
+    CTableOutput l_Table(io_Program, WithPeriod(i_Options.Table, l_Session, l_Probe), l_Probe,
+                         l_vChannels, "Rolling acquisition of the probe " + l_Probe.strLinkType);
     CRecording l_Recording(io_Program, l_Probe, i_Options);
     l_Table.Run(
         [&] {
@@ -136,26 +139,24 @@ void RunProbeRecord(CProgram& io_Program, const S_RECORD_OPTIONS& i_Options)
 
 void AddProbeRecordCommand(CLI::App& io_Probe, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_RECORD_OPTIONS>();
-    CLI::App& l_Record = io_Program.AddCommand(
+    auto [l_Record, l_Options] = io_Program.AddCommand(
         io_Probe, "record",
-        "Runs a rolling acquisition: start, reads, stop. Ctrl-C stops it properly",
-        [=, &io_Program] { RunProbeRecord(io_Program, *l_pOptions); });
-    AddDriverOption(l_Record, l_pOptions->strDriver, "the probe, BT, USB or a number")->required();
-    l_Record.add_option("--channel", l_pOptions->ulChannel, "0, or 1 for both channels")
+        "Runs a rolling acquisition: start, reads, stop. Ctrl-C stops it properly", RunProbeRecord);
+    AddDriverOption(l_Record, l_Options.strDriver, "the probe, BT, USB or a number")->required();
+    l_Record.add_option("--channel", l_Options.ulChannel, "0, or 1 for both channels")
         ->required()
         ->check(CLI::Range(0, 1));
-    l_Record.add_option("--param", l_pOptions->ulParam, "measuring parameter, handed to the probe")
+    l_Record.add_option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
         ->capture_default_str();
-    CLI::Option* l_pReads = l_Record.add_option("--reads", l_pOptions->ulReads, "number of reads")
+    CLI::Option* l_pReads = l_Record.add_option("--reads", l_Options.ulReads, "number of reads")
                                 ->check(CLI::Range(1U, 1000000000U));
     l_Record
-        .add_flag("--follow", l_pOptions->Table.bFollow,
+        .add_flag("--follow", l_Options.Table.bFollow,
                   "until stopped; with --json one object a line")
         ->excludes(l_pReads);
-    l_Record.add_option("--interval", l_pOptions->ulInterval, "pause between two, milliseconds")
+    l_Record.add_option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
         ->capture_default_str();
-    AddTableOptions(l_Record, l_pOptions->Table);
+    AddTableOptions(l_Record, l_Options.Table);
 }
 
 } // namespace host

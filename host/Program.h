@@ -63,6 +63,19 @@ public:
     CLI::App& AddCommand(CLI::App& io_App, const std::string& i_strName,
                          const std::string& i_strDescription, std::function<void()> i_fnRun);
 
+    /** As above, for a command with options of its own. @return the command, and its options, which
+     *  stay as long as the program. */
+    template <typename T>
+    std::pair<CLI::App&, T&> AddCommand(CLI::App& io_App, const std::string& i_strName,
+                                        const std::string& i_strDescription,
+                                        void (*i_pFnRun)(CProgram&, const T&))
+    {
+        const auto l_pOptions = std::make_shared<T>();
+        CLI::App& l_Command = AddCommand(io_App, i_strName, i_strDescription,
+                                         [=, this] { i_pFnRun(*this, *l_pOptions); });
+        return {l_Command, *l_pOptions};
+    }
+
     /** Runs the chosen command and reports its outcome. @return the exit code. */
     int Run();
 

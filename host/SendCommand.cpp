@@ -134,20 +134,17 @@ void RunSend(CProgram& io_Program, const S_SEND_OPTIONS& i_Options)
 
 void AddSendCommand(CLI::App& io_App, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_SEND_OPTIONS>();
-    CLI::App& l_Send =
-        io_Program.AddCommand(io_App, "send", "Sends a command to a driver and prints its answer",
-                              [=, &io_Program] { RunSend(io_Program, *l_pOptions); });
-    AddDriverOption(l_Send, l_pOptions->strDriver, "driver, IM, MO, BT, USB or a number")
-        ->required();
-    l_Send.add_option("--command", l_pOptions->ulCommand, "ID of the command")
+    auto [l_Send, l_Options] = io_Program.AddCommand(
+        io_App, "send", "Sends a command to a driver and prints its answer", RunSend);
+    AddDriverOption(l_Send, l_Options.strDriver, "driver, IM, MO, BT, USB or a number")->required();
+    l_Send.add_option("--command", l_Options.ulCommand, "ID of the command")
         ->required()
         ->check(CLI::Range(0, 255));
-    l_Send.add_option("--param", l_pOptions->ulParam, "the command's parameter byte")
+    l_Send.add_option("--param", l_Options.ulParam, "the command's parameter byte")
         ->check(CLI::Range(0, 255));
-    l_Send.add_option("--payload", l_pOptions->strPayload, "bytes in hexadecimal, as 64000000");
+    l_Send.add_option("--payload", l_Options.strPayload, "bytes in hexadecimal, as 64000000");
     l_Send
-        .add_option("--timeout", l_pOptions->ulTimeout,
+        .add_option("--timeout", l_Options.ulTimeout,
                     "milliseconds, handed to the device and added to the 5000 that board and "
                     "module wait")
         ->check(CLI::Range(0U, 3600000U))

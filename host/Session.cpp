@@ -130,6 +130,16 @@ const S_DRIVER& CSession::ByName(const std::string& i_strName) const
                                          (l_strLoaded.empty() ? "none" : l_strLoaded)};
 }
 
+nlohmann::json ValueJson(const S_UNIT& i_Unit, int32_t i_lMeasure)
+{
+    return i_Unit.IsScaled() ? nlohmann::json(i_Unit.Of(i_lMeasure)) : nlohmann::json(i_lMeasure);
+}
+
+std::string ValueText(const S_UNIT& i_Unit, int32_t i_lMeasure)
+{
+    return NumberText(i_Unit.Of(i_lMeasure)) + (i_Unit.strUnit.empty() ? "" : " " + i_Unit.strUnit);
+}
+
 void Announce(CProgram& io_Program, const S_DRIVER& i_Driver)
 {
     io_Program.Document()["driver"] = i_Driver.ulID;

@@ -67,6 +67,10 @@ private:
     std::vector<S_DRIVER> m_vDrivers;
 };
 
+/** A measure as it is shown: scaled, in text with its unit. */
+nlohmann::json ValueJson(const S_UNIT& i_Unit, int32_t i_lMeasure);
+std::string ValueText(const S_UNIT& i_Unit, int32_t i_lMeasure);
+
 /** Puts the driver of a command into the document, and says loudly if it is simulated. */
 void Announce(CProgram& io_Program, const S_DRIVER& i_Driver);
 

@@ -87,12 +87,15 @@ double CSettings::Real(std::string_view i_strSection, std::string_view i_strKey,
     return l_dNumber;
 }
 
-S_UNIT UnitOfInput(const CSettings& i_Settings, uint32_t i_ulInput)
+S_UNIT UnitOf(const CSettings& i_Settings, const std::string& i_strSection, uint32_t i_ulPlace)
 {
-    const std::string l_strInput = "_" + std::to_string(i_ulInput);
-    return {i_Settings.Text("IM", "UNIT" + l_strInput).value_or(""),
-            i_Settings.Real("IM", "SCALE" + l_strInput, i_Settings.Real("IM", "SCALE", 1)),
-            i_Settings.Real("IM", "OFFSET" + l_strInput, i_Settings.Real("IM", "OFFSET", 0))};
+    const std::string l_strPlace = "_" + std::to_string(i_ulPlace);
+    const auto l_Real = [&](const std::string& i_strKey, double i_dDefault) {
+        return i_Settings.Real(i_strSection, i_strKey + l_strPlace,
+                               i_Settings.Real(i_strSection, i_strKey, i_dDefault));
+    };
+    return {i_Settings.Text(i_strSection, "UNIT" + l_strPlace).value_or(""), l_Real("SCALE", 1),
+            l_Real("OFFSET", 0)};
 }
 
 } // namespace host

@@ -68,10 +68,13 @@ struct S_UNIT
 
     /** The unit's name, or "raw". */
     std::string Name() const { return strUnit.empty() ? "raw" : strUnit; }
+
+    /** What is shown of a measure. */
+    double Of(int32_t i_lMeasure) const { return i_lMeasure * dScale + dOffset; }
 };
 
-/** Unit of a measuring input of the board, 0 to 12: keys UNIT_n, SCALE_n or SCALE, OFFSET_n or OFFSET of
- *  section IM. */
-S_UNIT UnitOfInput(const CSettings& i_Settings, uint32_t i_ulInput);
+/** Unit of an input of the board, 0 to 12 (section IM), or of a channel of a probe, 0 or 1 (section BT,
+ *  USB): keys UNIT_n, SCALE_n or SCALE, OFFSET_n or OFFSET. */
+S_UNIT UnitOf(const CSettings& i_Settings, const std::string& i_strSection, uint32_t i_ulPlace);
 
 } // namespace host

@@ -1,6 +1,7 @@
 #include "Stop.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <csignal>
 #include <exception>
@@ -19,14 +20,15 @@ constexpr std::chrono::milliseconds k_Grace{180};
 constexpr std::chrono::milliseconds k_Slice{20};
 constexpr std::chrono::milliseconds k_Tick{100};
 
-volatile std::sig_atomic_t s_lStopSignal = 0;
-volatile std::sig_atomic_t s_lSignals = 0;
-bool s_bCallLeft = false;
+std::atomic<int> s_lStopSignal = 0;
+std::atomic<int> s_lSignals = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes them");
+std::atomic<bool> s_bCallLeft = false;
 
 void NoteStop(int i_lSignal)
 {
     s_lStopSignal = i_lSignal;
-    s_lSignals = s_lSignals + 1;
+    ++s_lSignals;
 }
 
 /** A thread that runs one operation after another. */
@@ -137,6 +139,11 @@ int StopSignal()
     return s_lStopSignal;
 }
 
+int StopSignals()
+{
+    return s_lSignals;
+}
+
 void SleepUnlessStopped(std::chrono::milliseconds i_Time)
 {
     const auto l_End = std::chrono::steady_clock::now() + i_Time;
@@ -153,6 +160,16 @@ void Call(const std::function<void()>& i_fnOperation, const std::function<void()
 void CallToTheEnd(const std::function<void()>& i_fnOperation, const std::function<void()>& i_fnTick)
 {
     RunUntil(2, i_fnOperation, i_fnTick);
+}
+
+void CallAfterStop(const std::function<void()>& i_fnOperation)
+{
+    RunUntil(s_lSignals + 1, i_fnOperation, {});
+}
+
+void LeaveCalls()
+{
+    ++s_lSignals;
 }
 
 bool IsCallLeft()

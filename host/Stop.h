@@ -20,6 +20,9 @@ void CatchStopSignals();
 /** Number of the signal that asked to stop, 0 while there was none. */
 int StopSignal();
 
+/** How many signals asked to stop. */
+int StopSignals();
+
 /** Sleeps, but not past a signal to stop. */
 void SleepUnlessStopped(std::chrono::milliseconds i_Time);
 
@@ -42,6 +45,13 @@ void Call(const std::function<void()>& i_fnOperation, const std::function<void()
  *  leaves it. */
 void CallToTheEnd(const std::function<void()>& i_fnOperation,
                   const std::function<void()>& i_fnTick = {});
+
+/** As Call(), but only a signal that comes from now on leaves it: for what is made of the results once an
+ *  acquisition was stopped. */
+void CallAfterStop(const std::function<void()>& i_fnOperation);
+
+/** From here on calls are left to themselves as if a signal asked to stop. Any thread. */
+void LeaveCalls();
 
 /** Whether a call still runs that nobody waits for. The process must then end at once, by _exit. */
 bool IsCallLeft();

@@ -2,9 +2,11 @@
 #include "CsvFile.h"
 #include "Plot.h"
 #include "Progress.h"
+#include "Stop.h"
 #include "wire/Descriptor.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -14,6 +16,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace host {
 
@@ -66,6 +69,36 @@ std::string_view TakeLine(std::string_view& io_strText)
     const std::string_view l_strLine = io_strText.substr(0, l_uEnd);
     io_strText.remove_prefix(std::min(l_uEnd + 1, io_strText.size()));
     return l_strLine;
+}
+
+/** The column names, and the text is then that of the rows. */
+std::vector<std::string_view> TakeNames(std::string_view& io_strText)
+{
+    std::string_view l_strLine = TakeLine(io_strText);
+    while (l_strLine.starts_with('#')) {
+        l_strLine = TakeLine(io_strText);
+    }
+    std::vector<std::string_view> l_vNames;
+    while (!l_strLine.empty()) {
+        const size_t l_uEnd = std::min(l_strLine.find_first_of(",\r"), l_strLine.size());
+        if (l_uEnd != 0) {
+            l_vNames.push_back(l_strLine.substr(0, l_uEnd));
+        }
+        l_strLine.remove_prefix(std::min(l_uEnd + 1, l_strLine.size()));
+    }
+    return l_vNames;
+}
+
+void WriteAll(int i_lFile, std::string_view i_strBytes)
+{
+    while (!i_strBytes.empty()) {
+        const ssize_t l_lWritten = write(i_lFile, i_strBytes.data(), i_strBytes.size());
+        if (l_lWritten > 0) {
+            i_strBytes.remove_prefix(static_cast<size_t>(l_lWritten));
+        } else if (l_lWritten == 0 || errno != EINTR) {
+            throw S_FILE_ERROR{"the array cannot be written" + ErrnoInWords(errno), errno};
+        }
+    }
 }
 
 /** The number at a place that ends at a comma or a line end; not a number where there is none. */
@@ -140,7 +173,11 @@ void ReadRows(std::string_view i_strRows, S_TABLE& io_Table, bool i_bProgress)
     const size_t l_uPerStep = (l_uAll + k_uSteps - 1) / k_uSteps;
     CProgress l_Progress(i_bProgress, "plot", k_uSteps);
     std::vector<S_STEP> l_vSteps(io_Table.vCurves.size());
+    const int l_lSignals = StopSignals();
     const auto l_CloseAll = [&] {
+        if (StopSignals() != l_lSignals) {
+            throw S_STOPPED{};
+        }
         for (size_t i = 0; i < l_vSteps.size(); ++i) {
             Close(l_vSteps[i], io_Table.vCurves[i]);
         }
@@ -158,6 +195,8 @@ void ReadRows(std::string_view i_strRows, S_TABLE& io_Table, bool i_bProgress)
         };
         if (io_Table.bTime) {
             l_dX = l_TakeCell();
+        } else if (io_Table.bNumbered) {
+            l_TakeCell(); // it may begin anew where rows were put behind others
         }
         for (S_STEP& l_Step : l_vSteps) {
             Add(l_Step, l_dX, l_TakeCell());
@@ -178,23 +217,54 @@ S_TABLE ReadTable(const std::string& i_strCsv, bool i_bProgress)
 {
     const CMapping l_Mapping(i_strCsv);
     std::string_view l_strText = l_Mapping.Text();
-    std::string_view l_strNames = TakeLine(l_strText);
-    while (l_strNames.starts_with('#')) {
-        l_strNames = TakeLine(l_strText);
-    }
     S_TABLE l_Table;
-    while (!l_strNames.empty()) {
-        const size_t l_uEnd = std::min(l_strNames.find_first_of(",\r"), l_strNames.size());
-        const std::string_view l_strName = l_strNames.substr(0, l_uEnd);
-        if (l_strName == "time_s") {
+    for (const std::string_view l_strName : TakeNames(l_strText)) {
+        if (l_strName == k_pszTimeColumn) {
             l_Table.bTime = true;
-        } else if (!l_strName.empty()) {
+        } else if (l_strName == k_pszSampleColumn) {
+            l_Table.bNumbered = true;
+        } else {
             l_Table.vCurves.push_back({std::string(l_strName), {}, 0, 0});
         }
-        l_strNames.remove_prefix(std::min(l_uEnd + 1, l_strNames.size()));
     }
     ReadRows(l_strText, l_Table, i_bProgress);
     return l_Table;
+}
+
+void WriteNpy(const std::string& i_strCsv, int i_lFile)
+{
+    const CMapping l_Mapping(i_strCsv);
+    std::string_view l_strText = l_Mapping.Text();
+    const std::vector<std::string_view> l_vNames = TakeNames(l_strText);
+    std::string l_strHead = "{'descr': [";
+    for (const std::string_view l_strName : l_vNames) {
+        l_strHead += "('" + std::string(l_strName) + "', '<f8'), ";
+    }
+    l_strHead += "], 'fortran_order': False, 'shape': (" +
+                 std::to_string(std::count(l_strText.begin(), l_strText.end(), '\n')) + ",), }";
+    // Magic, version and length of the head take ten bytes; all of it a multiple of 64.
+    constexpr size_t k_uPrefix = 10;
+    l_strHead.append(63 - (k_uPrefix + l_strHead.size()) % 64, ' ').push_back('\n');
+    std::string l_strOut("\x93NUMPY\x01\x00", 8);
+    l_strOut.push_back(static_cast<char>(l_strHead.size() & 0xFF));
+    l_strOut.push_back(static_cast<char>(l_strHead.size() >> 8));
+    l_strOut += l_strHead;
+    const char* l_pcAt = l_strText.data();
+    const char* const l_pcEnd = l_pcAt + l_strText.size();
+    while (l_pcAt != l_pcEnd) {
+        for (size_t i = 0; i < l_vNames.size(); ++i) {
+            const auto l_ullBits = std::bit_cast<uint64_t>(TakeNumber(l_pcAt, l_pcEnd));
+            l_pcAt += l_pcAt != l_pcEnd ? 1 : 0;
+            for (unsigned l_uShift = 0; l_uShift < 64; l_uShift += 8) {
+                l_strOut.push_back(static_cast<char>(l_ullBits >> l_uShift & 0xFF));
+            }
+        }
+        if (l_strOut.size() >= 65536 || l_pcAt == l_pcEnd) {
+            WriteAll(i_lFile, l_strOut);
+            l_strOut.clear();
+        }
+    }
+    WriteAll(i_lFile, l_strOut);
 }
 
 } // namespace host

@@ -2,8 +2,10 @@
 
 #include "Stop.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 
 namespace host {
@@ -15,9 +17,13 @@ S_CSV_FORM FormOf(const S_TABLE_OPTIONS& i_Options, const S_DRIVER& i_Driver,
 {
     S_CSV_FORM l_Form;
     l_Form.dPeriod = i_Options.dPeriod;
-    l_Form.vHead = {"tornval " + std::string(VersionText()) + ", " + NowText(),
+    l_Form.vHead = {"tornval " + std::string(VersionText()),
                     "driver: " + i_Driver.strLinkType + " " + std::to_string(i_Driver.ulID) + ", " +
-                        i_Driver.strKind};
+                        i_Driver.strKind,
+                    "start: " + NowText() +
+                        (l_Form.dPeriod > 0
+                             ? ", period: " + NumberText(l_Form.dPeriod) + " s"
+                             : ", the period in seconds is not known: sample counts from 0")};
     bool l_bScaled = false;
     for (size_t i = 0; i < i_vChannels.size(); ++i) {
         const S_CHANNEL& l_Channel = i_vChannels[i];
@@ -58,6 +64,10 @@ EExisting ExistingOf(const S_TABLE_OPTIONS& i_Options)
 /** Refuses a picture before anything is acquired for it. */
 const S_TABLE_OPTIONS& Checked(const S_TABLE_OPTIONS& i_Options)
 {
+    if (i_Options.IsNpy() &&
+        (i_Options.bAppend || i_Options.strCsv.empty() || i_Options.strCsv == "-")) {
+        throw S_FAILURE{k_lExitUsage, "--format npy needs a new file, named by --csv"};
+    }
     if (i_Options.strPlot.empty()) {
         return i_Options;
     }
@@ -81,6 +91,11 @@ void AddTableOptions(CLI::App& io_Command, S_TABLE_OPTIONS& io_Options)
     CLI::Option* l_pCsv = io_Command.add_option(
         "--csv", io_Options.strCsv,
         "file to write, - for standard output: comment lines, column names, one row per sample");
+    io_Command
+        .add_option("--format", io_Options.strFormat,
+                    "csv, or npy: an array of numpy whose columns have names and are of 64 bits")
+        ->check(CLI::IsMember({"csv", "npy"}))
+        ->capture_default_str();
     io_Command.add_option("--plot", io_Options.strPlot, "picture to draw, .png, .svg or .pdf")
         ->check([l_pCsv](const std::string&) {
             return l_pCsv->count() != 0 && l_pCsv->as<std::string>() == "-"
@@ -94,9 +109,22 @@ void AddTableOptions(CLI::App& io_Command, S_TABLE_OPTIONS& io_Options)
                   "put the rows behind those of a file that is there")
         ->excludes(l_pForce);
     io_Command
-        .add_option("--period", io_Options.dPeriod,
-                    "seconds from sample to sample; adds a column time_s")
+        .add_option(
+            "--period", io_Options.dPeriod,
+            "seconds from sample to sample, for the column time_s; without it the key "
+            "SAMPLE_PERIOD\nof the configuration. What its own period counts the device does "
+            "not tell: with neither\nof the two the column is sample, 0, 1, 2 and so on")
         ->check(CLI::PositiveNumber);
+}
+
+S_TABLE_OPTIONS WithPeriod(S_TABLE_OPTIONS i_Options, const CSession& i_Session,
+                           const S_DRIVER& i_Driver)
+{
+    if (i_Options.dPeriod == 0) {
+        i_Options.dPeriod =
+            std::max(0.0, i_Session.Settings().Real(i_Driver.strLinkType, "SAMPLE_PERIOD", 0));
+    }
+    return i_Options;
 }
 
 const char* VersionText()
@@ -187,7 +215,11 @@ void CTableOutput::Picture()
     if (m_Options.strPlot.empty() || m_Csv.Rows() == 0) {
         return;
     }
-    PlotCsv(m_Csv.Path(), m_Options.strPlot, m_Plot);
+    try {
+        PlotCsv(m_Csv.Path(), m_Options.strPlot, m_Plot);
+    } catch (const S_STOPPED&) {
+        throw StoppedBySignal("the picture is not drawn, the table is whole");
+    }
     m_Program.Document()["plot"] = m_Options.strPlot;
     m_Program.Print("plot: " + m_Options.strPlot + "\n");
 }
@@ -196,12 +228,30 @@ void CTableOutput::Complete()
 {
     m_Program.Document()["rows"] = m_Csv.Rows();
     m_Program.Print("rows: " + std::to_string(m_Csv.Rows()) + "\n");
-    if (!m_Options.strCsv.empty() && m_Options.strCsv != "-" && m_Csv.Rows() != 0) {
-        m_Csv.Commit();
-        m_Program.Document()["csv"] = m_Options.strCsv;
-        m_Program.Print("csv:  " + m_Options.strCsv + "\n");
+    if (m_Options.strCsv.empty() || m_Options.strCsv == "-" || m_Csv.Rows() == 0) {
+        Picture();
+        return;
     }
-    Picture();
+    // Of an array no picture is drawn, so it is made of the table that is still there.
+    std::exception_ptr l_pNoPicture;
+    if (m_Options.IsNpy()) {
+        try {
+            Picture();
+        } catch (...) {
+            l_pNoPicture = std::current_exception();
+        }
+        m_Csv.CommitAs(WriteNpy);
+    } else {
+        m_Csv.Commit();
+    }
+    m_Program.Document()[m_Options.strFormat] = m_Options.strCsv;
+    m_Program.Print(m_Options.strFormat + ":  " + m_Options.strCsv + "\n");
+    if (l_pNoPicture != nullptr) {
+        std::rethrow_exception(l_pNoPicture);
+    }
+    if (!m_Options.IsNpy()) {
+        Picture();
+    }
 }
 
 std::string CTableOutput::Keep()

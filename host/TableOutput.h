@@ -22,10 +22,13 @@ struct S_TABLE_OPTIONS
     bool bForce = false;
     bool bAppend = false;
     bool bFollow = false;
+    std::string strFormat = "csv";
+
+    bool IsNpy() const { return strFormat == "npy"; }
     double dPeriod = 0;
 };
 
-/** Adds --csv, --plot, --force, --append, --period. */
+/** Adds --csv, --format, --plot, --force, --append, --period. */
 void AddTableOptions(CLI::App& io_Command, S_TABLE_OPTIONS& io_Options);
 
 /** One channel of an acquisition. */
@@ -35,6 +38,11 @@ struct S_CHANNEL
     std::string strSource;
     S_UNIT Unit;
 };
+
+/** The options with the period of the configuration, key SAMPLE_PERIOD of the driver's section, where
+ *  the command line names none. */
+S_TABLE_OPTIONS WithPeriod(S_TABLE_OPTIONS i_Options, const CSession& i_Session,
+                           const S_DRIVER& i_Driver);
 
 /** Version of this program. */
 const char* VersionText();

@@ -1,4 +1,5 @@
 /** tornval upload: an acquisition of the board, block by block, to a CSV file and a picture. */
+#include "BoardCommands.h"
 #include "Progress.h"
 #include "Samples.h"
 #include "Session.h"
@@ -8,12 +9,6 @@
 namespace host {
 
 namespace {
-
-constexpr uint8_t k_ucStart = 209;
-constexpr uint8_t k_ucStop = 210;
-constexpr uint8_t k_ucUpload = 211;
-/** The time-out that the board's own commands carry. */
-constexpr uint32_t k_ulTimeout = 10;
 
 struct S_UPLOAD_OPTIONS
 {
@@ -35,7 +30,7 @@ void TakeBlocks(CExchange& io_Exchange, const S_DRIVER& i_Board, const S_UPLOAD_
         if (l_uBlock != 0) {
             SleepUnlessStopped(std::chrono::milliseconds(i_Options.ulInterval));
         }
-        io_Exchange.RunOrThrow(i_Board, k_ucUpload, {}, k_ulTimeout);
+        io_Exchange.RunOrThrow(i_Board, k_ucUpload, {}, k_ulBoardTimeout);
         if (!SplitChannels(io_Exchange.Words(), io_Exchange.Size(), k_uBoardChannels,
                            l_vChannels)) {
             throw S_FAILURE{k_lExitDevice, "block " + std::to_string(l_uBlock) +
@@ -68,7 +63,7 @@ std::vector<S_CHANNEL> BoardChannels(const CSession& i_Session, const S_DRIVER& 
         const uint32_t l_ulInput =
             i_Session.Settings().Number("IM", ("CHANNEL_" + std::to_string(i + 1)).c_str(), 0);
         l_vChannels[i] = {"input " + std::to_string(l_ulInput),
-                          UnitOfInput(i_Session.Settings(), l_ulInput)};
+                          UnitOf(i_Session.Settings(), "IM", l_ulInput)};
     }
     return l_vChannels;
 }
@@ -81,36 +76,35 @@ void RunUpload(CProgram& io_Program, const S_UPLOAD_OPTIONS& i_Options)
     CSession l_Session(io_Program.Options());
     const S_DRIVER l_Board = l_Session.ByLinkType("IM");
     Announce(io_Program, l_Board);
-    CTableOutput l_Table(io_Program, i_Options.Table, l_Board, BoardChannels(l_Session, l_Board),
-                         "Acquisition of the board");
+    CTableOutput l_Table(io_Program, WithPeriod(i_Options.Table, l_Session, l_Board), l_Board,
+                         BoardChannels(l_Session, l_Board), "Acquisition of the board");
     CExchange l_Exchange;
     l_Table.Run(
         [&] {
-            l_Exchange.RunOrThrow(l_Board, k_ucStart, {}, k_ulTimeout);
+            l_Exchange.RunOrThrow(l_Board, k_ucStart, {}, k_ulBoardTimeout);
             TakeBlocks(l_Exchange, l_Board, i_Options, l_Table, io_Program);
         },
-        [&] { l_Exchange.RunOrThrow(l_Board, k_ucStop, {}, k_ulTimeout); });
+        [&] { l_Exchange.RunOrThrow(l_Board, k_ucStop, {}, k_ulBoardTimeout); });
 }
 
 } // namespace
 
 void AddUploadCommand(CLI::App& io_App, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_UPLOAD_OPTIONS>();
-    CLI::App& l_Upload = io_Program.AddCommand(
+    auto [l_Upload, l_Options] = io_Program.AddCommand(
         io_App, "upload",
         "Runs an acquisition of the board: start, blocks, stop. Ctrl-C stops it properly",
-        [=, &io_Program] { RunUpload(io_Program, *l_pOptions); });
+        RunUpload);
     CLI::Option* l_pBlocks =
-        l_Upload.add_option("--blocks", l_pOptions->ulBlocks, "number of blocks")
+        l_Upload.add_option("--blocks", l_Options.ulBlocks, "number of blocks")
             ->check(CLI::Range(1U, 1000000000U));
     l_Upload
-        .add_flag("--follow", l_pOptions->Table.bFollow,
+        .add_flag("--follow", l_Options.Table.bFollow,
                   "until stopped; with --json one object a line")
         ->excludes(l_pBlocks);
-    l_Upload.add_option("--interval", l_pOptions->ulInterval, "pause between two, milliseconds")
+    l_Upload.add_option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
         ->capture_default_str();
-    AddTableOptions(l_Upload, l_pOptions->Table);
+    AddTableOptions(l_Upload, l_Options.Table);
 }
 
 } // namespace host

@@ -137,16 +137,15 @@ void RunWire(CProgram& io_Program, const S_WIRE_OPTIONS& i_Options)
 
 void AddWireCommand(CLI::App& io_App, CProgram& io_Program)
 {
-    auto l_pOptions = std::make_shared<S_WIRE_OPTIONS>();
-    CLI::App& l_Wire = io_Program.AddCommand(
+    auto [l_Wire, l_Options] = io_Program.AddCommand(
         io_App, "wire",
         "Prints a captured session: each frame and answer field by field, with the verdict on its "
         "CRC",
-        [=, &io_Program] { RunWire(io_Program, *l_pOptions); });
+        RunWire);
     l_Wire.remove_option(l_Wire.get_option("--mask"));
-    l_Wire.add_option("FILE", l_pOptions->strFile, "the session, a pcapng file")->required();
-    l_Wire.add_flag("--brief", l_pOptions->bBrief, "one line per frame, without its fields");
-    l_Wire.add_option("--bytes", l_pOptions->uBytes, "bytes shown of a field without a meaning")
+    l_Wire.add_option("FILE", l_Options.strFile, "the session, a pcapng file")->required();
+    l_Wire.add_flag("--brief", l_Options.bBrief, "one line per frame, without its fields");
+    l_Wire.add_option("--bytes", l_Options.uBytes, "bytes shown of a field without a meaning")
         ->capture_default_str();
 }
 

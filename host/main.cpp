@@ -2,6 +2,7 @@
  * @file main.cpp
  * @brief tornval: the library of a Tornval C63 instrument on the command line.
  */
+#include "LiveCommands.h"
 #include "Nearest.h"
 #include "Program.h"
 #include "WireCommands.h"
@@ -123,6 +124,9 @@ int main(int i_lArgc, char** i_ppszArgv)
     host::AddPathsCommand(l_App, l_Program);
     host::AddCaptureCommands(l_App, l_Program);
     host::AddWireCommand(l_App, l_Program);
+#ifdef TORNVAL_LIVE
+    host::AddMonitorCommand(l_App, l_Program);
+#endif
 
     try {
         l_App.parse(i_lArgc, i_ppszArgv);

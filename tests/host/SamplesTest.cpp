@@ -53,7 +53,7 @@ TEST(CsvFile, IsWholeAfterEveryBlockAndEmptyWhereAChannelIsShorter)
         host::CCsvFile l_Csv("", Form({"a", "b", "c"}));
         l_strTemporary = l_Csv.Path();
         l_Csv.Append({{1, INT32_MIN}, {3}, {}});
-        EXPECT_EQ(host::ReadWholeFile(l_strTemporary), "a,b,c\n1,3,\n-2147483648,,\n");
+        EXPECT_EQ(host::ReadWholeFile(l_strTemporary), "sample,a,b,c\n0,1,3,\n1,-2147483648,,\n");
         l_Csv.Append({{}, {}, {7}});
         EXPECT_EQ(l_Csv.Rows(), 3U);
     }

@@ -3,6 +3,7 @@
 Usage: test_tornval.py TORNVAL LINKS RECORDING [unittest options]
 """
 
+import ast
 import contextlib
 import csv
 import fcntl
@@ -141,8 +142,9 @@ class TornvalTest(unittest.TestCase):
                                      "--plot", self.path("a.png"), "--force")
             self.assertEqual(document["samples"], [4500] * 3)
             header, *written = self.table("a.csv")
-            self.assertEqual(header, ["channel_0", "channel_1", "channel_2"])
-            self.assertEqual([[int(n) for n in row] for row in written], (rows * 2)[:4500])
+            self.assertEqual(header, ["sample", "channel_0", "channel_1", "channel_2"])
+            self.assertEqual([[int(n) for n in row] for row in written],
+                             [[i, *row] for i, row in enumerate((rows * 2)[:4500])])
             with open(self.path("a.png"), "rb") as file:
                 self.assertTrue(file.read().startswith(b"\x89PNG"))
 
@@ -157,10 +159,10 @@ class TornvalTest(unittest.TestCase):
         self.run_json(0, *upload, "--append")
         self.assertEqual(len(self.table("a.csv")), 601)
         with open(self.path("old.csv"), "w") as file:
-            file.write("channel_0,channel_1,channel_2\n1,2,3")
+            file.write("sample,channel_0,channel_1,channel_2\n7,1,2,3")
         upload[-1] = self.path("old.csv")
         self.run_json(0, *upload, "--append")
-        self.assertEqual(self.table("old.csv")[1], ["1", "2", "3"])
+        self.assertEqual(self.table("old.csv")[1], ["7", "1", "2", "3"])
         self.run_json(5, *upload, "--append", "--period", "0.5")
         self.configure(real(f"{LINKS}/virtual_link.so"))
         self.environment["TORNVAL_EMULATOR_RECORDING"] = RECORDING
@@ -176,7 +178,7 @@ class TornvalTest(unittest.TestCase):
         self.assertTrue(limited.stderr.rstrip().endswith("full.csv.partial"))
         rows = self.table("full.csv.partial")
         self.assertIn(f" {len(rows) - 1} rows had arrived", limited.stderr)
-        self.assertEqual({len(row) for row in rows}, {3})
+        self.assertEqual({len(row) for row in rows}, {4})
         self.assertGreater(len(rows), 300)
         reader = subprocess.run(f"{TORNVAL} drivers | true", shell=True, env=self.environment,
                                 capture_output=True, text=True)
@@ -200,7 +202,7 @@ DRIVER_NAME={LINKS}/test/lacking_RS_Close.so
 CHANEL_1=3
 CHANNEL_2=13
 
-; a remark
+; a re{'m' * 9000}ark
 SET_RESET_EXEC=TornvalC63.ini
 UNIT_3=bar
 [LOGG]
@@ -211,7 +213,8 @@ TIMEOUT=1
 """)
         found = {f["line"]: f["text"] for f in self.run_json(5, "check")["findings"]}
         for line, words in [(1, "not read"), (3, "counts as 0"), (4, "RS_Close"),
-                            (5, "CHANNEL_1 meant"), (6, "range 0 to 12"), (9, "cannot be run"),
+                            (5, "CHANNEL_1 meant"), (6, "range 0 to 12"), (8, "key mmm"),
+                            (9, "cannot be run"),
                             (11, "LOG meant"), (13, "nolink.so"), (14, "only the first")]:
             self.assertIn(words, found.pop(line))
         self.assertEqual(found, {})
@@ -253,8 +256,8 @@ TIMEOUT=1
             self.assertTrue(document["stopped"])
             self.assertEqual(reads[-1]["rows"], document["rows"])
             header, *rows = self.table(f"{stop.name}.csv")
-            self.assertEqual(header, ["channel_0", "channel_1"])
-            self.assertEqual(rows, [["-252", ""]] * document["rows"])
+            self.assertEqual(header, ["sample", "channel_0", "channel_1"])
+            self.assertEqual([row[1:] for row in rows], [["-252", ""]] * document["rows"])
             self.assertEqual(document["rows"], 798 * document["reads"])
 
     def await_handler(self, process, number):
@@ -359,6 +362,51 @@ TIMEOUT=1
         self.configure(real(f"{LINKS}/virtual_link.so", "SET_RESET_EXEC=TornvalC63.ini\n"))
         document = self.run_json(3, "calibration", "set", "--voie", "3", "--a", "1", "--b", "1")
         self.assertIn("cannot be run", document["error"])
+
+    def test_both_channels_of_a_probe_in_its_units(self):
+        self.configure(f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\nSAMPLE_PERIOD=0.5\n"
+                       "UNIT_0=mV\nUNIT_1=Hz\nSCALE_1=0.25\nOFFSET_1=-8\n")
+        self.environment["TORNVAL_EMULATOR_RECORDING"] = RECORDING
+        record = ["probe", "record", "--driver", "USB", "--channel", "1", "--reads", "3", "--csv",
+                  self.path("p.csv"), "--force"]
+        self.run_json(0, *record, "--plot", self.path("p.svg"))
+        names, *rows = self.table("p.csv")
+        self.assertEqual(names, ["time_s", "channel_0", "channel_1"])
+        self.assertEqual([row[0] for row in rows[:3]], ["0", "0.5", "1"])
+        self.configure(f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\n")
+        self.run_json(0, *record, "--format", "npy", "--plot", self.path("q.png"))
+        with open(self.path("p.csv"), "rb") as file:  # an array by now
+            self.assertEqual(file.read(8), b"\x93NUMPY\1\0")
+            head = ast.literal_eval(file.read(struct.unpack("<H", file.read(2))[0]).decode())
+            self.assertEqual(file.tell() % 64, 0)
+            raw = list(struct.iter_unpack("<3d", file.read()))
+        self.assertEqual(head, {"descr": [(n, "<f8") for n in ["sample", *names[1:]]],
+                                "fortran_order": False, "shape": (len(rows),)})
+        self.assertGreater(len({row[2] for row in raw}), 3)
+        self.assertEqual([[float(n) for n in row[1:]] for row in rows],
+                         [[a, b * 0.25 - 8] for _, a, b in raw])
+        with open(self.path("p.svg")) as file:
+            picture = file.read()
+        for words in ["channel 0, mV", "channel 1, Hz", "time in s"]:
+            self.assertIn(words, picture)
+        self.run_json(1, *record[:-1], "--format", "npy", "--append")
+
+    def test_a_signal_ends_the_drawing(self):
+        with open(self.path("gnuplot"), "w") as file:
+            file.write(f"#!/bin/sh\ntouch {self.path('drawing')}\nexec sleep 60\n")
+        os.chmod(self.path("gnuplot"), 0o755)
+        self.environment["PATH"] = self.folder + ":" + self.environment["PATH"]
+        process = self.start("upload", "--blocks", "1", "--csv", self.path("a.csv"), "--plot",
+                             self.path("a.png"))
+        while not os.path.exists(self.path("drawing")):
+            time.sleep(0.01)
+        process.send_signal(signal.SIGINT)
+        begin = time.monotonic()
+        process.communicate(timeout=30)
+        self.assertEqual(process.returncode, 130)
+        self.assertLess(time.monotonic() - begin, 2)
+        self.assertEqual(len(self.table("a.csv")), 301)
+        self.assertFalse([name for name in os.listdir(self.folder) if name.startswith("a.png")])
 
     def test_probe_statuses(self):
         self.configure(f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\n")

@@ -1,0 +1,13 @@
+/**
+ * @file LiveCommands.h
+ * @brief The commands that show the instrument live.
+ */
+#pragma once
+
+#include "Program.h"
+
+namespace host {
+
+void AddMonitorCommand(CLI::App& io_App, CProgram& io_Program);
+
+} // namespace host
