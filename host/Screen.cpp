@@ -72,7 +72,7 @@ wire::CDescriptor Duplicate(int i_lFd)
 CScreen::CScreen()
 {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-        throw S_FAILURE{k_lExitUsage, "this command wants a terminal; measure does not"};
+        throw S_FAILURE{k_lExitUsage, "this command wants a terminal; measure and serve do not"};
     }
     tcgetattr(STDOUT_FILENO, &s_Before);
     std::setlocale(LC_CTYPE, "");

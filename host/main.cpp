@@ -126,6 +126,7 @@ int main(int i_lArgc, char** i_ppszArgv)
     host::AddWireCommand(l_App, l_Program);
 #ifdef TORNVAL_LIVE
     host::AddMonitorCommand(l_App, l_Program);
+    host::AddServeCommand(l_App, l_Program);
 #endif
 
     try {
