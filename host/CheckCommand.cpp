@@ -18,7 +18,7 @@ namespace host {
 
 namespace {
 
-enum class EValue
+enum class E_VALUE
 {
     NUMBER,
     REAL,
@@ -33,52 +33,52 @@ struct S_KNOWN_KEY
 {
     const char* pszSection;
     const char* pszKey;
-    EValue Value;
+    E_VALUE Value;
     uint32_t ulLeast = 0;
     uint32_t ulMost = INT32_MAX;
 };
 
 constexpr S_KNOWN_KEY k_aKeys[] = {
-    {"IM", "SIMU", EValue::NUMBER},
-    {"IM", "DRIVER_NAME", EValue::LIBRARY},
-    {"IM", "CHANNEL_1", EValue::NUMBER, 0, 12},
-    {"IM", "CHANNEL_2", EValue::NUMBER, 0, 12},
-    {"IM", "CHANNEL_3", EValue::NUMBER, 0, 12},
-    {"IM", "ACQUISITION_PERIOD", EValue::NUMBER, 1, 3000},
-    {"IM", "TIMEOUT", EValue::NUMBER},
-    {"IM", "DECOMPRESS_DATA", EValue::NUMBER, 0, 1},
-    {"IM", "CALIBRATION", EValue::NUMBER, 0, 255},
-    {"IM", "LOG_CALIBRATION_COEF", EValue::NUMBER, 0, 1},
-    {"IM", "SET_RESET_EXEC", EValue::PROGRAM},
-    {"IM", "REGISTRY_KEY", EValue::TEXT},
-    {"IM", "REGISTRY_ENTRY", EValue::TEXT},
-    {"IM", "DAT_SIMU_FILE", EValue::FILE},
-    {"IM", "SIMU_KELNOR_PROBE_CORRECTION", EValue::REAL},
-    {"IM", "SAMPLE_PERIOD", EValue::REAL},
-    {"BT", "LOAD", EValue::NUMBER},
-    {"BT", "SIMU", EValue::NUMBER},
-    {"BT", "PORT_NUMBER", EValue::NUMBER, 0, 255},
-    {"BT", "BAUD_RATE", EValue::TEXT},
-    {"BT", "DRIVER_NAME", EValue::LIBRARY},
-    {"BT", "INIT_TIMEOUT", EValue::NUMBER},
-    {"USB", "LOAD", EValue::NUMBER},
-    {"USB", "SIMU", EValue::NUMBER},
-    {"USB", "PORT_NUMBER", EValue::NUMBER, 0, 255},
-    {"USB", "DRIVER_NAME", EValue::LIBRARY},
-    {"LOG", "ENABLE", EValue::NUMBER, 0, 1},
-    {"LOG", "TYPE", EValue::NUMBER, 0, 1},
-    {"LOG", "LEVEL", EValue::NUMBER, 0, 65535},
-    {"SERIAL_LINK", "PORT_1", EValue::PORT},
-    {"SERIAL_LINK", "PORT_2", EValue::PORT},
-    {"SERIAL_LINK", "ANSWER_TIMEOUT", EValue::NUMBER, 1, 60000},
-    {"SERIAL_LINK", "SILENCE", EValue::NUMBER, 1, 1000},
-    {"CAPTURE", "FILE", EValue::TEXT},
-    {"CAPTURE", "SERIAL", EValue::TEXT},
-    {"CAPTURE", "BLUETOOTH", EValue::TEXT},
-    {"CAPTURE", "USB", EValue::TEXT},
-    {"CAPTURE", "CONFIGURATION", EValue::FILE},
-    {"REPLAY", "FILE", EValue::FILE},
-    {"REPLAY", "PACE", EValue::NUMBER, 0, 1},
+    {"IM", "SIMU", E_VALUE::NUMBER},
+    {"IM", "DRIVER_NAME", E_VALUE::LIBRARY},
+    {"IM", "CHANNEL_1", E_VALUE::NUMBER, 0, 12},
+    {"IM", "CHANNEL_2", E_VALUE::NUMBER, 0, 12},
+    {"IM", "CHANNEL_3", E_VALUE::NUMBER, 0, 12},
+    {"IM", "ACQUISITION_PERIOD", E_VALUE::NUMBER, 1, 3000},
+    {"IM", "TIMEOUT", E_VALUE::NUMBER},
+    {"IM", "DECOMPRESS_DATA", E_VALUE::NUMBER, 0, 1},
+    {"IM", "CALIBRATION", E_VALUE::NUMBER, 0, 255},
+    {"IM", "LOG_CALIBRATION_COEF", E_VALUE::NUMBER, 0, 1},
+    {"IM", "SET_RESET_EXEC", E_VALUE::PROGRAM},
+    {"IM", "REGISTRY_KEY", E_VALUE::TEXT},
+    {"IM", "REGISTRY_ENTRY", E_VALUE::TEXT},
+    {"IM", "DAT_SIMU_FILE", E_VALUE::FILE},
+    {"IM", "SIMU_KELNOR_PROBE_CORRECTION", E_VALUE::REAL},
+    {"IM", "SAMPLE_PERIOD", E_VALUE::REAL},
+    {"BT", "LOAD", E_VALUE::NUMBER},
+    {"BT", "SIMU", E_VALUE::NUMBER},
+    {"BT", "PORT_NUMBER", E_VALUE::NUMBER, 0, 255},
+    {"BT", "BAUD_RATE", E_VALUE::TEXT},
+    {"BT", "DRIVER_NAME", E_VALUE::LIBRARY},
+    {"BT", "INIT_TIMEOUT", E_VALUE::NUMBER},
+    {"USB", "LOAD", E_VALUE::NUMBER},
+    {"USB", "SIMU", E_VALUE::NUMBER},
+    {"USB", "PORT_NUMBER", E_VALUE::NUMBER, 0, 255},
+    {"USB", "DRIVER_NAME", E_VALUE::LIBRARY},
+    {"LOG", "ENABLE", E_VALUE::NUMBER, 0, 1},
+    {"LOG", "TYPE", E_VALUE::NUMBER, 0, 1},
+    {"LOG", "LEVEL", E_VALUE::NUMBER, 0, 65535},
+    {"SERIAL_LINK", "PORT_1", E_VALUE::PORT},
+    {"SERIAL_LINK", "PORT_2", E_VALUE::PORT},
+    {"SERIAL_LINK", "ANSWER_TIMEOUT", E_VALUE::NUMBER, 1, 60000},
+    {"SERIAL_LINK", "SILENCE", E_VALUE::NUMBER, 1, 1000},
+    {"CAPTURE", "FILE", E_VALUE::TEXT},
+    {"CAPTURE", "SERIAL", E_VALUE::TEXT},
+    {"CAPTURE", "BLUETOOTH", E_VALUE::TEXT},
+    {"CAPTURE", "USB", E_VALUE::TEXT},
+    {"CAPTURE", "CONFIGURATION", E_VALUE::FILE},
+    {"REPLAY", "FILE", E_VALUE::FILE},
+    {"REPLAY", "PACE", E_VALUE::NUMBER, 0, 1},
 };
 
 struct S_ENTRY_POINTS
@@ -262,32 +262,32 @@ private:
     {
         const std::string l_strHead = std::string(i_Key.pszKey) + "=" + i_strValue + ": ";
         switch (i_Key.Value) {
-        case EValue::NUMBER:
+        case E_VALUE::NUMBER:
             CheckNumber(i_uLine, i_Key, i_strValue, l_strHead);
             break;
-        case EValue::REAL:
+        case E_VALUE::REAL:
             if (i_strValue.empty() ||
                 i_strValue.find_first_not_of("+-.0123456789eE") != std::string::npos) {
                 Tell(i_uLine, true, l_strHead + "this is no number");
             }
             break;
-        case EValue::FILE:
+        case E_VALUE::FILE:
             if (!i_strValue.empty() && !FindFile(i_strValue)) {
                 Tell(i_uLine, true, l_strHead + "there is no such file");
             }
             break;
-        case EValue::PROGRAM:
+        case E_VALUE::PROGRAM:
             CheckProgram(i_uLine, i_strValue, l_strHead);
             break;
-        case EValue::PORT:
+        case E_VALUE::PORT:
             if (access(i_strValue.c_str(), R_OK | W_OK) != 0) {
                 Tell(i_uLine, true, l_strHead + std::strerror(errno));
             }
             break;
-        case EValue::LIBRARY:
+        case E_VALUE::LIBRARY:
             CheckLibrary(i_uLine, i_Key.pszSection, i_strValue, l_strHead);
             break;
-        case EValue::TEXT:
+        case E_VALUE::TEXT:
             break;
         }
     }

@@ -82,7 +82,7 @@ wire::CDescriptor OpenBeside(const std::string& i_strName, std::string& o_strPar
     throw S_FILE_ERROR{"the file " + i_strName + " cannot be written" + ErrnoInWords(errno)};
 }
 
-CCsvFile::CCsvFile(const std::string& i_strPath, S_CSV_FORM i_Form, EExisting i_Existing,
+CCsvFile::CCsvFile(const std::string& i_strPath, S_CSV_FORM i_Form, E_EXISTING i_Existing,
                    int i_lOutput)
     : m_strName(BehindLinks(i_strPath)), m_strPath(i_strPath), m_Form(std::move(i_Form)),
       m_Existing(i_Existing), m_bTemporary(i_strPath.empty())
@@ -96,7 +96,7 @@ CCsvFile::CCsvFile(const std::string& i_strPath, S_CSV_FORM i_Form, EExisting i_
     } else if (Exists(m_strName) && !IsRegular(m_strName)) {
         m_File = wire::CDescriptor(open(m_strName.c_str(), O_WRONLY | O_CLOEXEC));
     } else {
-        if (Exists(m_strName) && m_Existing == EExisting::REFUSE) {
+        if (Exists(m_strName) && m_Existing == E_EXISTING::REFUSE) {
             throw S_FILE_ERROR{"the file " + i_strPath +
                                " is there already: --force replaces it, --append adds to it"};
         }
@@ -151,7 +151,7 @@ void CCsvFile::Begin()
 
 void CCsvFile::CheckColumns()
 {
-    if (m_Existing != EExisting::APPEND) {
+    if (m_Existing != E_EXISTING::APPEND) {
         return;
     }
     std::ifstream l_File(m_strName);
@@ -259,10 +259,10 @@ void CCsvFile::Commit()
     if (!m_bBeside || m_bCommitted) {
         return;
     }
-    if (m_Existing == EExisting::APPEND && Exists(m_strName)) {
+    if (m_Existing == E_EXISTING::APPEND && Exists(m_strName)) {
         AppendToExisting();
     } else {
-        GiveName(m_strPath, m_strName, m_Existing == EExisting::REPLACE);
+        GiveName(m_strPath, m_strName, m_Existing == E_EXISTING::REPLACE);
     }
     m_strPath = m_strName;
     m_bCommitted = true;
@@ -281,7 +281,7 @@ void CCsvFile::CommitAs(const std::function<void(const std::string&, int)>& i_fn
         unlink(l_strMade.c_str());
         throw;
     }
-    GiveName(l_strMade, m_strName, m_Existing == EExisting::REPLACE);
+    GiveName(l_strMade, m_strName, m_Existing == E_EXISTING::REPLACE);
     unlink(m_strPath.c_str());
     m_strPath = m_strName;
     m_bCommitted = true;

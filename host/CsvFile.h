@@ -32,7 +32,7 @@ struct S_FILE_ERROR
 std::string ErrnoInWords(int i_lError);
 
 /** What happens to a file that is there already. */
-enum class EExisting
+enum class E_EXISTING
 {
     REFUSE,  /**< the new one is not begun */
     REPLACE, /**< it makes room when the new one is complete */
@@ -74,7 +74,7 @@ public:
      * @throws S_FILE_ERROR if it cannot be written or may not be overwritten.
      */
     CCsvFile(const std::string& i_strPath, S_CSV_FORM i_Form,
-             EExisting i_Existing = EExisting::REFUSE, int i_lOutput = 1);
+             E_EXISTING i_Existing = E_EXISTING::REFUSE, int i_lOutput = 1);
     ~CCsvFile();
     CCsvFile(const CCsvFile&) = delete;
     CCsvFile& operator=(const CCsvFile&) = delete;
@@ -109,7 +109,7 @@ private:
     std::string m_strName;
     std::string m_strPath;
     S_CSV_FORM m_Form;
-    EExisting m_Existing;
+    E_EXISTING m_Existing;
     bool m_bTemporary;
     bool m_bBeside = false;
     bool m_bCommitted = false;

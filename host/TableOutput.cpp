@@ -54,11 +54,11 @@ S_CSV_FORM FormOf(const S_TABLE_OPTIONS& i_Options, const S_DRIVER& i_Driver,
     return l_Form;
 }
 
-EExisting ExistingOf(const S_TABLE_OPTIONS& i_Options)
+E_EXISTING ExistingOf(const S_TABLE_OPTIONS& i_Options)
 {
-    return i_Options.bAppend  ? EExisting::APPEND
-           : i_Options.bForce ? EExisting::REPLACE
-                              : EExisting::REFUSE;
+    return i_Options.bAppend  ? E_EXISTING::APPEND
+           : i_Options.bForce ? E_EXISTING::REPLACE
+                              : E_EXISTING::REFUSE;
 }
 
 /** Refuses a picture before anything is acquired for it. */
