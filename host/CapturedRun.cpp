@@ -108,7 +108,7 @@ std::string ReplaceLinks(std::string_view i_strText, const std::string& i_strLib
         }
     }
     for (const std::string& l_strSection : l_vMissing) {
-        l_strReplaced += "[" + l_strSection + "]\n" + l_strKey;
+        l_strReplaced.append("[").append(l_strSection).append("]\n").append(l_strKey);
     }
     return l_strReplaced;
 }
@@ -183,6 +183,7 @@ int RunInHome(const std::vector<std::string>& i_vArguments, const std::filesyste
     setenv("TORNVAL_HOME", l_Folder.Path().c_str(), 1);
     std::vector<char*> l_vArguments;
     std::vector<std::string> l_vTexts = i_vArguments;
+    l_vArguments.reserve(l_vTexts.size() + 1);
     for (std::string& l_strText : l_vTexts) {
         l_vArguments.push_back(l_strText.data());
     }
