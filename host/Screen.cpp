@@ -8,6 +8,7 @@
 #include <clocale>
 #include <cmath>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <curses.h>
@@ -23,7 +24,7 @@ namespace {
 
 constexpr std::array k_alEnds = {SIGQUIT, SIGSEGV, SIGBUS, SIGFPE,
                                  SIGILL,  SIGABRT, SIGSYS, SIGTRAP};
-constexpr off_t k_lMostPrinted = 1024 * 1024;
+constexpr off_t k_lMostPrinted = off_t{1024} * 1024;
 
 // What a signal handler needs is kept where it may look.
 termios s_Before{};
@@ -52,7 +53,7 @@ void GiveBackAndEnd(int i_lSignal)
 void KeepCapability(const char* i_pszName)
 {
     const char* l_pszText = tigetstr(const_cast<char*>(i_pszName));
-    if (l_pszText == nullptr || l_pszText == reinterpret_cast<const char*>(-1)) {
+    if (l_pszText == nullptr || reinterpret_cast<intptr_t>(l_pszText) == -1) {
         return;
     }
     const size_t l_uLength = std::strlen(l_pszText);

@@ -10,7 +10,7 @@ namespace host {
 namespace {
 
 /** Most that is read at once; of a log that grew by more the end is shown. */
-constexpr long k_lMostAtOnce = 256 * 1024;
+constexpr long k_lMostAtOnce = 256L * 1024;
 constexpr size_t k_uLongestLine = 1000;
 
 struct S_CLOSE
