@@ -5,6 +5,7 @@
 #include "Session.h"
 #include "Stop.h"
 #include "TableOutput.h"
+#include "wire/Bytes.h"
 
 namespace host {
 
@@ -24,13 +25,6 @@ struct S_RECORD_OPTIONS
     S_TABLE_OPTIONS Table;
 };
 
-void AppendWord(std::vector<uint8_t>& io_vBytes, uint32_t i_ulWord)
-{
-    for (unsigned l_uShift = 0; l_uShift < 32; l_uShift += 8) {
-        io_vBytes.push_back(static_cast<uint8_t>(i_ulWord >> l_uShift));
-    }
-}
-
 class CRecording
 {
 public:
@@ -42,9 +36,9 @@ public:
     void Start()
     {
         std::vector<uint8_t> l_vPayload;
-        AppendWord(l_vPayload, m_Options.ulParam);
+        wire::AppendNumber(l_vPayload, 4, m_Options.ulParam);
         if (m_Options.ulChannel == 1) {
-            AppendWord(l_vPayload, 3);
+            wire::AppendNumber(l_vPayload, 4, 3);
         }
         m_Exchange.RunOrThrow(m_Probe, m_Options.ulChannel == 0 ? 32 : 64, l_vPayload,
                               k_ulReadTimeout);

@@ -135,9 +135,9 @@ S_RESULT CIntMeasDriverSerial::InitModule(uint32_t bUseExtended)
         const uint32_t l_ulOpen =
             bUseExtended == 0
                 ? m_pSerialDriver->RS_Init(m_ucSerialPort, RS_LINK_CONSTANT, m_ulBaudRate,
-                                           m_ulDataBits, m_ulLinkWord1, m_ulLinkWord2, 0)
+                                           m_ulDataBits, m_ulLinkWord1, m_ulLinkWord2, 0U)
                 : m_pSerialDriver->RS_Init_Ex(m_ucSerialPort, RS_LINK_CONSTANT, m_ulBaudRate,
-                                              m_ulDataBits, m_ulLinkWord1, m_ulLinkWord2, 0,
+                                              m_ulDataBits, m_ulLinkWord1, m_ulLinkWord2, 0U,
                                               &m_ulLinkHandle);
         if (l_ulOpen != 0) {
             m_bDllWrapperInit = 1;
@@ -156,7 +156,7 @@ bool CIntMeasDriverSerial::ControlLink(const S_CONTROL& i_Control)
 {
     return m_pSerialDriver->RS_DeviceIoControl(RS_LINK_CONSTANT, i_Control.ulCode, i_Control.pIn,
                                                i_Control.ulInSize, i_Control.pOut,
-                                               i_Control.ulOutSize, i_Control.pulReturned, 0) != 0;
+                                               i_Control.ulOutSize, i_Control.pulReturned, 0U) != 0;
 }
 
 void CIntMeasDriverSerial::GetResult_ACQUSITION_INIT(uint32_t i_ulNbReturnByte,

@@ -119,7 +119,7 @@ bool C_MilliOhmDriverSerial::ControlLinkEx(const S_CONTROL& i_Control)
 {
     return m_pSerialDriver->RS_DeviceIoControl_Ex(
                RS_LINK_CONSTANT, i_Control.ulCode, i_Control.pIn, i_Control.ulInSize,
-               i_Control.pOut, i_Control.ulOutSize, i_Control.pulReturned, 0, m_ulLinkHandle) != 0;
+               i_Control.pOut, i_Control.ulOutSize, i_Control.pulReturned, 0U, m_ulLinkHandle) != 0;
 }
 
 void C_MilliOhmDriverSerial::PrepareCommande(uint8_t i_ucCanal, uint16_t i_usSize,

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "samples/SampleCode.h"
 #include "support/Trace.h"
@@ -265,7 +266,7 @@ bool CProbeDriver::DecodeInterleaved(const uint8_t* i_pucData, uint16_t i_usData
         return false;
     }
     // A code takes a byte at least, so that no channel has more samples than there are bytes.
-    int32_t* l_aplArrays[std::size(m_alCoefLowRange)] = {};
+    int32_t* l_aplArrays[std::extent_v<decltype(m_alCoefLowRange)>] = {};
     for (uint32_t l_ul = 0; l_ul < m_ulNbChannel; ++l_ul) {
         o_plProcessedData_Voie[l_ul].reset(new (std::nothrow) int32_t[i_usDataSize]);
         l_aplArrays[l_ul] = o_plProcessedData_Voie[l_ul].get();
