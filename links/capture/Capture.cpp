@@ -1,7 +1,7 @@
 #include "links/capture/Capture.h"
 
 #include "TornvalLinks.h"
-#include "driver/ModuleFolder.h"
+#include "links/common/Configuration.h"
 #include "platform/EventWatch.h"
 #include "wire/Bytes.h"
 
@@ -24,25 +24,10 @@ std::atomic<CCapture*> s_pCapture{nullptr};
 /** More than a process has threads and commands under way; a bound, should one make them forever. */
 constexpr size_t k_uMaxKnown = 4096;
 
-std::string ReadKey(const tornval::CConfigFile& i_Config, const char* i_pszKey)
+std::string ReadKey(const wire::CConfigText& i_Config, const char* i_pszKey)
 {
-    char l_aszValue[4096];
-    i_Config.GetString("CAPTURE", i_pszKey, "", l_aszValue, sizeof(l_aszValue));
-    return l_aszValue;
+    return std::string(i_Config.FindText("CAPTURE", i_pszKey).value_or(""));
 }
-
-/** No cancelling begins in its life: it would leave half a record, and must not meet a catch. */
-class CNoCancelling
-{
-public:
-    CNoCancelling() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_lState); }
-    CNoCancelling(const CNoCancelling&) = delete;
-    CNoCancelling& operator=(const CNoCancelling&) = delete;
-    ~CNoCancelling() { pthread_setcancelstate(m_lState, nullptr); }
-
-private:
-    int m_lState = PTHREAD_CANCEL_ENABLE;
-};
 
 bool IsSend(uint32_t i_ulCode)
 {
@@ -53,8 +38,7 @@ bool IsSend(uint32_t i_ulCode)
 
 CCapture::CCapture()
 {
-    tornval::CConfigFile l_Config;
-    (void)tornval::LoadModuleConfiguration(l_Config);
+    const wire::CConfigText l_Config = ReadConfiguration();
     static constexpr std::array<const char*, 3> l_apszKeys = {"SERIAL", "BLUETOOTH", "USB"};
     for (size_t i = 0; i < l_apszKeys.size(); ++i) {
         m_astrNames[i] = ReadKey(l_Config, l_apszKeys[i]);
@@ -122,7 +106,7 @@ cecore::ModuleHandle CCapture::Library(E_LIBRARY i_eLibrary)
 template <typename F>
 void CCapture::Write(F&& i_fnRecord)
 {
-    const CNoCancelling l_NoCancelling;
+    const CNotCancelled l_NoCancelling;
     try {
         const std::lock_guard l_Lock(m_Mutex);
         if (!m_bWriting) {

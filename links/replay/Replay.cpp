@@ -1,7 +1,7 @@
 #include "links/replay/Replay.h"
 
 #include "TornvalLinks.h"
-#include "driver/ModuleFolder.h"
+#include "links/common/Configuration.h"
 #include "wire/Bytes.h"
 
 #include <algorithm>
@@ -30,13 +30,11 @@ std::chrono::nanoseconds Pause(uint64_t i_ullTime)
 
 CReplay::CReplay()
 {
-    tornval::CConfigFile l_Config;
-    (void)tornval::LoadModuleConfiguration(l_Config);
-    char l_aszFile[4096];
-    l_Config.GetString("REPLAY", "FILE", "", l_aszFile, sizeof(l_aszFile));
+    const wire::CConfigText l_Config = ReadConfiguration();
+    const std::string l_strFile(l_Config.FindText("REPLAY", "FILE").value_or(""));
     m_bPace = l_Config.GetInt("REPLAY", "PACE", 1) != 0;
     m_strError =
-        *l_aszFile == '\0' ? "[REPLAY] FILE names no captured session" : m_Session.Load(l_aszFile);
+        l_strFile.empty() ? "[REPLAY] FILE names no captured session" : m_Session.Load(l_strFile);
     sigset_t l_All{}, l_Before{};
     sigfillset(&l_All); // signals are the host's
     pthread_sigmask(SIG_SETMASK, &l_All, &l_Before);

@@ -1,44 +1,13 @@
 #include "links/serial/Settings.h"
 
-#include "cecore.h"
-#include "wire/ConfigText.h"
-#include "wire/Descriptor.h"
+#include "links/common/Configuration.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-
-#include <sys/stat.h>
 
 namespace links {
 
 namespace {
-
-/** The configuration file of the host; empty if it cannot be read. */
-std::string ReadConfiguration()
-{
-    std::string l_strPath(CeGetPath(CECORE_PATH_HOME, nullptr, 0), '\0');
-    (void)CeGetPath(CECORE_PATH_HOME, l_strPath.data(),
-                    static_cast<uint32_t>(l_strPath.size() + 1));
-    l_strPath += "TornvalC63.ini";
-    const wire::CDescriptor l_File(
-        open(l_strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    struct stat l_Status = {};
-    std::string l_strText;
-    if (!l_File || fstat(l_File.Get(), &l_Status) != 0 || !S_ISREG(l_Status.st_mode)) {
-        return l_strText;
-    }
-    constexpr size_t k_ulPiece = 65536;
-    l_strText.reserve(static_cast<size_t>(l_Status.st_size) + k_ulPiece);
-    ssize_t l_lRead = 0;
-    do {
-        const size_t l_ulBefore = l_strText.size();
-        l_strText.resize(l_ulBefore + k_ulPiece);
-        l_lRead = read(l_File.Get(), l_strText.data() + l_ulBefore, k_ulPiece);
-        l_strText.resize(l_ulBefore + static_cast<size_t>(std::max<ssize_t>(l_lRead, 0)));
-    } while (l_lRead > 0 || (l_lRead < 0 && errno == EINTR));
-    return l_strText;
-}
 
 std::string ReadText(const wire::CConfigText& i_Config, const std::string& i_strKey,
                      const std::string& i_strDefault)
@@ -67,8 +36,7 @@ bool ReadNumber(const wire::CConfigText& i_Config, const std::string& i_strKey, 
 bool ReadSettings(S_SERIAL_SETTINGS& o_Settings, std::string& o_strError)
 {
     o_Settings = {};
-    wire::CConfigText l_Config;
-    l_Config.Parse(ReadConfiguration());
+    const wire::CConfigText l_Config = ReadConfiguration();
     for (size_t i = 0; i < o_Settings.astrPorts.size(); ++i) {
         o_Settings.astrPorts[i] =
             ReadText(l_Config, "PORT_" + std::to_string(i + 1), o_Settings.astrPorts[i]);
