@@ -101,11 +101,11 @@ std::vector<S_NEW_PAIR> LoadPairs(const std::string& i_strPath)
     return l_vPairs;
 }
 
-void AddCalibrationCommands(CLI::App& io_App, CProgram& io_Program)
+void AddCalibrationCommands(CCommand i_Parent, CProgram& io_Program)
 {
-    CLI::App& l_Calibration =
-        *io_App.add_subcommand("calibration", "Reads or writes the calibration of the board");
-    l_Calibration.require_subcommand(1);
+    const CCommand l_Calibration =
+        i_Parent.Add("calibration", "Reads or writes the calibration of the board");
+    l_Calibration.RequireCommand();
     AddCalibrationReadCommands(l_Calibration, io_Program);
     AddCalibrationSetCommand(l_Calibration, io_Program);
     AddCalibrationRestoreCommand(l_Calibration, io_Program);

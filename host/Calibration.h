@@ -69,11 +69,11 @@ void WritePairs(CProgram& io_Program, const std::vector<S_NEW_PAIR>& i_vPairs,
                 const S_WRITE_OPTIONS& i_Options);
 
 /** Adds --yes, --dry-run, --verify, --keep. */
-void AddWriteOptions(CLI::App& io_Command, S_WRITE_OPTIONS& io_Options);
+void AddWriteOptions(CCommand i_Command, S_WRITE_OPTIONS& io_Options);
 
 // Each adds its command to "calibration".
-void AddCalibrationReadCommands(CLI::App& io_Calibration, CProgram& io_Program);
-void AddCalibrationSetCommand(CLI::App& io_Calibration, CProgram& io_Program);
-void AddCalibrationRestoreCommand(CLI::App& io_Calibration, CProgram& io_Program);
+void AddCalibrationReadCommands(CCommand i_Calibration, CProgram& io_Program);
+void AddCalibrationSetCommand(CCommand i_Calibration, CProgram& io_Program);
+void AddCalibrationRestoreCommand(CCommand i_Calibration, CProgram& io_Program);
 
 } // namespace host

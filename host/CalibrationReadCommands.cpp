@@ -36,14 +36,14 @@ void RunSave(CProgram& io_Program, const S_SAVE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddCalibrationReadCommands(CLI::App& io_Calibration, CProgram& io_Program)
+void AddCalibrationReadCommands(CCommand i_Calibration, CProgram& io_Program)
 {
-    io_Program.AddCommand(io_Calibration, "get", "Prints the pairs a, b of all inputs",
+    io_Program.AddCommand(i_Calibration, "get", "Prints the pairs a, b of all inputs",
                           [&io_Program] { RunGet(io_Program); });
     auto [l_Save, l_Options] = io_Program.AddCommand(
-        io_Calibration, "save", "Saves the pairs of all inputs to a file", RunSave);
-    l_Save.add_option("FILE", l_Options.strFile, "the file")->required();
-    l_Save.add_flag("--force", l_Options.bForce, "replace a file that is there already");
+        i_Calibration, "save", "Saves the pairs of all inputs to a file", RunSave);
+    l_Save.Option("FILE", l_Options.strFile, "the file").Required();
+    l_Save.Flag("--force", l_Options.bForce, "replace a file that is there already");
 }
 
 } // namespace host

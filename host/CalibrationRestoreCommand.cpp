@@ -36,14 +36,14 @@ void RunRestore(CProgram& io_Program, const S_RESTORE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddCalibrationRestoreCommand(CLI::App& io_Calibration, CProgram& io_Program)
+void AddCalibrationRestoreCommand(CCommand i_Calibration, CProgram& io_Program)
 {
     auto [l_Restore, l_Options] = io_Program.AddCommand(
-        io_Calibration, "restore",
+        i_Calibration, "restore",
         "Writes the pairs of a file that \"calibration save\" or \"calibration set\" left, and "
         "restarts the board",
         RunRestore);
-    l_Restore.add_option("FILE", l_Options.strFile, "the file")->required();
+    l_Restore.Option("FILE", l_Options.strFile, "the file").Required();
     AddWriteOptions(l_Restore, l_Options.Write);
 }
 

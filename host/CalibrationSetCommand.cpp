@@ -28,17 +28,17 @@ void RunSet(CProgram& io_Program, const S_SET_OPTIONS& i_Options)
 
 } // namespace
 
-void AddCalibrationSetCommand(CLI::App& io_Calibration, CProgram& io_Program)
+void AddCalibrationSetCommand(CCommand i_Calibration, CProgram& io_Program)
 {
     auto [l_Set, l_Options] = io_Program.AddCommand(
-        io_Calibration, "set",
+        i_Calibration, "set",
         "Writes pairs and restarts the board; --input, --a and --b may be repeated together",
         RunSet);
-    l_Set.add_option("--input,--voie", l_Options.vInputs, "input of the board, 0 to 12")
-        ->required()
-        ->check(CLI::Range(0, 12));
-    l_Set.add_option("--a", l_Options.vA, "its factor")->required();
-    l_Set.add_option("--b", l_Options.vB, "its offset")->required();
+    l_Set.Option("--input,--voie", l_Options.vInputs, "input of the board, 0 to 12")
+        .Required()
+        .Within(0, 12);
+    l_Set.Option("--a", l_Options.vA, "its factor").Required();
+    l_Set.Option("--b", l_Options.vB, "its offset").Required();
     AddWriteOptions(l_Set, l_Options.Write);
 }
 

@@ -180,18 +180,17 @@ S_RESULT Write(CProgram& io_Program, const std::vector<S_NEW_PAIR>& i_vPairs, S_
 
 } // namespace
 
-void AddWriteOptions(CLI::App& io_Command, S_WRITE_OPTIONS& io_Options)
+void AddWriteOptions(CCommand i_Command, S_WRITE_OPTIONS& io_Options)
 {
-    io_Command.add_flag("--yes", io_Options.bYes,
-                        "write also a factor of 0, and numbers that the board rounds");
-    io_Command.add_flag("--dry-run", io_Options.bDryRun,
-                        "check everything and show what would change, write nothing");
-    io_Command.add_flag("--verify", io_Options.bVerify,
-                        "load the drivers anew and check that the board has the pairs");
-    io_Command.add_option(
-        "--keep", io_Options.strKeep,
-        "file for the pairs as they are before; calibration-before-TIME.csv in the "
-        "working folder without it");
+    i_Command.Flag("--yes", io_Options.bYes,
+                   "write also a factor of 0, and numbers that the board rounds");
+    i_Command.Flag("--dry-run", io_Options.bDryRun,
+                   "check everything and show what would change, write nothing");
+    i_Command.Flag("--verify", io_Options.bVerify,
+                   "load the drivers anew and check that the board has the pairs");
+    i_Command.Option("--keep", io_Options.strKeep,
+                     "file for the pairs as they are before; calibration-before-TIME.csv in the "
+                     "working folder without it");
 }
 
 void WritePairs(CProgram& io_Program, const std::vector<S_NEW_PAIR>& i_vPairs,

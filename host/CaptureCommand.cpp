@@ -45,15 +45,11 @@ std::pair<uint64_t, std::string> LookInto(const std::string& i_strFile)
     return {l_ullCalls, std::move(l_strConfiguration)};
 }
 
-std::vector<std::string> Arguments(const CLI::App& i_App, const CLI::App& i_Command)
+std::vector<std::string> Arguments(CCommand i_Root, CCommand i_Command)
 {
-    std::vector<std::string> l_vCommands;
-    for (const CLI::App* l_pCommand : i_App.get_subcommands(nullptr)) {
-        l_vCommands.push_back(l_pCommand->get_name());
-    }
-    std::vector<std::string> l_vArguments = ProgramOf(i_Command.remaining(), l_vCommands);
+    std::vector<std::string> l_vArguments = ProgramOf(i_Command.Rest(), i_Root.Names());
     if (l_vArguments.empty()) {
-        throw S_FAILURE{k_lExitUsage, "a command is missing: tornval " + i_Command.get_name() +
+        throw S_FAILURE{k_lExitUsage, "a command is missing: tornval " + i_Command.Name() +
                                           " FILE measure --voie 2"};
     }
     return l_vArguments;
@@ -133,30 +129,27 @@ void RunReplay(const std::vector<std::string>& i_vArguments, const S_CAPTURE_OPT
 }
 
 /** A command that takes the words behind FILE as they are, options included. */
-CLI::App& AddRun(CLI::App& io_App, CProgram& io_Program, const std::string& i_strName,
-                 const std::string& i_strDescription, S_CAPTURE_OPTIONS& o_Options,
-                 std::function<void(const std::vector<std::string>&)> i_fnRun)
+CCommand AddRun(CCommand i_Parent, CProgram& io_Program, const std::string& i_strName,
+                const std::string& i_strDescription, S_CAPTURE_OPTIONS& o_Options,
+                std::function<void(const std::vector<std::string>&)> i_fnRun)
 {
-    auto l_pCommand = std::make_shared<CLI::App*>(nullptr);
-    CLI::App& l_Command = io_Program.AddCommand(
-        io_App, i_strName, i_strDescription,
-        [=, &io_App, l_fnRun = std::move(i_fnRun)] { l_fnRun(Arguments(io_App, **l_pCommand)); });
-    *l_pCommand = &l_Command;
+    const auto l_pCommand = std::make_shared<std::optional<CCommand>>();
+    const CCommand l_Command = l_pCommand->emplace(io_Program.AddCommand(
+        i_Parent, i_strName, i_strDescription,
+        [=, l_fnRun = std::move(i_fnRun)] { l_fnRun(Arguments(i_Parent, **l_pCommand)); }));
     // These belong to the command that is run.
-    for (const char* l_pszOption : {"--json", "--progress", "--mask"}) {
-        l_Command.remove_option(l_Command.get_option(l_pszOption));
-    }
-    l_Command.prefix_command();
-    l_Command.add_option("FILE", o_Options.strFile, "the session, a pcapng file")->required();
+    l_Command.Remove({"--json", "--progress", "--mask"});
+    l_Command.TakeRest();
+    l_Command.Option("FILE", o_Options.strFile, "the session, a pcapng file").Required();
     return l_Command;
 }
 
 } // namespace
 
-void AddCaptureCommands(CLI::App& io_App, CProgram& io_Program)
+void AddCaptureCommands(CCommand i_Parent, CProgram& io_Program)
 {
     auto l_pOptions = std::make_shared<S_CAPTURE_OPTIONS>();
-    AddRun(io_App, io_Program, "capture",
+    AddRun(i_Parent, io_Program, "capture",
            "Runs COMMAND and records every exchange of its drivers with their link libraries.\n"
            "COMMAND is one of tornval's own, \"measure --voie 2\", or any program that uses the "
            "library",
@@ -164,15 +157,15 @@ void AddCaptureCommands(CLI::App& io_App, CProgram& io_Program)
            [=](const std::vector<std::string>& i_vArguments) {
                RunCapture(i_vArguments, *l_pOptions);
            })
-        .add_flag("--force", l_pOptions->bForce, "replace FILE if it is there");
+        .Flag("--force", l_pOptions->bForce, "replace FILE if it is there");
     AddRun(
-        io_App, io_Program, "replay",
+        i_Parent, io_Program, "replay",
         "Runs COMMAND with a captured session in the place of the instrument. The session "
         "brings\nits configuration; the answers are those of FILE, byte by byte",
         *l_pOptions,
         [=](const std::vector<std::string>& i_vArguments) { RunReplay(i_vArguments, *l_pOptions); })
-        .add_flag("--fast", l_pOptions->bFast,
-                  "answer at once, not after the time that the instrument took");
+        .Flag("--fast", l_pOptions->bFast,
+              "answer at once, not after the time that the instrument took");
 }
 
 } // namespace host

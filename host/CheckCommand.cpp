@@ -398,10 +398,10 @@ void RunCheck(CProgram& io_Program)
 
 } // namespace
 
-void AddCheckCommand(CLI::App& io_App, CProgram& io_Program)
+void AddCheckCommand(CCommand i_Parent, CProgram& io_Program)
 {
     io_Program.AddCommand(
-        io_App, "check",
+        i_Parent, "check",
         "Reads the configuration as the library does, and says line by line what is "
         "wrong or unusual",
         [&io_Program] { RunCheck(io_Program); });

@@ -50,9 +50,9 @@ void RunDrivers(CProgram& io_Program)
 
 } // namespace
 
-void AddDriversCommand(CLI::App& io_App, CProgram& io_Program)
+void AddDriversCommand(CCommand i_Parent, CProgram& io_Program)
 {
-    io_Program.AddCommand(io_App, "drivers",
+    io_Program.AddCommand(i_Parent, "drivers",
                           "Loads and lists the drivers, and says why one is missing",
                           [&io_Program] { RunDrivers(io_Program); });
 }

@@ -21,17 +21,17 @@ void RunGenerator(CProgram& io_Program, uint32_t i_ulValue)
 
 } // namespace
 
-void AddGeneratorCommand(CLI::App& io_App, CProgram& io_Program)
+void AddGeneratorCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto l_pValue = std::make_shared<uint32_t>(0);
     io_Program
-        .AddCommand(io_App, "generator",
+        .AddCommand(i_Parent, "generator",
                     "Sends a value to the current generator of the board; a board on a serial link "
                     "refuses it",
                     [=, &io_Program] { RunGenerator(io_Program, *l_pValue); })
-        .add_option("--value", *l_pValue, "the value")
-        ->required()
-        ->check(CLI::Range(0, 255));
+        .Option("--value", *l_pValue, "the value")
+        .Required()
+        .Within(0, 255);
 }
 
 } // namespace host

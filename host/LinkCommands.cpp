@@ -44,11 +44,11 @@ void RunOnDrivers(CProgram& io_Program, const std::optional<std::string>& i_strN
 
 } // namespace
 
-void AddLinkCommands(CLI::App& io_App, CProgram& io_Program)
+void AddLinkCommands(CCommand i_Parent, CProgram& io_Program)
 {
     auto l_pOptions = std::make_shared<S_LINK_OPTIONS>();
-    CLI::App& l_Init = io_Program.AddCommand(
-        io_App, "init",
+    const CCommand l_Init = io_Program.AddCommand(
+        i_Parent, "init",
         "Loads the drivers and runs their initialisation: of the board it asks the coefficients "
         "anew. "
         "Nothing of it outlasts this command",
@@ -60,10 +60,10 @@ void AddLinkCommands(CLI::App& io_App, CProgram& io_Program)
         });
     AddDriverOption(l_Init, l_pOptions->strDriver,
                     "driver, IM, MO, BT, USB or a number; all without it");
-    l_Init.add_flag("--force", l_pOptions->bForce, "also a driver that is initialised already");
+    l_Init.Flag("--force", l_pOptions->bForce, "also a driver that is initialised already");
 
-    CLI::App& l_Reset = io_Program.AddCommand(
-        io_App, "reset",
+    const CCommand l_Reset = io_Program.AddCommand(
+        i_Parent, "reset",
         "Loads the drivers and closes their links again, as a check of the links. The board itself "
         "is "
         "not reset",

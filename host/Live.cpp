@@ -20,18 +20,17 @@ constexpr uint32_t k_ulSlowMs = 1000;
 
 } // namespace
 
-void AddLiveOptions(CLI::App& io_Command, S_LIVE_SETTINGS& io_Settings)
+void AddLiveOptions(CCommand i_Command, S_LIVE_SETTINGS& io_Settings)
 {
-    io_Command
-        .add_option("--input", io_Settings.vInputs,
-                    "input that is measured, several times for several; all without it")
-        ->check(CLI::Range(0, 12));
-    io_Command.add_option("--interval", io_Settings.ulInterval, "milliseconds from round to round")
-        ->check(CLI::Range(10U, 3600000U))
-        ->capture_default_str();
-    io_Command
-        .add_option("--param", io_Settings.ulProbeParam, "measuring parameter, handed to probes")
-        ->capture_default_str();
+    i_Command
+        .Option("--input", io_Settings.vInputs,
+                "input that is measured, several times for several; all without it")
+        .Within(0, 12);
+    i_Command.Option("--interval", io_Settings.ulInterval, "milliseconds from round to round")
+        .Within(10U, 3600000U)
+        .ShowDefault();
+    i_Command.Option("--param", io_Settings.ulProbeParam, "measuring parameter, handed to probes")
+        .ShowDefault();
 }
 
 std::vector<int32_t> Thin(const std::vector<int32_t>& i_vSamples, size_t i_uMost)

@@ -65,7 +65,7 @@ struct S_LIVE_SETTINGS
 };
 
 /** Adds --input, --interval, --param. */
-void AddLiveOptions(CLI::App& io_Command, S_LIVE_SETTINGS& io_Settings);
+void AddLiveOptions(CCommand i_Command, S_LIVE_SETTINGS& io_Settings);
 
 /** The rows that the loaded drivers offer. @throws S_FAILURE if there are none. */
 std::vector<S_LIVE_ROW> LiveRows(const CSession& i_Session, const S_LIVE_SETTINGS& i_Settings);

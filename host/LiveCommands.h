@@ -8,7 +8,7 @@
 
 namespace host {
 
-void AddServeCommand(CLI::App& io_App, CProgram& io_Program);
-void AddMonitorCommand(CLI::App& io_App, CProgram& io_Program);
+void AddServeCommand(CCommand i_Parent, CProgram& io_Program);
+void AddMonitorCommand(CCommand i_Parent, CProgram& io_Program);
 
 } // namespace host

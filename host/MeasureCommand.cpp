@@ -99,32 +99,32 @@ void RunMeasure(CProgram& io_Program, const S_MEASURE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddMeasureCommand(CLI::App& io_App, CProgram& io_Program)
+void AddMeasureCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto [l_Measure, l_Options] = io_Program.AddCommand(
-        io_App, "measure", "Takes instant measures on the board and prints one per line",
+        i_Parent, "measure", "Takes instant measures on the board and prints one per line",
         RunMeasure);
     l_Measure
-        .add_option("--input,--voie", l_Options.ulInput,
-                    "input of the board, 0 to 12; a probe's channel, 0 or 1")
-        ->required()
-        ->check(CLI::Range(0, 12));
-    CLI::Option* l_pRaw = l_Measure.add_flag("--raw", l_Options.bRaw,
-                                             "without calibration: the value of the converter");
+        .Option("--input,--voie", l_Options.ulInput,
+                "input of the board, 0 to 12; a probe's channel, 0 or 1")
+        .Required()
+        .Within(0, 12);
+    const COption l_Raw =
+        l_Measure.Flag("--raw", l_Options.bRaw, "without calibration: the value of the converter");
     l_Measure
-        .add_option("--count", l_Options.ulCount,
-                    "number of measures; 0: until stopped, with --json one object a line")
-        ->check(CLI::Range(0U, 1000000000U))
-        ->capture_default_str();
-    l_Measure.add_option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
-        ->capture_default_str();
-    CLI::Option* l_pDriver =
+        .Option("--count", l_Options.ulCount,
+                "number of measures; 0: until stopped, with --json one object a line")
+        .Within(0U, 1000000000U)
+        .ShowDefault();
+    l_Measure.Option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
+        .ShowDefault();
+    const COption l_Driver =
         AddDriverOption(
             l_Measure, l_Options.strDriver,
             "board or probe that measures, IM, BT, USB or a number; the board without it")
-            ->excludes(l_pRaw);
-    l_Measure.add_option("--param", l_Options.ulParam, "measuring parameter of a probe")
-        ->needs(l_pDriver);
+            .Excludes(l_Raw);
+    l_Measure.Option("--param", l_Options.ulParam, "measuring parameter of a probe")
+        .Needs(l_Driver);
 }
 
 } // namespace host

@@ -33,10 +33,10 @@ void RunMicroOhm(CProgram& io_Program)
 
 } // namespace
 
-void AddMicroOhmCommand(CLI::App& io_App, CProgram& io_Program)
+void AddMicroOhmCommand(CCommand i_Parent, CProgram& io_Program)
 {
     io_Program.AddCommand(
-        io_App, "microohm",
+        i_Parent, "microohm",
         "Takes a measure of the milliohm module and prints its three values, in the "
         "order of the module's answer",
         [&io_Program] { RunMicroOhm(io_Program); });

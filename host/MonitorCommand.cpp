@@ -145,15 +145,14 @@ void RunMonitor(CProgram& io_Program, const S_LIVE_SETTINGS& i_Settings)
 
 } // namespace
 
-void AddMonitorCommand(CLI::App& io_App, CProgram& io_Program)
+void AddMonitorCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto [l_Monitor, l_Settings] = io_Program.AddCommand(
-        io_App, "monitor",
+        i_Parent, "monitor",
         "Shows the instrument as a table in the terminal that renews itself: inputs with their "
         "course,\nmilliohm values, probes, the last lines of the log. q or Ctrl-C ends it",
         RunMonitor);
-    l_Monitor.remove_option(l_Monitor.get_option("--json"));
-    l_Monitor.remove_option(l_Monitor.get_option("--progress"));
+    l_Monitor.Remove({"--json", "--progress"});
     AddLiveOptions(l_Monitor, l_Settings);
 }
 

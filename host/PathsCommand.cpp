@@ -21,10 +21,11 @@ void RunPaths(CProgram& io_Program)
 
 } // namespace
 
-void AddPathsCommand(CLI::App& io_App, CProgram& io_Program)
+void AddPathsCommand(CCommand i_Parent, CProgram& io_Program)
 {
     io_Program.AddCommand(
-        io_App, "paths", "Prints where the configuration, the trace log and the link libraries lie",
+        i_Parent, "paths",
+        "Prints where the configuration, the trace log and the link libraries lie",
         [&io_Program] { RunPaths(io_Program); });
 }
 

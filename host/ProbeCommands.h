@@ -8,7 +8,7 @@
 
 namespace host {
 
-void AddProbeMeasureCommand(CLI::App& io_Probe, CProgram& io_Program);
-void AddProbeRecordCommand(CLI::App& io_Probe, CProgram& io_Program);
+void AddProbeMeasureCommand(CCommand i_Probe, CProgram& io_Program);
+void AddProbeRecordCommand(CCommand i_Probe, CProgram& io_Program);
 
 } // namespace host

@@ -39,22 +39,20 @@ void RunProbeMeasure(CProgram& io_Program, const S_PROBE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddProbeMeasureCommand(CLI::App& io_Probe, CProgram& io_Program)
+void AddProbeMeasureCommand(CCommand i_Probe, CProgram& io_Program)
 {
     auto [l_Measure, l_Options] = io_Program.AddCommand(
-        io_Probe, "measure", "Takes one measure and prints it", RunProbeMeasure);
-    AddDriverOption(l_Measure, l_Options.strDriver, "the probe, BT, USB or a number")->required();
-    l_Measure.add_option("--channel", l_Options.ulChannel, "0 or 1")
-        ->required()
-        ->check(CLI::Range(0, 1));
-    l_Measure.add_option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
-        ->required();
+        i_Probe, "measure", "Takes one measure and prints it", RunProbeMeasure);
+    AddDriverOption(l_Measure, l_Options.strDriver, "the probe, BT, USB or a number").Required();
+    l_Measure.Option("--channel", l_Options.ulChannel, "0 or 1").Required().Within(0, 1);
+    l_Measure.Option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
+        .Required();
 }
 
-void AddProbeCommands(CLI::App& io_App, CProgram& io_Program)
+void AddProbeCommands(CCommand i_Parent, CProgram& io_Program)
 {
-    CLI::App& l_Probe = *io_App.add_subcommand("probe", "Measures with a probe");
-    l_Probe.require_subcommand(1);
+    const CCommand l_Probe = i_Parent.Add("probe", "Measures with a probe");
+    l_Probe.RequireCommand();
     AddProbeMeasureCommand(l_Probe, io_Program);
     AddProbeRecordCommand(l_Probe, io_Program);
 }

@@ -131,25 +131,24 @@ void RunProbeRecord(CProgram& io_Program, const S_RECORD_OPTIONS& i_Options)
 
 } // namespace
 
-void AddProbeRecordCommand(CLI::App& io_Probe, CProgram& io_Program)
+void AddProbeRecordCommand(CCommand i_Probe, CProgram& io_Program)
 {
     auto [l_Record, l_Options] = io_Program.AddCommand(
-        io_Probe, "record",
+        i_Probe, "record",
         "Runs a rolling acquisition: start, reads, stop. Ctrl-C stops it properly", RunProbeRecord);
-    AddDriverOption(l_Record, l_Options.strDriver, "the probe, BT, USB or a number")->required();
-    l_Record.add_option("--channel", l_Options.ulChannel, "0, or 1 for both channels")
-        ->required()
-        ->check(CLI::Range(0, 1));
-    l_Record.add_option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
-        ->capture_default_str();
-    CLI::Option* l_pReads = l_Record.add_option("--reads", l_Options.ulReads, "number of reads")
-                                ->check(CLI::Range(1U, 1000000000U));
+    AddDriverOption(l_Record, l_Options.strDriver, "the probe, BT, USB or a number").Required();
+    l_Record.Option("--channel", l_Options.ulChannel, "0, or 1 for both channels")
+        .Required()
+        .Within(0, 1);
+    l_Record.Option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
+        .ShowDefault();
+    const COption l_Reads =
+        l_Record.Option("--reads", l_Options.ulReads, "number of reads").Within(1U, 1000000000U);
     l_Record
-        .add_flag("--follow", l_Options.Table.bFollow,
-                  "until stopped; with --json one object a line")
-        ->excludes(l_pReads);
-    l_Record.add_option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
-        ->capture_default_str();
+        .Flag("--follow", l_Options.Table.bFollow, "until stopped; with --json one object a line")
+        .Excludes(l_Reads);
+    l_Record.Option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
+        .ShowDefault();
     AddTableOptions(l_Record, l_Options.Table);
 }
 

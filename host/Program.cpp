@@ -42,25 +42,24 @@ S_FAILURE FailureOf(const S_RESULT& i_Result, const S_CALL& i_Call)
     return {l_lExitCode, ExplainRecord(i_Result, i_Call), i_Result};
 }
 
-CLI::App& CProgram::AddCommand(CLI::App& io_App, const std::string& i_strName,
-                               const std::string& i_strDescription, std::function<void()> i_fnRun)
+CCommand CProgram::AddCommand(CCommand i_Parent, const std::string& i_strName,
+                              const std::string& i_strDescription, std::function<void()> i_fnRun)
 {
-    CLI::App& l_Command = *io_App.add_subcommand(i_strName, i_strDescription);
-    l_Command.footer(ExitCodesHelp());
-    l_Command.add_flag("--json", m_Options.bJson,
-                       "print one JSON document on standard output and nothing else");
+    const CCommand l_Command = i_Parent.Add(i_strName, i_strDescription);
+    l_Command.Footer(ExitCodesHelp());
+    l_Command.Flag("--json", m_Options.bJson,
+                   "print one JSON document on standard output and nothing else");
     l_Command
-        .add_option("--home", m_Options.strHome,
-                    "folder of the configuration, instead of TORNVAL_HOME")
-        ->check(CLI::ExistingDirectory);
-    l_Command.add_flag("--progress", m_Options.bProgress,
-                       "show progress although standard error is no terminal");
+        .Option("--home", m_Options.strHome, "folder of the configuration, instead of TORNVAL_HOME")
+        .Folder();
+    l_Command.Flag("--progress", m_Options.bProgress,
+                   "show progress although standard error is no terminal");
     l_Command
-        .add_option("--mask", m_Options.lMask,
-                    "drivers to load: 0x01 milliohm module, 0x10 internal board; probes join by "
-                    "the configuration")
-        ->default_str("0x11");
-    l_Command.callback([this, l_fnRun = std::move(i_fnRun)] { m_fnRun = l_fnRun; });
+        .Option("--mask", m_Options.lMask,
+                "drivers to load: 0x01 milliohm module, 0x10 internal board; probes join by "
+                "the configuration")
+        .ShowDefault("0x11");
+    l_Command.OnChosen([this, l_fnRun = std::move(i_fnRun)] { m_fnRun = l_fnRun; });
     return l_Command;
 }
 
@@ -212,20 +211,15 @@ std::string NumberText(double i_dNumber)
     return {l_szText.data(), l_Written.ptr};
 }
 
-CLI::Validator IsDriverName()
+std::string NotADriver(const std::string& i_strName)
 {
-    return {[](const std::string& i_strName) {
-                const bool l_bWord = std::any_of(
-                    k_apszLinkTypes.begin(), k_apszLinkTypes.end(), [&](const char* i_pszWord) {
-                        return strcasecmp(i_pszWord, i_strName.c_str()) == 0;
-                    });
-                const bool l_bNumber = !i_strName.empty() && i_strName.find_first_not_of(
-                                                                 "0123456789") == std::string::npos;
-                return l_bWord || l_bNumber
-                           ? std::string()
-                           : i_strName + " is none of IM, MO, BT, USB and no number";
-            },
-            "DRIVER"};
+    const bool l_bWord =
+        std::any_of(k_apszLinkTypes.begin(), k_apszLinkTypes.end(), [&](const char* i_pszWord) {
+            return strcasecmp(i_pszWord, i_strName.c_str()) == 0;
+        });
+    const bool l_bNumber =
+        !i_strName.empty() && i_strName.find_first_not_of("0123456789") == std::string::npos;
+    return l_bWord || l_bNumber ? "" : i_strName + " is none of IM, MO, BT, USB and no number";
 }
 
 S_FAILURE StoppedBySignal(const std::string& i_strWhatStands)

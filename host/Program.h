@@ -4,12 +4,13 @@
  */
 #pragma once
 
+#include "Failure.h"
+#include "Options.h"
 #include "Reasons.h"
 #include "TornvalC63.h"
 #include "Words.h"
 #include "wire/Descriptor.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -20,28 +21,8 @@
 
 namespace host {
 
-/** Exit codes; --help tells them to the user. Ended by a signal: 128 plus its number. */
-enum E_EXIT : int
-{
-    k_lExitDone = 0,
-    k_lExitUsage = 1,
-    k_lExitNoDriver = 2,
-    k_lExitDevice = 3,
-    k_lExitTimeOut = 4,
-    k_lExitFile = 5
-};
-
 /** The exit codes in words, for --help. */
 const char* ExitCodesHelp();
-
-/** Ends a command with an exit code and a message; thrown by the host's own code only. */
-struct S_FAILURE
-{
-    int lExitCode;
-    /** Empty: nothing is printed, as for a reader of our output that has enough. */
-    std::string strMessage;
-    std::optional<S_RESULT> Record = std::nullopt;
-};
 
 /** The failure that a failing record of a loaded driver stands for: a time-out or any other. */
 S_FAILURE FailureOf(const S_RESULT& i_Result, const S_CALL& i_Call = {});
@@ -60,19 +41,19 @@ class CProgram
 {
 public:
     /** Adds a command with the options that all of them have. It is run after the parsing. */
-    CLI::App& AddCommand(CLI::App& io_App, const std::string& i_strName,
-                         const std::string& i_strDescription, std::function<void()> i_fnRun);
+    CCommand AddCommand(CCommand i_Parent, const std::string& i_strName,
+                        const std::string& i_strDescription, std::function<void()> i_fnRun);
 
     /** As above, for a command with options of its own. @return the command, and its options, which
      *  stay as long as the program. */
     template <typename T>
-    std::pair<CLI::App&, T&> AddCommand(CLI::App& io_App, const std::string& i_strName,
-                                        const std::string& i_strDescription,
-                                        void (*i_pFnRun)(CProgram&, const T&))
+    std::pair<CCommand, T&> AddCommand(CCommand i_Parent, const std::string& i_strName,
+                                       const std::string& i_strDescription,
+                                       void (*i_pFnRun)(CProgram&, const T&))
     {
         const auto l_pOptions = std::make_shared<T>();
-        CLI::App& l_Command = AddCommand(io_App, i_strName, i_strDescription,
-                                         [=, this] { i_pFnRun(*this, *l_pOptions); });
+        const CCommand l_Command = AddCommand(i_Parent, i_strName, i_strDescription,
+                                              [=, this] { i_pFnRun(*this, *l_pOptions); });
         return {l_Command, *l_pOptions};
     }
 
@@ -128,27 +109,28 @@ S_FAILURE StoppedBySignal(const std::string& i_strWhatStands);
 /** Ends a command that a signal cut short; does nothing without one. @throws S_FAILURE. */
 void ThrowIfStopped(const std::string& i_strWhatStands);
 
-/** What --driver takes: a link type word in any case, or a number. */
-CLI::Validator IsDriverName();
+/** Whether a text is what --driver takes, a link type word in any case or a number. @return empty, or what
+ *  is wrong with it. */
+std::string NotADriver(const std::string& i_strName);
 
 /** Adds the option --driver, whose value is a link type word or an ID. */
 template <typename T>
-CLI::Option* AddDriverOption(CLI::App& io_Command, T& io_strDriver, const std::string& i_strWords)
+COption AddDriverOption(CCommand i_Command, T& io_strDriver, const std::string& i_strWords)
 {
-    return io_Command.add_option("--driver", io_strDriver, i_strWords)->check(IsDriverName());
+    return i_Command.Option("--driver", io_strDriver, i_strWords).Check(&NotADriver, "DRIVER");
 }
 
 // Each adds its commands.
-void AddDriversCommand(CLI::App& io_App, CProgram& io_Program);
-void AddLinkCommands(CLI::App& io_App, CProgram& io_Program);
-void AddMeasureCommand(CLI::App& io_App, CProgram& io_Program);
-void AddMicroOhmCommand(CLI::App& io_App, CProgram& io_Program);
-void AddGeneratorCommand(CLI::App& io_App, CProgram& io_Program);
-void AddUploadCommand(CLI::App& io_App, CProgram& io_Program);
-void AddCalibrationCommands(CLI::App& io_App, CProgram& io_Program);
-void AddSendCommand(CLI::App& io_App, CProgram& io_Program);
-void AddProbeCommands(CLI::App& io_App, CProgram& io_Program);
-void AddCheckCommand(CLI::App& io_App, CProgram& io_Program);
-void AddPathsCommand(CLI::App& io_App, CProgram& io_Program);
+void AddDriversCommand(CCommand i_Parent, CProgram& io_Program);
+void AddLinkCommands(CCommand i_Parent, CProgram& io_Program);
+void AddMeasureCommand(CCommand i_Parent, CProgram& io_Program);
+void AddMicroOhmCommand(CCommand i_Parent, CProgram& io_Program);
+void AddGeneratorCommand(CCommand i_Parent, CProgram& io_Program);
+void AddUploadCommand(CCommand i_Parent, CProgram& io_Program);
+void AddCalibrationCommands(CCommand i_Parent, CProgram& io_Program);
+void AddSendCommand(CCommand i_Parent, CProgram& io_Program);
+void AddProbeCommands(CCommand i_Parent, CProgram& io_Program);
+void AddCheckCommand(CCommand i_Parent, CProgram& io_Program);
+void AddPathsCommand(CCommand i_Parent, CProgram& io_Program);
 
 } // namespace host

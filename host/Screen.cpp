@@ -1,6 +1,6 @@
 #include "Screen.h"
 
-#include "Program.h"
+#include "Failure.h"
 
 #include <algorithm>
 #include <array>

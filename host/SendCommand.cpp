@@ -132,23 +132,20 @@ void RunSend(CProgram& io_Program, const S_SEND_OPTIONS& i_Options)
 
 } // namespace
 
-void AddSendCommand(CLI::App& io_App, CProgram& io_Program)
+void AddSendCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto [l_Send, l_Options] = io_Program.AddCommand(
-        io_App, "send", "Sends a command to a driver and prints its answer", RunSend);
-    AddDriverOption(l_Send, l_Options.strDriver, "driver, IM, MO, BT, USB or a number")->required();
-    l_Send.add_option("--command", l_Options.ulCommand, "ID of the command")
-        ->required()
-        ->check(CLI::Range(0, 255));
-    l_Send.add_option("--param", l_Options.ulParam, "the command's parameter byte")
-        ->check(CLI::Range(0, 255));
-    l_Send.add_option("--payload", l_Options.strPayload, "bytes in hexadecimal, as 64000000");
+        i_Parent, "send", "Sends a command to a driver and prints its answer", RunSend);
+    AddDriverOption(l_Send, l_Options.strDriver, "driver, IM, MO, BT, USB or a number").Required();
+    l_Send.Option("--command", l_Options.ulCommand, "ID of the command").Required().Within(0, 255);
+    l_Send.Option("--param", l_Options.ulParam, "the command's parameter byte").Within(0, 255);
+    l_Send.Option("--payload", l_Options.strPayload, "bytes in hexadecimal, as 64000000");
     l_Send
-        .add_option("--timeout", l_Options.ulTimeout,
-                    "milliseconds, handed to the device and added to the 5000 that board and "
-                    "module wait")
-        ->check(CLI::Range(0U, 3600000U))
-        ->capture_default_str();
+        .Option("--timeout", l_Options.ulTimeout,
+                "milliseconds, handed to the device and added to the 5000 that board and "
+                "module wait")
+        .Within(0U, 3600000U)
+        .ShowDefault();
 }
 
 } // namespace host

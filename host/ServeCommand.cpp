@@ -339,18 +339,17 @@ void RunServe(CProgram& io_Program, const S_SERVE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddServeCommand(CLI::App& io_App, CProgram& io_Program)
+void AddServeCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto [l_Serve, l_Options] = io_Program.AddCommand(
-        io_App, "serve",
+        i_Parent, "serve",
         "Shows the instrument as a web page on this machine, live, and prints its address.\n"
         "Ctrl-C ends it. Only who has the address with its token sees the page",
         RunServe);
-    l_Serve.remove_option(l_Serve.get_option("--json"));
-    l_Serve.remove_option(l_Serve.get_option("--progress"));
-    l_Serve.add_option("--port", l_Options.usPort, "port of 127.0.0.1; any free one without it");
-    l_Serve.add_flag("--control", l_Options.bControl,
-                     "let the page start and stop an acquisition, not only look");
+    l_Serve.Remove({"--json", "--progress"});
+    l_Serve.Option("--port", l_Options.usPort, "port of 127.0.0.1; any free one without it");
+    l_Serve.Flag("--control", l_Options.bControl,
+                 "let the page start and stop an acquisition, not only look");
     AddLiveOptions(l_Serve, l_Options.Live);
 }
 

@@ -86,35 +86,33 @@ const S_TABLE_OPTIONS& Checked(const S_TABLE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddTableOptions(CLI::App& io_Command, S_TABLE_OPTIONS& io_Options)
+void AddTableOptions(CCommand i_Command, S_TABLE_OPTIONS& io_Options)
 {
-    CLI::Option* l_pCsv = io_Command.add_option(
+    const COption l_Csv = i_Command.Option(
         "--csv", io_Options.strCsv,
         "file to write, - for standard output: comment lines, column names, one row per sample");
-    io_Command
-        .add_option("--format", io_Options.strFormat,
-                    "csv, or npy: an array of numpy whose columns have names and are of 64 bits")
-        ->check(CLI::IsMember({"csv", "npy"}))
-        ->capture_default_str();
-    io_Command.add_option("--plot", io_Options.strPlot, "picture to draw, .png, .svg or .pdf")
-        ->check([l_pCsv](const std::string&) {
-            return l_pCsv->count() != 0 && l_pCsv->as<std::string>() == "-"
+    i_Command
+        .Option("--format", io_Options.strFormat,
+                "csv, or npy: an array of numpy whose columns have names and are of 64 bits")
+        .OneOf({"csv", "npy"})
+        .ShowDefault();
+    i_Command.Option("--plot", io_Options.strPlot, "picture to draw, .png, .svg or .pdf")
+        .Check([l_Csv](const std::string&) {
+            return l_Csv.Text() == "-"
                        ? std::string("a picture needs a table in a file, not --csv -")
                        : std::string();
         });
-    CLI::Option* l_pForce =
-        io_Command.add_flag("--force", io_Options.bForce, "replace files that are there already");
-    io_Command
-        .add_flag("--append", io_Options.bAppend,
-                  "put the rows behind those of a file that is there")
-        ->excludes(l_pForce);
-    io_Command
-        .add_option(
-            "--period", io_Options.dPeriod,
-            "seconds from sample to sample, for the column time_s; without it the key "
-            "SAMPLE_PERIOD\nof the configuration. What its own period counts the device does "
-            "not tell: with neither\nof the two the column is sample, 0, 1, 2 and so on")
-        ->check(CLI::PositiveNumber);
+    const COption l_Force =
+        i_Command.Flag("--force", io_Options.bForce, "replace files that are there already");
+    i_Command
+        .Flag("--append", io_Options.bAppend, "put the rows behind those of a file that is there")
+        .Excludes(l_Force);
+    i_Command
+        .Option("--period", io_Options.dPeriod,
+                "seconds from sample to sample, for the column time_s; without it the key "
+                "SAMPLE_PERIOD\nof the configuration. What its own period counts the device does "
+                "not tell: with neither\nof the two the column is sample, 0, 1, 2 and so on")
+        .Positive();
 }
 
 S_TABLE_OPTIONS WithPeriod(S_TABLE_OPTIONS i_Options, const CSession& i_Session,

@@ -29,7 +29,7 @@ struct S_TABLE_OPTIONS
 };
 
 /** Adds --csv, --format, --plot, --force, --append, --period. */
-void AddTableOptions(CLI::App& io_Command, S_TABLE_OPTIONS& io_Options);
+void AddTableOptions(CCommand i_Command, S_TABLE_OPTIONS& io_Options);
 
 /** One channel of an acquisition. */
 struct S_CHANNEL

@@ -89,21 +89,19 @@ void RunUpload(CProgram& io_Program, const S_UPLOAD_OPTIONS& i_Options)
 
 } // namespace
 
-void AddUploadCommand(CLI::App& io_App, CProgram& io_Program)
+void AddUploadCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto [l_Upload, l_Options] = io_Program.AddCommand(
-        io_App, "upload",
+        i_Parent, "upload",
         "Runs an acquisition of the board: start, blocks, stop. Ctrl-C stops it properly",
         RunUpload);
-    CLI::Option* l_pBlocks =
-        l_Upload.add_option("--blocks", l_Options.ulBlocks, "number of blocks")
-            ->check(CLI::Range(1U, 1000000000U));
+    const COption l_Blocks =
+        l_Upload.Option("--blocks", l_Options.ulBlocks, "number of blocks").Within(1U, 1000000000U);
     l_Upload
-        .add_flag("--follow", l_Options.Table.bFollow,
-                  "until stopped; with --json one object a line")
-        ->excludes(l_pBlocks);
-    l_Upload.add_option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
-        ->capture_default_str();
+        .Flag("--follow", l_Options.Table.bFollow, "until stopped; with --json one object a line")
+        .Excludes(l_Blocks);
+    l_Upload.Option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
+        .ShowDefault();
     AddTableOptions(l_Upload, l_Options.Table);
 }
 

@@ -135,18 +135,18 @@ void RunWire(CProgram& io_Program, const S_WIRE_OPTIONS& i_Options)
 
 } // namespace
 
-void AddWireCommand(CLI::App& io_App, CProgram& io_Program)
+void AddWireCommand(CCommand i_Parent, CProgram& io_Program)
 {
     auto [l_Wire, l_Options] = io_Program.AddCommand(
-        io_App, "wire",
+        i_Parent, "wire",
         "Prints a captured session: each frame and answer field by field, with the verdict on its "
         "CRC",
         RunWire);
-    l_Wire.remove_option(l_Wire.get_option("--mask"));
-    l_Wire.add_option("FILE", l_Options.strFile, "the session, a pcapng file")->required();
-    l_Wire.add_flag("--brief", l_Options.bBrief, "one line per frame, without its fields");
-    l_Wire.add_option("--bytes", l_Options.uBytes, "bytes shown of a field without a meaning")
-        ->capture_default_str();
+    l_Wire.Remove({"--mask"});
+    l_Wire.Option("FILE", l_Options.strFile, "the session, a pcapng file").Required();
+    l_Wire.Flag("--brief", l_Options.bBrief, "one line per frame, without its fields");
+    l_Wire.Option("--bytes", l_Options.uBytes, "bytes shown of a field without a meaning")
+        .ShowDefault();
 }
 
 } // namespace host

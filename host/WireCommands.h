@@ -8,7 +8,7 @@
 
 namespace host {
 
-void AddCaptureCommands(CLI::App& io_App, CProgram& io_Program);
-void AddWireCommand(CLI::App& io_App, CProgram& io_Program);
+void AddCaptureCommands(CCommand i_Parent, CProgram& io_Program);
+void AddWireCommand(CCommand i_Parent, CProgram& io_Program);
 
 } // namespace host
