@@ -81,7 +81,8 @@ public:
     void Footer(const std::string& i_strText) const;
 
     /** An option without a value. @param o_bGiven has to live until the command line is read. */
-    COption Flag(const std::string& i_strNames, bool& o_bGiven, const std::string& i_strWords) const;
+    COption Flag(const std::string& i_strNames, bool& o_bGiven,
+                 const std::string& i_strWords) const;
 
     /** An option with a value, or with a list of them. @param i_strNames "--a,--b" or, for a word that is
      *  told by its place, "NAME". @param io_Value its value without the option; has to live until the

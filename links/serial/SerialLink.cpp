@@ -7,12 +7,6 @@
 
 namespace links {
 
-namespace {
-
-constexpr const char* k_pszLibrary = "serial_link";
-
-} // namespace
-
 uint32_t CSerialLink::MakePort(const S_OPEN& i_Open, std::shared_ptr<CRsPort>& o_pPort)
 {
     S_SERIAL_SETTINGS l_Settings;

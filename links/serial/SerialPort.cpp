@@ -13,8 +13,6 @@ namespace {
 /** How long a send waits until the thread has seen what the send sees: that the line hung up. */
 constexpr std::chrono::seconds k_MostNotice{1};
 
-constexpr const char* k_pszLibrary = "serial_link";
-
 } // namespace
 
 CSerialPort::CSerialPort(S_SETUP i_Setup, std::unique_ptr<CTty> i_pTty)

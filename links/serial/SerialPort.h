@@ -22,6 +22,9 @@
 
 namespace links {
 
+/** Stands in front of what the link says on standard error. */
+inline constexpr const char* k_pszLibrary = "serial_link";
+
 /** What has passed a port since it was opened. */
 struct S_PORT_COUNTERS
 {
