@@ -1,4 +1,5 @@
 /** tornval check: reads the configuration as the library does, and says what is wrong with it. */
+#include "LibraryCheck.h"
 #include "Nearest.h"
 #include "Program.h"
 #include "Settings.h"
@@ -6,12 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 
-#include <dlfcn.h>
-#include <link.h>
 #include <unistd.h>
 
 namespace host {
@@ -81,20 +81,6 @@ constexpr S_KNOWN_KEY k_aKeys[] = {
     {"REPLAY", "PACE", E_VALUE::NUMBER, 0, 1},
 };
 
-struct S_ENTRY_POINTS
-{
-    const char* pszSection;
-    std::vector<const char*> vNames;
-};
-
-const std::array k_aEntryPoints = {
-    S_ENTRY_POINTS{"IM",
-                   {"RS_Init", "RS_DeviceIoControl", "RS_Close", "RS_Init_Ex",
-                    "RS_DeviceIoControl_Ex", "RS_Close_Ex"}},
-    S_ENTRY_POINTS{"BT", {"PBT_Init", "PBT_Close", "PBT_DeviceIoControl"}},
-    S_ENTRY_POINTS{"USB", {"PUSB_Init", "PUSB_Close", "PUSB_DeviceIoControl"}},
-};
-
 bool Same(std::string_view i_strA, std::string_view i_strB)
 {
     return i_strA.size() == i_strB.size() &&
@@ -116,17 +102,6 @@ bool IsUnitKey(std::string_view i_strSection, std::string_view i_strKey)
         }
     }
     return Same(i_strKey, "SCALE") || Same(i_strKey, "OFFSET");
-}
-
-/** Whether an entry point is the library's own: that of a library which it needs is not taken. */
-bool HasEntryPoint(void* i_pLibrary, const char* i_pszName)
-{
-    void* const l_pAddress = dlsym(i_pLibrary, i_pszName);
-    link_map* l_pOwn = nullptr;
-    void* l_pFound = nullptr;
-    Dl_info l_Info{};
-    return l_pAddress != nullptr && dlinfo(i_pLibrary, RTLD_DI_LINKMAP, &l_pOwn) == 0 &&
-           dladdr1(l_pAddress, &l_Info, &l_pFound, RTLD_DL_LINKMAP) != 0 && l_pFound == l_pOwn;
 }
 
 /** The text of a file with the places of its lines. */
@@ -163,7 +138,10 @@ public:
             Tell(0, true, std::string("the configuration cannot be read: ") + std::strerror(errno));
         } else {
             m_Lines.Parse(*l_strText);
-            CheckLines();
+            if (CheckText(*l_strText)) {
+                CheckLines();
+            }
+            CheckMissing();
             CheckLog();
         }
         ListPorts();
@@ -178,6 +156,30 @@ private:
         m_Findings.push_back({{"line", i_uLine}, {"wrong", i_bWrong}, {"text", i_strText}});
         m_Program.Print(ConfigurationFile().string() + ":" + std::to_string(i_uLine) + ": " +
                         (i_bWrong ? "wrong: " : "unusual: ") + i_strText + "\n");
+    }
+
+    /** What the library reads is bytes of ASCII or UTF-8, whatever an editor made of them. */
+    bool CheckText(const std::string& i_strText)
+    {
+        if (i_strText.starts_with("\xFF\xFE") || i_strText.starts_with("\xFE\xFF")) {
+            Tell(1, true, "the text is UTF-16, and UTF-8 is read: save it so");
+            return false;
+        }
+        if (i_strText.starts_with("\xEF\xBB\xBF")) {
+            Tell(1, true,
+                 "the text begins with a byte order mark, with which the first line is not read: "
+                 "save it without");
+        }
+        if (const size_t l_uZero = i_strText.find('\0'); l_uZero != std::string::npos) {
+            Tell(1 + static_cast<size_t>(std::count(
+                         i_strText.begin(),
+                         i_strText.begin() + static_cast<std::ptrdiff_t>(l_uZero), '\n')),
+                 true, "a zero byte: what follows it in its line is not read");
+        }
+        if (i_strText.find_first_not_of(" \t\r\n") == std::string::npos) {
+            Tell(1, true, "the file is empty: every key has its default");
+        }
+        return true;
     }
 
     void CheckLines()
@@ -209,7 +211,7 @@ private:
                                 [&](const std::string& i_str) { return Same(i_str, l_strKey); })) {
                     Tell(l_uLine, true, l_strKey + " stands there twice, the first one counts");
                 } else {
-                    CheckKey(l_uLine, l_strSection, l_strKey);
+                    CheckKey(l_uLine, l_strSection, l_strKey, std::string(l_Key.strValue));
                 }
                 l_vKeys.push_back(l_strKey);
             }
@@ -229,15 +231,24 @@ private:
                 return true;
             }
         }
-        const std::string l_strNearest = Nearest(i_strSection, l_vKnown);
+        const size_t l_uFirst = i_strSection.find_first_not_of(" \t");
+        const std::string l_strNearest =
+            l_uFirst == std::string::npos
+                ? ""
+                : Nearest(i_strSection.substr(l_uFirst,
+                                              i_strSection.find_last_not_of(" \t") - l_uFirst + 1),
+                          l_vKnown);
         Tell(i_uLine, true,
-             "nobody reads a section " + i_strSection +
+             "nobody reads a section [" + i_strSection + "]" +
                  (l_strNearest.empty() ? "" : ", was " + l_strNearest + " meant?"));
         return false;
     }
 
-    void CheckKey(size_t i_uLine, const std::string& i_strSection, const std::string& i_strKey)
+    /** @param i_strWritten the value with its quotes. */
+    void CheckKey(size_t i_uLine, const std::string& i_strSection, const std::string& i_strKey,
+                  const std::string& i_strWritten)
     {
+        const std::string l_strValue(*m_Lines.FindText(i_strSection, i_strKey));
         std::vector<std::string> l_vKnown;
         for (const S_KNOWN_KEY& l_Key : k_aKeys) {
             if (!Same(l_Key.pszSection, i_strSection)) {
@@ -245,17 +256,35 @@ private:
             }
             l_vKnown.emplace_back(l_Key.pszKey);
             if (Same(l_Key.pszKey, i_strKey)) {
-                CheckValue(i_uLine, l_Key, std::string(*m_Lines.FindText(i_strSection, i_strKey)));
+                // A number is read as it is written: quotes make 0 of it.
+                CheckValue(i_uLine, l_Key,
+                           l_Key.Value == E_VALUE::NUMBER ? i_strWritten : l_strValue);
                 return;
             }
         }
         if (IsUnitKey(i_strSection, i_strKey)) {
+            if (!Same(std::string_view(i_strKey).substr(0, 4), "UNIT")) {
+                CheckReal(i_uLine, l_strValue, i_strKey + "=" + l_strValue + ": ");
+            }
             return;
         }
         const std::string l_strNearest = Nearest(i_strKey, l_vKnown);
         Tell(i_uLine, true,
              "nobody reads a key " + i_strKey + " in section " + i_strSection +
-                 (l_strNearest.empty() ? "" : ", was " + l_strNearest + " meant?"));
+                 (i_strKey.starts_with('#') ? ": a remark begins with ;"
+                  : l_strNearest.empty()    ? ""
+                                            : ", was " + l_strNearest + " meant?"));
+    }
+
+    void CheckReal(size_t i_uLine, const std::string& i_strValue, const std::string& i_strHead)
+    {
+        double l_dNumber = 0;
+        const char* const l_pcEnd = i_strValue.data() + i_strValue.size();
+        const char* const l_pcFirst = i_strValue.data() + (i_strValue.starts_with('+') ? 1 : 0);
+        const auto [l_pcRest, l_Error] = std::from_chars(l_pcFirst, l_pcEnd, l_dNumber);
+        if (l_Error != std::errc{} || l_pcRest != l_pcEnd) {
+            Tell(i_uLine, true, i_strHead + "this is no number with a point");
+        }
     }
 
     void CheckValue(size_t i_uLine, const S_KNOWN_KEY& i_Key, const std::string& i_strValue)
@@ -266,23 +295,18 @@ private:
             CheckNumber(i_uLine, i_Key, i_strValue, l_strHead);
             break;
         case E_VALUE::REAL:
-            if (i_strValue.empty() ||
-                i_strValue.find_first_not_of("+-.0123456789eE") != std::string::npos) {
-                Tell(i_uLine, true, l_strHead + "this is no number");
-            }
+            CheckReal(i_uLine, i_strValue, l_strHead);
             break;
         case E_VALUE::FILE:
-            if (!i_strValue.empty() && !FindFile(i_strValue)) {
-                Tell(i_uLine, true, l_strHead + "there is no such file");
+            if (!i_strValue.empty()) {
+                FindRegular(i_uLine, i_strValue, l_strHead + "there is no such file");
             }
             break;
         case E_VALUE::PROGRAM:
             CheckProgram(i_uLine, i_strValue, l_strHead);
             break;
         case E_VALUE::PORT:
-            if (access(i_strValue.c_str(), R_OK | W_OK) != 0) {
-                Tell(i_uLine, true, l_strHead + std::strerror(errno));
-            }
+            CheckPort(i_uLine, i_strValue, true, l_strHead);
             break;
         case E_VALUE::LIBRARY:
             CheckLibrary(i_uLine, i_Key.pszSection, i_strValue, l_strHead);
@@ -300,6 +324,11 @@ private:
             Tell(i_uLine, true,
                  i_strHead + "a decimal number is read here, this counts as " +
                      std::to_string(l_ulNumber));
+        } else if (i_strValue.find_first_not_of('0') != std::string::npos &&
+                   i_strValue.substr(i_strValue.find_first_not_of('0')) !=
+                       std::to_string(l_ulNumber)) {
+            Tell(i_uLine, true,
+                 i_strHead + "too large, this counts as " + std::to_string(l_ulNumber));
         } else if (l_ulNumber < i_Key.ulLeast || l_ulNumber > i_Key.ulMost) {
             Tell(i_uLine, true,
                  i_strHead + "out of the range " + std::to_string(i_Key.ulLeast) + " to " +
@@ -309,46 +338,91 @@ private:
 
     void CheckProgram(size_t i_uLine, const std::string& i_strValue, const std::string& i_strHead)
     {
-        const std::optional<std::filesystem::path> l_Path = FindFile(i_strValue);
-        if (!i_strValue.empty() && !l_Path) {
-            Tell(i_uLine, true, i_strHead + "there is no such program");
-        } else if (l_Path && access(l_Path->c_str(), X_OK) != 0) {
+        if (i_strValue.empty()) {
+            return;
+        }
+        const auto l_Path =
+            FindRegular(i_uLine, i_strValue, i_strHead + "there is no such program");
+        if (l_Path && access(l_Path->c_str(), X_OK) != 0) {
             Tell(i_uLine, true, i_strHead + "it cannot be run");
         }
     }
 
-    /** Loads a link library the way a driver does. */
+    /** A file that is named, or a word that it is missing or none. */
+    std::optional<std::filesystem::path> FindRegular(size_t i_uLine, const std::string& i_strName,
+                                                     const std::string& i_strMissing)
+    {
+        const std::optional<std::filesystem::path> l_Path = FindFile(i_strName);
+        std::error_code l_Error;
+        if (!l_Path) {
+            Tell(i_uLine, true, i_strMissing);
+        } else if (!std::filesystem::is_regular_file(*l_Path, l_Error)) {
+            Tell(i_uLine, true, l_Path->string() + " is no file");
+            return std::nullopt;
+        } else if (access(l_Path->c_str(), R_OK) != 0) {
+            Tell(i_uLine, true, l_Path->string() + ": " + std::strerror(errno));
+        }
+        return l_Path;
+    }
+
+    void CheckPort(size_t i_uLine, const std::string& i_strPort, bool i_bWrong,
+                   const std::string& i_strHead)
+    {
+        std::error_code l_Error;
+        if (access(i_strPort.c_str(), R_OK | W_OK) != 0) {
+            Tell(i_uLine, i_bWrong, i_strHead + std::strerror(errno));
+        } else if (!std::filesystem::is_character_file(i_strPort, l_Error)) {
+            Tell(i_uLine, i_bWrong, i_strHead + "this is no serial port");
+        }
+    }
+
+    /** What a driver needs and the configuration does not name. */
+    void CheckMissing()
+    {
+        for (const auto& [l_pszSection, l_pszDefault] :
+             {std::pair{"IM", ""}, {"BT", "zondebtc6.dll"}, {"USB", "zondeusbc6.dll"}}) {
+            const auto l_strName = m_Lines.FindText(l_pszSection, "DRIVER_NAME");
+            if (!IsLoaded(l_pszSection) || (l_strName && !l_strName->empty())) {
+                continue;
+            }
+            const std::string l_strHead =
+                "section " + std::string(l_pszSection) + " without DRIVER_NAME: ";
+            if (*l_pszDefault == 0) {
+                Tell(0, true,
+                     l_strHead + "no link library is named, and without SIMU=1 one is needed");
+            } else if (!l_strName) {
+                CheckLibrary(0, l_pszSection, l_pszDefault, l_strHead);
+            }
+        }
+        const std::string l_strLink(m_Lines.FindText("IM", "DRIVER_NAME").value_or(""));
+        if (!IsLoaded("IM") ||
+            std::filesystem::path(l_strLink).filename().string() != "serial_link.so") {
+            return;
+        }
+        for (const auto& [l_pszKey, l_pszPort] :
+             {std::pair{"PORT_1", "/dev/ttyS0"}, {"PORT_2", "/dev/ttyS1"}}) {
+            if (!m_Lines.FindText("SERIAL_LINK", l_pszKey)) {
+                CheckPort(0, l_pszPort, false,
+                          std::string(l_pszKey) + " is not there, " + l_pszPort + " is taken: ");
+            }
+        }
+    }
+
+    /** Whether the driver of a section is built with a link library. */
+    [[nodiscard]] bool IsLoaded(const char* i_pszSection) const
+    {
+        return m_Lines.GetInt(i_pszSection, "SIMU", 0) == 0 &&
+               (Same(i_pszSection, "IM") || m_Lines.GetInt(i_pszSection, "LOAD", 0) != 0);
+    }
+
     void CheckLibrary(size_t i_uLine, const std::string& i_strSection,
                       const std::string& i_strValue, const std::string& i_strHead)
     {
-        if (m_Lines.GetInt(i_strSection.c_str(), "SIMU", 0) != 0 || i_strValue.empty()) {
-            return;
-        }
-        std::string l_strPath = i_strValue;
-        std::error_code l_Error;
-        if (i_strValue.find('/') == std::string::npos) {
-            for (const std::filesystem::path& l_Folder : {HomeFolder(), LinksFolder()}) {
-                if (!l_Folder.empty() && std::filesystem::exists(l_Folder / i_strValue, l_Error)) {
-                    l_strPath = (l_Folder / i_strValue).string();
-                    break;
-                }
+        if (IsLoaded(i_strSection.c_str()) && !i_strValue.empty()) {
+            for (const std::string& l_strFault : LibraryFaults(i_strSection, i_strValue)) {
+                Tell(i_uLine, true, i_strHead + l_strFault);
             }
         }
-        void* l_pLibrary = dlopen(l_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (l_pLibrary == nullptr) {
-            const char* l_pszWhy = dlerror();
-            Tell(i_uLine, true, i_strHead + (l_pszWhy == nullptr ? "not loaded" : l_pszWhy));
-            return;
-        }
-        for (const S_ENTRY_POINTS& l_Points : k_aEntryPoints) {
-            for (const char* l_pszName : l_Points.vNames) {
-                if (Same(i_strSection, l_Points.pszSection) &&
-                    !HasEntryPoint(l_pLibrary, l_pszName)) {
-                    Tell(i_uLine, true, i_strHead + "it has no entry point " + l_pszName);
-                }
-            }
-        }
-        dlclose(l_pLibrary);
     }
 
     void CheckLog()

@@ -35,6 +35,12 @@ bool Exists(const std::string& i_strPath)
     return std::filesystem::exists(i_strPath, l_Error);
 }
 
+/** Whether a comment line tells when rows began. */
+bool IsStart(const std::string& i_strLine)
+{
+    return i_strLine.starts_with("# start:");
+}
+
 /** The file behind a chain of links, so that a rename does not replace a link. */
 std::string BehindLinks(const std::string& i_strPath)
 {
@@ -156,14 +162,39 @@ void CCsvFile::CheckColumns()
     }
     std::ifstream l_File(m_strName);
     std::string l_strLine;
-    while (std::getline(l_File, l_strLine) && l_strLine.starts_with('#')) {
-    }
-    if (l_strLine.ends_with('\r')) {
-        l_strLine.pop_back();
+    const auto l_TakeLine = [&] {
+        const bool l_bTaken = static_cast<bool>(std::getline(l_File, l_strLine));
+        if (l_strLine.ends_with('\r')) {
+            l_strLine.pop_back();
+        }
+        return l_bTaken;
+    };
+    bool l_bUnits = false;
+    while (l_TakeLine() && l_strLine.starts_with('#')) {
+        CheckHeadLine(l_strLine);
+        l_bUnits = l_bUnits || l_strLine.starts_with("# channel_");
     }
     if (l_File && l_strLine != ColumnLine()) {
         throw S_FILE_ERROR{m_strName + " has the columns " + l_strLine + ", and these are " +
-                           ColumnLine()};
+                           ColumnLine() + ": take another file"};
+    }
+    if (l_File && !l_bUnits && !m_Form.vScales.empty()) {
+        throw S_FILE_ERROR{m_strName + " does not say that its values are scaled, and these are: "
+                                       "take another file"};
+    }
+}
+
+/** Under a head that says something else new rows would be read wrongly. */
+void CCsvFile::CheckHeadLine(const std::string& i_strLine) const
+{
+    const size_t l_uKey = i_strLine.find(':');
+    for (const std::string& l_strOwn : m_Form.vHead) {
+        const std::string l_strLine = "# " + l_strOwn;
+        if (l_uKey != std::string::npos && !IsStart(i_strLine) && l_strLine != i_strLine &&
+            l_strLine.compare(0, l_uKey + 1, i_strLine, 0, l_uKey + 1) == 0) {
+            throw S_FILE_ERROR{m_strName + " says \"" + i_strLine.substr(2) + "\", and this is \"" +
+                               l_strOwn + "\": take another file"};
+        }
     }
 }
 
@@ -310,7 +341,11 @@ void CCsvFile::AppendToExisting()
         if (l_Old.get() != '\n') {
             l_Joined << '\n';
         }
+        // Of the new head the old rows need nothing but where the new ones begin.
         for (std::string l_strLine; std::getline(l_New, l_strLine) && l_strLine.starts_with('#');) {
+            if (IsStart(l_strLine)) {
+                l_Joined << l_strLine << '\n';
+            }
         }
     }
     if (m_uRows != 0) {

@@ -101,6 +101,7 @@ public:
 private:
     void Begin();
     void CheckColumns();
+    void CheckHeadLine(const std::string& i_strLine) const;
     char* AddRow(char* o_pcAt, const Channels& i_vChannels, size_t i_uRow, size_t i_uTotal) const;
     std::string ColumnLine() const;
     void Flush();

@@ -2,6 +2,7 @@
 #include "Session.h"
 #include "Settings.h"
 
+#include <algorithm>
 #include <array>
 
 namespace host {
@@ -19,15 +20,19 @@ std::string Row(const std::string& i_strDriver, const std::string& i_strID,
     return l_szRow.data();
 }
 
-void RunDrivers(CProgram& io_Program)
+/** Drivers of one sort, in a table and as a list. */
+void List(CProgram& io_Program, const std::vector<S_DRIVER>& i_vDrivers, bool i_bReachable)
 {
-    const CSession l_Session(io_Program.Options());
     nlohmann::json l_List = nlohmann::json::array();
-    bool l_bAllReady = true;
-    io_Program.Print(Row("driver", "ID", "hardware", "kind", "state"));
-    for (const S_DRIVER& l_Driver : l_Session.Drivers()) {
+    for (const S_DRIVER& l_Driver : i_vDrivers) {
+        if (l_Driver.bReachable != i_bReachable) {
+            continue;
+        }
+        if (l_List.empty()) {
+            io_Program.Print(i_bReachable ? Row("driver", "ID", "hardware", "kind", "state")
+                                          : "\nnot reachable:\n");
+        }
         const std::string l_strHardware = LinkTypeInWords(l_Driver.strLinkType);
-        l_bAllReady = l_bAllReady && l_Driver.bReady;
         io_Program.Print(Row(l_Driver.strLinkType, std::to_string(l_Driver.ulID), l_strHardware,
                              l_Driver.strKind, l_Driver.bReady ? "ready" : "not ready, see below"));
         l_List.push_back({{"id", l_Driver.ulID},
@@ -37,7 +42,17 @@ void RunDrivers(CProgram& io_Program)
                           {"ready", l_Driver.bReady},
                           {"name", l_Driver.strName}});
     }
-    io_Program.Document()["drivers"] = l_List;
+    io_Program.Document()[i_bReachable ? "drivers" : "not_reachable"] = l_List;
+}
+
+void RunDrivers(CProgram& io_Program)
+{
+    const CSession l_Session(io_Program.Options());
+    // The library keeps a driver whose port did not open; for who looks for hardware it is not there.
+    List(io_Program, l_Session.Drivers(), true);
+    List(io_Program, l_Session.Drivers(), false);
+    const bool l_bAllReady = std::all_of(l_Session.Drivers().begin(), l_Session.Drivers().end(),
+                                         [](const S_DRIVER& i_Driver) { return i_Driver.bReady; });
     io_Program.Document()["configuration"] = ConfigurationFile().string();
     if (l_Session.LoadResult().ulStatus != 0) {
         throw S_FAILURE{k_lExitNoDriver, "not all drivers came up", l_Session.LoadResult()};

@@ -57,6 +57,9 @@ std::vector<S_LIVE_ROW> LiveRows(const CSession& i_Session, const S_LIVE_SETTING
 {
     std::vector<S_LIVE_ROW> l_vRows;
     for (const S_DRIVER& l_Driver : i_Session.Drivers()) {
+        if (!l_Driver.bReachable) {
+            continue;
+        }
         const auto l_Add = [&](const std::string& i_strName, uint32_t i_ulPlace, uint32_t i_ulShown,
                                bool i_bUnit) {
             l_vRows.push_back({i_strName + " " + std::to_string(i_ulShown), l_Driver, i_ulPlace,
@@ -79,7 +82,10 @@ std::vector<S_LIVE_ROW> LiveRows(const CSession& i_Session, const S_LIVE_SETTING
         }
     }
     if (l_vRows.empty()) {
-        throw S_FAILURE{k_lExitNoDriver, "no driver is loaded", i_Session.LoadResult()};
+        throw S_FAILURE{k_lExitNoDriver,
+                        i_Session.Drivers().empty() ? "no driver is loaded"
+                                                    : "no driver reaches its hardware",
+                        i_Session.LoadResult()};
     }
     return l_vRows;
 }
@@ -101,13 +107,13 @@ void CLive::Measure(const S_LIVE_ROW& i_Row, S_LIVE_ROUND& io_Round)
         l_Call);
     const std::string l_strError = l_Result.ulStatus == 0 ? "" : ExplainRecord(l_Result, l_Call);
     for (size_t i = 0; i < (l_bModule ? k_ulModuleValues : 1); ++i) {
-        io_Round.vValues.push_back({i_Row.Unit.Of((*l_pValues)[i]), l_strError});
+        io_Round.vValues.push_back({i_Row.Unit.Of((*l_pValues)[i]), l_strError, false});
     }
     // A dead board has thirteen inputs, and each would be waited for.
     while (!l_strError.empty() && l_Call.ulElapsedMs >= k_ulSlowMs &&
            io_Round.vValues.size() < m_vRows.size() &&
            m_vRows[io_Round.vValues.size()].Driver.ulID == i_Row.Driver.ulID) {
-        io_Round.vValues.push_back({0, l_strError});
+        io_Round.vValues.push_back({0, l_strError, false});
     }
 }
 
@@ -118,9 +124,25 @@ void CLive::Round()
         if (StopSignals() != 0) {
             return;
         }
-        Measure(m_vRows[l_Round.vValues.size()], l_Round);
+        const S_LIVE_ROW& l_Row = m_vRows[l_Round.vValues.size()];
+        if (Rests(l_Row.Driver)) {
+            l_Round.vValues.push_back({0, "", true});
+            continue;
+        }
+        if (m_bStarted) {
+            // The blocks do not wait for a slow module or probe.
+            Acquire();
+        }
+        Measure(l_Row, l_Round);
     }
     m_fnRound(l_Round);
+}
+
+/** Whether a driver is not to be asked for a measure now: what its firmware makes of one in the middle
+ *  of an acquisition nobody knows, and neither may spoil the other. */
+bool CLive::Rests(const S_DRIVER& i_Driver) const
+{
+    return m_bStarted && i_Driver.ulID == m_oBoard->ulID;
 }
 
 void CLive::TakeBlock()

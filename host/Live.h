@@ -33,8 +33,10 @@ struct S_LIVE_ROW
 struct S_LIVE_VALUE
 {
     double dValue = 0;
-    /** Empty: the value is good. */
+    /** Empty: the value is good, or not asked for. */
     std::string strError;
+    /** Not asked for: the board acquires. */
+    bool bRests = false;
 };
 
 /** One round of measures: a value for each row. */
@@ -93,6 +95,7 @@ private:
     void Round();
     void Measure(const S_LIVE_ROW& i_Row, S_LIVE_ROUND& io_Round);
     void Acquire();
+    bool Rests(const S_DRIVER& i_Driver) const;
     void TakeBlock();
     void StopDevice();
 

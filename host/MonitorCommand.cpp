@@ -46,7 +46,7 @@ std::string RowLine(const S_LIVE_ROW& i_Row, size_t i_uRow,
     }
     const S_LIVE_VALUE& l_Last = i_Rounds.back().vValues[i_uRow];
     if (!l_Last.strError.empty()) {
-        return l_strLine + l_Last.strError;
+        return l_strLine + Cell("failed");
     }
     constexpr size_t k_uHead = 64;
     const size_t l_uShown =
@@ -79,6 +79,30 @@ void AddLog(const std::deque<std::string>& i_Lines, size_t i_uRoom,
                     i_Lines.end());
 }
 
+/** Why values are missing, each reason once with the rows that it is about. */
+void AddFailures(const std::vector<S_LIVE_ROW>& i_vRows, const S_LIVE_ROUND& i_Round,
+                 std::vector<std::string>& io_vPage)
+{
+    std::vector<std::pair<std::string, std::string>> l_vFailures;
+    for (size_t i = 0; i < i_vRows.size(); ++i) {
+        const std::string& l_strError = i_Round.vValues[i].strError;
+        if (l_strError.empty()) {
+            continue;
+        }
+        const auto l_itSame =
+            std::find_if(l_vFailures.begin(), l_vFailures.end(),
+                         [&](const auto& i_Failure) { return i_Failure.first == l_strError; });
+        if (l_itSame == l_vFailures.end()) {
+            l_vFailures.emplace_back(l_strError, i_vRows[i].strName);
+        } else {
+            l_itSame->second += ", " + i_vRows[i].strName;
+        }
+    }
+    for (const auto& [l_strError, l_strRows] : l_vFailures) {
+        io_vPage.push_back(l_strRows + ": " + l_strError);
+    }
+}
+
 /** Which drivers there are, and why others are not. */
 std::vector<std::string> Drivers(const CSession& i_Session)
 {
@@ -87,7 +111,9 @@ std::vector<std::string> Drivers(const CSession& i_Session)
     for (const S_DRIVER& l_Driver : i_Session.Drivers()) {
         l_strDrivers += (l_strDrivers.empty() ? "" : "; ") + l_Driver.strLinkType + " " +
                         (l_Driver.IsSimulated() ? "SIMULATED" : l_Driver.strKind) +
-                        (l_Driver.bReady ? "" : " (not ready)");
+                        (!l_Driver.bReachable ? " (not reachable)"
+                         : l_Driver.bReady    ? ""
+                                              : " (not ready)");
     }
     l_vLines.push_back(l_strDrivers);
     for (const CECORE_REASON& l_Reason : i_Session.RemainingReasons()) {
@@ -128,6 +154,9 @@ void RunMonitor(CProgram& io_Program, const S_LIVE_SETTINGS& i_Settings)
             for (size_t i = 0; i < l_vRows.size(); ++i) {
                 l_vPage.push_back(
                     RowLine(l_vRows[i], i, l_History.Rounds, l_uColumns, l_Screen.IsWide()));
+            }
+            if (!l_History.Rounds.empty()) {
+                AddFailures(l_vRows, l_History.Rounds.back(), l_vPage);
             }
         }
         // What the link libraries print stands above the trace.

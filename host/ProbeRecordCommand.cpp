@@ -1,9 +1,7 @@
 /** tornval probe record: a rolling acquisition of a probe. */
 #include "ProbeCommands.h"
-#include "Progress.h"
 #include "Samples.h"
 #include "Session.h"
-#include "Stop.h"
 #include "TableOutput.h"
 #include "wire/Bytes.h"
 
@@ -20,16 +18,14 @@ struct S_RECORD_OPTIONS
     std::string strDriver;
     uint32_t ulChannel = 0;
     uint32_t ulParam = 0;
-    uint32_t ulReads = 0;
-    uint32_t ulInterval = 100;
-    S_TABLE_OPTIONS Table;
+    S_RUN_OPTIONS Run;
 };
 
 class CRecording
 {
 public:
-    CRecording(CProgram& io_Program, const S_DRIVER& i_Probe, const S_RECORD_OPTIONS& i_Options)
-        : m_Program(io_Program), m_Probe(i_Probe), m_Options(i_Options)
+    CRecording(const S_DRIVER& i_Probe, const S_RECORD_OPTIONS& i_Options)
+        : m_Probe(i_Probe), m_Options(i_Options)
     {
     }
 
@@ -46,22 +42,9 @@ public:
 
     void Stop() { m_Exchange.RunOrThrow(m_Probe, k_ucStopRecord, {}, k_ulStopTimeout); }
 
-    /** Reads until the number is reached or a signal asks to stop. */
     void Read(CTableOutput& io_Table)
     {
-        CProgress l_Progress(m_Program.Options().bProgress, "recording", m_Options.ulReads);
-        for (uint64_t i = 0;
-             (m_Options.Table.bFollow || i < m_Options.ulReads) && StopSignal() == 0; ++i) {
-            if (i != 0) {
-                SleepUnlessStopped(std::chrono::milliseconds(m_Options.ulInterval));
-            }
-            ReadOnce(io_Table);
-            m_Program.Document()["reads"] = i + 1;
-            if (m_Options.Table.bFollow) {
-                m_Program.Stream({{"time", NowText()}, {"read", i}, {"rows", io_Table.Rows()}});
-            }
-            l_Progress.Advance();
-        }
+        io_Table.TakeSteps(m_Options.Run, "read", [&](uint64_t) { ReadOnce(io_Table); });
     }
 
     /** Tells of reads whose samples came with an error status of the probe. @throws S_FAILURE. */
@@ -96,7 +79,6 @@ private:
         io_Table.Append(m_vChannels);
     }
 
-    CProgram& m_Program;
     const S_DRIVER& m_Probe;
     const S_RECORD_OPTIONS& m_Options;
     CExchange m_Exchange;
@@ -107,9 +89,7 @@ private:
 
 void RunProbeRecord(CProgram& io_Program, const S_RECORD_OPTIONS& i_Options)
 {
-    if (i_Options.ulReads == 0 && !i_Options.Table.bFollow) {
-        throw S_FAILURE{k_lExitUsage, "--reads or --follow is required"};
-    }
+    CheckRun(i_Options.Run, "reads");
     const CSession l_Session(io_Program.Options());
     const S_DRIVER& l_Probe = l_Session.ProbeByName(i_Options.strDriver);
     Announce(io_Program, l_Probe);
@@ -117,9 +97,9 @@ void RunProbeRecord(CProgram& io_Program, const S_RECORD_OPTIONS& i_Options)
     for (uint32_t i = 0; i <= i_Options.ulChannel; ++i) {
         l_vChannels[i].Unit = UnitOf(l_Session.Settings(), l_Probe.strLinkType, i);
     }
-    CTableOutput l_Table(io_Program, WithPeriod(i_Options.Table, l_Session, l_Probe), l_Probe,
+    CTableOutput l_Table(io_Program, WithPeriod(i_Options.Run.Table, l_Session, l_Probe), l_Probe,
                          l_vChannels, "Rolling acquisition of the probe " + l_Probe.strLinkType);
-    CRecording l_Recording(io_Program, l_Probe, i_Options);
+    CRecording l_Recording(l_Probe, i_Options);
     l_Table.Run(
         [&] {
             l_Recording.Start();
@@ -142,14 +122,8 @@ void AddProbeRecordCommand(CCommand i_Probe, CProgram& io_Program)
         .Within(0, 1);
     l_Record.Option("--param", l_Options.ulParam, "measuring parameter, handed to the probe")
         .ShowDefault();
-    const COption l_Reads =
-        l_Record.Option("--reads", l_Options.ulReads, "number of reads").Within(1U, 1000000000U);
-    l_Record
-        .Flag("--follow", l_Options.Table.bFollow, "until stopped; with --json one object a line")
-        .Excludes(l_Reads);
-    l_Record.Option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
-        .ShowDefault();
-    AddTableOptions(l_Record, l_Options.Table);
+    l_Options.Run.ulInterval = 100;
+    AddRunOptions(l_Record, l_Options.Run, "reads");
 }
 
 } // namespace host

@@ -74,7 +74,8 @@ public:
                                           {"link", l_Driver.strLinkType},
                                           {"words", LinkTypeInWords(l_Driver.strLinkType)},
                                           {"kind", l_Driver.strKind},
-                                          {"ready", l_Driver.bReady}});
+                                          {"ready", l_Driver.bReady},
+                                          {"reachable", l_Driver.bReachable}});
         }
         m_Start["reasons"] = ReasonDocument(i_Session.RemainingReasons());
         for (const S_LIVE_ROW& l_Row : i_vRows) {
@@ -92,8 +93,9 @@ public:
         nlohmann::json l_Errors = nlohmann::json::object();
         for (size_t i = 0; i < i_Round.vValues.size(); ++i) {
             const S_LIVE_VALUE& l_Value = i_Round.vValues[i];
-            l_Values.push_back(l_Value.strError.empty() ? nlohmann::json(l_Value.dValue)
-                                                        : nlohmann::json(nullptr));
+            l_Values.push_back(l_Value.strError.empty() && !l_Value.bRests
+                                   ? nlohmann::json(l_Value.dValue)
+                                   : nlohmann::json(nullptr));
             if (!l_Value.strError.empty()) {
                 l_Errors[std::to_string(i)] = l_Value.strError;
             }

@@ -86,10 +86,14 @@ CSession::CSession(const S_OPTIONS& i_Options) : m_Options(i_Options)
     const std::vector<CECORE_REASON> l_vReasons = RemainingReasons();
     for (S_DRIVER& l_Driver : m_vDrivers) {
         l_Driver.strKind = KindOf(l_Driver, m_Settings);
-        l_Driver.bReady =
-            std::none_of(l_vReasons.begin(), l_vReasons.end(), [&](const CECORE_REASON& i_Reason) {
-                return l_Driver.strLinkType == i_Reason.about;
-            });
+        for (const CECORE_REASON& l_Reason : l_vReasons) {
+            if (l_Driver.strLinkType == l_Reason.about) {
+                l_Driver.bReady = false;
+                // An answer that is amiss has no code of the system, a link that does not open has one.
+                l_Driver.bReachable =
+                    l_Driver.bReachable && (l_Reason.code == 0 || l_Driver.IsSimulated());
+            }
+        }
     }
 }
 

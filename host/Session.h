@@ -23,8 +23,10 @@ struct S_DRIVER
     std::string strName;
     /** "simulated", "emulated", "replayed", "serial /dev/ttyUSB0" or "link NAME". */
     std::string strKind;
-    /** Whether its link is open, as far as the load told. */
+    /** Whether the load told nothing against it. */
     bool bReady = true;
+    /** Whether there is anything behind the driver: the load told of no link that failed. */
+    bool bReachable = true;
 
     bool IsSimulated() const { return strKind == "simulated"; }
     bool IsProbe() const { return strLinkType == "BT" || strLinkType == "USB"; }

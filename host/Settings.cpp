@@ -2,9 +2,11 @@
 
 #include "cecore.h"
 
+#include <cerrno>
 #include <charconv>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
+#include <memory>
+#include <vector>
 
 namespace host {
 
@@ -41,12 +43,26 @@ std::filesystem::path ConfigurationFile()
 
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& i_Path)
 {
-    std::ifstream l_File(i_Path, std::ios::binary);
-    if (!l_File) {
+    // A pipe would be waited for.
+    std::error_code l_Error;
+    const std::filesystem::file_status l_Status = std::filesystem::status(i_Path, l_Error);
+    if (std::filesystem::exists(l_Status) && !std::filesystem::is_regular_file(l_Status)) {
+        errno = std::filesystem::is_directory(l_Status) ? EISDIR : ENOTSUP;
         return std::nullopt;
     }
-    std::string l_strText{std::istreambuf_iterator<char>(l_File), {}};
-    return l_File.bad() ? std::nullopt : std::optional<std::string>(std::move(l_strText));
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> l_pFile(std::fopen(i_Path.c_str(), "rbe"),
+                                                                  &std::fclose);
+    if (l_pFile == nullptr) {
+        return std::nullopt;
+    }
+    std::string l_strText;
+    std::vector<char> l_vPiece(65536);
+    size_t l_uRead = 0;
+    while ((l_uRead = std::fread(l_vPiece.data(), 1, l_vPiece.size(), l_pFile.get())) != 0) {
+        l_strText.append(l_vPiece.data(), l_uRead);
+    }
+    return std::ferror(l_pFile.get()) != 0 ? std::nullopt
+                                           : std::optional<std::string>(std::move(l_strText));
 }
 
 std::optional<std::filesystem::path> FindFile(const std::string& i_strName)

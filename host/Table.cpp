@@ -186,7 +186,14 @@ void ReadRows(std::string_view i_strRows, S_TABLE& io_Table, bool i_bProgress)
     const char* l_pcAt = i_strRows.data();
     const char* const l_pcEnd = l_pcAt + i_strRows.size();
     size_t l_uInStep = 0;
+    const auto l_SkipLine = [&] {
+        while (l_pcAt != l_pcEnd && *l_pcAt++ != '\n') {
+        }
+    };
     for (; l_pcAt != l_pcEnd; ++io_Table.uRows) {
+        while (l_pcAt != l_pcEnd && *l_pcAt == '#') {
+            l_SkipLine(); // where rows were put behind others
+        }
         double l_dX = static_cast<double>(io_Table.uRows);
         const auto l_TakeCell = [&] {
             const double l_dNumber = TakeNumber(l_pcAt, l_pcEnd);
@@ -201,8 +208,7 @@ void ReadRows(std::string_view i_strRows, S_TABLE& io_Table, bool i_bProgress)
         for (S_STEP& l_Step : l_vSteps) {
             Add(l_Step, l_dX, l_TakeCell());
         }
-        while (l_pcAt != l_pcEnd && *l_pcAt++ != '\n') {
-        }
+        l_SkipLine();
         if (++l_uInStep == l_uPerStep) {
             l_uInStep = 0;
             l_CloseAll();

@@ -1,5 +1,6 @@
 #include "TableOutput.h"
 
+#include "Progress.h"
 #include "Stop.h"
 
 #include <algorithm>
@@ -115,6 +116,25 @@ void AddTableOptions(CCommand i_Command, S_TABLE_OPTIONS& io_Options)
         .Positive();
 }
 
+void AddRunOptions(CCommand i_Command, S_RUN_OPTIONS& io_Options, const std::string& i_strSteps)
+{
+    const COption l_Steps =
+        i_Command.Option("--" + i_strSteps, io_Options.ulSteps, "number of " + i_strSteps)
+            .Within(1U, 1000000000U);
+    i_Command.Flag("--follow", io_Options.bFollow, "until stopped; with --json one object a line")
+        .Excludes(l_Steps);
+    i_Command.Option("--interval", io_Options.ulInterval, "pause between two, milliseconds")
+        .ShowDefault();
+    AddTableOptions(i_Command, io_Options.Table);
+}
+
+void CheckRun(const S_RUN_OPTIONS& i_Options, const std::string& i_strSteps)
+{
+    if (i_Options.ulSteps == 0 && !i_Options.bFollow) {
+        throw S_FAILURE{k_lExitUsage, "--" + i_strSteps + " or --follow is required"};
+    }
+}
+
 S_TABLE_OPTIONS WithPeriod(S_TABLE_OPTIONS i_Options, const CSession& i_Session,
                            const S_DRIVER& i_Driver)
 {
@@ -155,6 +175,26 @@ CTableOutput::CTableOutput(CProgram& io_Program, const S_TABLE_OPTIONS& i_Option
     }
     if (i_Driver.IsSimulated()) {
         m_Plot.strTitle += " (simulated)";
+    }
+}
+
+void CTableOutput::TakeSteps(const S_RUN_OPTIONS& i_Options, const std::string& i_strStep,
+                             const std::function<void(uint64_t)>& i_fnStep)
+{
+    CProgress l_Progress(m_Program.Options().bProgress, i_strStep + "s", i_Options.ulSteps);
+    for (uint64_t i = 0; (i_Options.bFollow || i < i_Options.ulSteps) && StopSignal() == 0; ++i) {
+        if (i != 0) {
+            SleepUnlessStopped(std::chrono::milliseconds(i_Options.ulInterval));
+        }
+        if (StopSignal() != 0) {
+            return;
+        }
+        i_fnStep(i);
+        m_Program.Document()[i_strStep + "s"] = i + 1;
+        if (i_Options.bFollow) {
+            m_Program.Stream({{"time", NowText()}, {i_strStep, i}, {"rows", Rows()}});
+        }
+        l_Progress.Advance();
     }
 }
 

@@ -21,7 +21,6 @@ struct S_TABLE_OPTIONS
     std::string strPlot;
     bool bForce = false;
     bool bAppend = false;
-    bool bFollow = false;
     std::string strFormat = "csv";
 
     bool IsNpy() const { return strFormat == "npy"; }
@@ -30,6 +29,21 @@ struct S_TABLE_OPTIONS
 
 /** Adds --csv, --format, --plot, --force, --append, --period. */
 void AddTableOptions(CCommand i_Command, S_TABLE_OPTIONS& io_Options);
+
+/** How long an acquisition goes on, and what becomes of it. */
+struct S_RUN_OPTIONS
+{
+    uint32_t ulSteps = 0;
+    bool bFollow = false;
+    uint32_t ulInterval = 0;
+    S_TABLE_OPTIONS Table;
+};
+
+/** Adds an option for the number of steps, as "--blocks"; --follow, --interval and those of the table. */
+void AddRunOptions(CCommand i_Command, S_RUN_OPTIONS& io_Options, const std::string& i_strSteps);
+
+/** Refuses a run of no length. @throws S_FAILURE. */
+void CheckRun(const S_RUN_OPTIONS& i_Options, const std::string& i_strSteps);
 
 /** One channel of an acquisition. */
 struct S_CHANNEL
@@ -61,6 +75,15 @@ public:
      */
     CTableOutput(CProgram& io_Program, const S_TABLE_OPTIONS& i_Options, const S_DRIVER& i_Driver,
                  const std::vector<S_CHANNEL>& i_vChannels, std::string i_strTitle);
+
+    /**
+     * Takes one step after another until their number is reached or a signal asks to stop, with progress
+     * and, where the run has no end, an object for each on standard output.
+     *
+     * @param i_strStep what a step is called, as "block".
+     */
+    void TakeSteps(const S_RUN_OPTIONS& i_Options, const std::string& i_strStep,
+                   const std::function<void(uint64_t i_uStep)>& i_fnStep);
 
     void Append(const Channels& i_vChannels);
     size_t Rows() const { return m_Csv.Rows(); }

@@ -1,6 +1,5 @@
 /** tornval upload: an acquisition of the board, block by block, to a CSV file and a picture. */
 #include "BoardCommands.h"
-#include "Progress.h"
 #include "Samples.h"
 #include "Session.h"
 #include "Stop.h"
@@ -10,44 +9,24 @@ namespace host {
 
 namespace {
 
-struct S_UPLOAD_OPTIONS
-{
-    uint32_t ulBlocks = 0;
-    uint32_t ulInterval = 0;
-    S_TABLE_OPTIONS Table;
-};
-
-void TakeBlocks(CExchange& io_Exchange, const S_DRIVER& i_Board, const S_UPLOAD_OPTIONS& i_Options,
+void TakeBlocks(CExchange& io_Exchange, const S_DRIVER& i_Board, const S_RUN_OPTIONS& i_Options,
                 CTableOutput& io_Table, CProgram& io_Program)
 {
     std::vector<size_t> l_vSamples(k_uBoardChannels);
-    nlohmann::json& l_Document = io_Program.Document();
-    CProgress l_Progress(io_Program.Options().bProgress, "acquisition", i_Options.ulBlocks);
     Channels l_vChannels;
-    for (uint64_t l_uBlock = 0;
-         (i_Options.Table.bFollow || l_uBlock < i_Options.ulBlocks) && StopSignal() == 0;
-         ++l_uBlock) {
-        if (l_uBlock != 0) {
-            SleepUnlessStopped(std::chrono::milliseconds(i_Options.ulInterval));
-        }
+    io_Table.TakeSteps(i_Options, "block", [&](uint64_t i_uBlock) {
         io_Exchange.RunOrThrow(i_Board, k_ucUpload, {}, k_ulBoardTimeout);
         if (!SplitChannels(io_Exchange.Words(), io_Exchange.Size(), k_uBoardChannels,
                            l_vChannels)) {
-            throw S_FAILURE{k_lExitDevice, "block " + std::to_string(l_uBlock) +
+            throw S_FAILURE{k_lExitDevice, "block " + std::to_string(i_uBlock) +
                                                ": its sample counts do not add up to its size"};
         }
         io_Table.Append(l_vChannels);
         for (size_t i = 0; i < k_uBoardChannels; ++i) {
             l_vSamples[i] += l_vChannels[i].size();
         }
-        l_Document["blocks"] = l_uBlock + 1;
-        l_Document["samples"] = l_vSamples;
-        if (i_Options.Table.bFollow) {
-            io_Program.Stream(
-                {{"time", NowText()}, {"block", l_uBlock}, {"rows", io_Table.Rows()}});
-        }
-        l_Progress.Advance();
-    }
+        io_Program.Document()["samples"] = l_vSamples;
+    });
     if (io_Table.Rows() == 0 && StopSignal() == 0) {
         throw S_FAILURE{k_lExitDevice,
                         "the board answered without a single sample. A simulated board does so "
@@ -68,11 +47,9 @@ std::vector<S_CHANNEL> BoardChannels(const CSession& i_Session, const S_DRIVER& 
     return l_vChannels;
 }
 
-void RunUpload(CProgram& io_Program, const S_UPLOAD_OPTIONS& i_Options)
+void RunUpload(CProgram& io_Program, const S_RUN_OPTIONS& i_Options)
 {
-    if (i_Options.ulBlocks == 0 && !i_Options.Table.bFollow) {
-        throw S_FAILURE{k_lExitUsage, "--blocks or --follow is required"};
-    }
+    CheckRun(i_Options, "blocks");
     CSession l_Session(io_Program.Options());
     const S_DRIVER l_Board = l_Session.ByLinkType("IM");
     Announce(io_Program, l_Board);
@@ -95,14 +72,7 @@ void AddUploadCommand(CCommand i_Parent, CProgram& io_Program)
         i_Parent, "upload",
         "Runs an acquisition of the board: start, blocks, stop. Ctrl-C stops it properly",
         RunUpload);
-    const COption l_Blocks =
-        l_Upload.Option("--blocks", l_Options.ulBlocks, "number of blocks").Within(1U, 1000000000U);
-    l_Upload
-        .Flag("--follow", l_Options.Table.bFollow, "until stopped; with --json one object a line")
-        .Excludes(l_Blocks);
-    l_Upload.Option("--interval", l_Options.ulInterval, "pause between two, milliseconds")
-        .ShowDefault();
-    AddTableOptions(l_Upload, l_Options.Table);
+    AddRunOptions(l_Upload, l_Options, "blocks");
 }
 
 } // namespace host

@@ -44,12 +44,20 @@ function showValues(values, errors) {
     const known = inputData[i + 1].filter((value) => value !== null);
     const least = known.reduce((a, b) => Math.min(a, b), Infinity);
     const most = known.reduce((a, b) => Math.max(a, b), -Infinity);
-    return [row.name, values[i] ?? "", known.length ? least : "", known.length ? most : "",
-      row.unit, errors[i] ?? ""];
+    return [row.name, values[i] ?? (errors[i] ? "failed" : "acquiring"),
+      known.length ? least : "", known.length ? most : "", row.unit];
   }));
-  for (const row of body.rows) {
-    row.cells[5].className = "error";
+  // Each reason stands there once, with the rows that it is about.
+  const failures = new Map();
+  for (const [i, words] of Object.entries(errors)) {
+    body.rows[i].cells[1].className = "error";
+    failures.set(words, [...(failures.get(words) ?? []), rows[i].name]);
   }
+  find("failures").replaceChildren(...[...failures].map(([words, names]) => {
+    const item = document.createElement("li");
+    item.textContent = names.join(", ") + ": " + words;
+    return item;
+  }));
 }
 
 function addRound(round) {
@@ -108,7 +116,7 @@ events.addEventListener("start", (event) => {
     { label: "sample" });
   inputs.setData(inputData);
   fillTable("drivers", start.drivers.map((d) => [d.id, d.link, d.words,
-    d.kind === "simulated" ? "SIMULATED" : d.kind, d.ready ? "ready" : "not ready"]));
+    d.kind === "simulated" ? "SIMULATED" : d.kind, !d.reachable ? "not reachable" : d.ready ? "ready" : "not ready"]));
   find("reasons").replaceChildren(...start.reasons.map((reason) => {
     const item = document.createElement("li");
     item.textContent = (reason.about ? reason.about + ": " : "") + reason.words;

@@ -162,6 +162,12 @@ class LiveTest(unittest.TestCase):
         browser.eval("document.getElementById('start').click()")
         browser.wait_for("sampleData[0].length > 3000")
         self.assertIn("running", browser.eval(text % "acquisition"))
+        # Meanwhile the board is not asked for anything else, and the module is.
+        browser.wait_for(text % "values" + ".includes('acquiring')")
+        self.assertNotIn("1234", browser.eval("document.querySelector('#values tbody').rows[3]"
+                                              ".cells[1].innerText"))
+        self.assertIn("3333", browser.eval(text % "values"))
+        self.assertEqual(browser.eval("document.querySelectorAll('#failures li').length"), 1)
         with open(RECORDING) as file:
             first = [int(float(number) * 1000.0) for number in file.readline().split()[1:3]]
         # The first block has 300 rows: none of them is thinned away.
@@ -171,6 +177,7 @@ class LiveTest(unittest.TestCase):
                 file.write(base64.b64decode(browser.call("Page.captureScreenshot")["data"]))
         browser.eval("document.getElementById('stop').click()")
         browser.wait_for(text % "acquisition" + ".startsWith('not running')")
+        browser.wait_for("!" + text % "values" + ".includes('acquiring')")
         self.assertTrue(browser.eval("performance.getEntriesByType('resource')"
                                      ".every((entry) => entry.name.startsWith(location.origin))"))
         server.send_signal(signal.SIGINT)
@@ -188,7 +195,7 @@ class LiveTest(unittest.TestCase):
                                            0, termios.TIOCSCTTY, 0)))
             shown, until = b"", time.monotonic() + 60
             while not all(word in shown for word in
-                          [b"SIMULATED", b"1234", b"milliohm 1", b"3333", b"mbar", b"CRouter::",
+                          [b"SIMULATED", b"1234", b"milliohm 1", b"3333", b"mbar", b"CRouter::", b"failed", b"BT channel 1: ",
                            "▁".encode()]):
                 self.assertLess(time.monotonic(), until, shown)
                 if select.select([master], [], [], 0.1)[0]:

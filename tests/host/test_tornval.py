@@ -53,8 +53,8 @@ class TornvalTest(unittest.TestCase):
         return os.path.join(self.folder, name)
 
     def configure(self, text):
-        with open(self.path("TornvalC63.ini"), "w") as file:
-            file.write(text)
+        with open(self.path("TornvalC63.ini"), "wb") as file:
+            file.write(text if isinstance(text, bytes) else text.encode())
 
     def start(self, *arguments, **settings):
         return subprocess.Popen(
@@ -158,6 +158,8 @@ class TornvalTest(unittest.TestCase):
         self.run_json(5, *upload)
         self.run_json(0, *upload, "--append")
         self.assertEqual(len(self.table("a.csv")), 601)
+        with open(self.path("a.csv")) as file:
+            self.assertEqual(sum(line.startswith("# start: ") for line in file), 2)
         with open(self.path("old.csv"), "w") as file:
             file.write("sample,channel_0,channel_1,channel_2\n7,1,2,3")
         upload[-1] = self.path("old.csv")
@@ -166,6 +168,10 @@ class TornvalTest(unittest.TestCase):
         self.run_json(5, *upload, "--append", "--period", "0.5")
         self.configure(real(f"{LINKS}/virtual_link.so"))
         self.environment["TORNVAL_EMULATOR_RECORDING"] = RECORDING
+        self.assertIn("driver: IM", self.run_json(5, *upload[:-1], self.path("a.csv"),
+                                                  "--append")["error"])
+        self.configure(real(f"{LINKS}/virtual_link.so", "SCALE_1=2\n"))
+        self.assertIn("scaled", self.run_json(5, *upload, "--append")["error"])
         self.environment["TORNVAL_EMULATOR_BOARD"] = "no-answer@211"
         self.run_json(4, *upload, "--force")
         self.assertEqual(len(self.table("old.csv")), 302)
@@ -194,30 +200,37 @@ class TornvalTest(unittest.TestCase):
         self.assertIn("DAT_SIMU_FILE", document["error"])
 
     def test_checks_the_configuration(self):
-        self.assertEqual(self.run_json(0, "check")["findings"], [])
-        self.configure(f"""stray=1
-[IM]
-SIMU=yes
-DRIVER_NAME={LINKS}/test/lacking_RS_Close.so
-CHANEL_1=3
-CHANNEL_2=13
-
-; a re{'m' * 9000}ark
-SET_RESET_EXEC=TornvalC63.ini
-UNIT_3=bar
-[LOGG]
-[BT]
-DRIVER_NAME=nolink.so
-[im]
-TIMEOUT=1
-""")
-        found = {f["line"]: f["text"] for f in self.run_json(5, "check")["findings"]}
-        for line, words in [(1, "not read"), (3, "counts as 0"), (4, "RS_Close"),
-                            (5, "CHANNEL_1 meant"), (6, "range 0 to 12"), (8, "key mmm"),
-                            (9, "cannot be run"),
-                            (11, "LOG meant"), (13, "nolink.so"), (14, "only the first")]:
-            self.assertIn(words, found.pop(line))
-        self.assertEqual(found, {})
+        with open(f"{LINKS}/virtual_link.so", "rb") as file:
+            foreign = bytearray(file.read())
+        foreign[18] ^= 0xFF  # the machine
+        with open(self.path("foreign.so"), "wb") as file:
+            file.write(foreign)
+        needs = "no link library is named"
+        for text, *told in [
+                (SIMULATED,),
+                (f"stray=1\n[IM]\nSIMU=yes\nDRIVER_NAME={LINKS}/test/lacking_RS_Close.so\nCHANEL_1=3\n"
+                 f"CHANNEL_2=13\n\n; a re{'m' * 9000}ark\nSET_RESET_EXEC=TornvalC63.ini\nUNIT_3=bar\n"
+                 "SCALE_3=1,5\nTIMEOUT=99999999999\n[LOGG]\n[ BT ]\nLOAD=1\n[im]\nTIMEOUT=1\n",
+                 (1, "not read"), (3, "counts as 0"), (4, "RS_Close"), (5, "CHANNEL_1 meant"),
+                 (6, "range 0 to 12"), (8, "key mmm"), (9, "cannot be run"), (11, "no number"),
+                 (12, "too large"), (13, "LOG meant"), (14, "BT meant"), (16, "only the first")),
+                ("[IM]\nSIMU=\"1\"\n# remark\n", (2, "counts as 0"), (3, "begins with ;"), (0, needs)),
+                ("\ufeff\n[IM]\nSIMU=1\nDAT_SIMU_FILE=/\n", (1, "not read"), (4, "no file")),
+                ("\ufeff[IM]\nSIMU=1\n".encode("utf-16-le"), (1, "UTF-16"), (0, needs)),
+                (b"[IM]\r\nSIMU=1\0\r\n[BT]\r\nLOAD=1\r\n", (2, "zero byte"), (0, "zondebtc6.dll")),
+                ("", (1, "empty"), (0, needs)),
+                (real("foreign.so", "[BT]\nDRIVER_NAME=nobody.loads.it\n"), (2, "another machine")),
+                (real(f"{LINKS}/serial_link.so", "[SERIAL_LINK]\nPORT_1=/etc/passwd\nPORT_2=/no\n"),
+                 (7, ""), (8, "No such file"))]:
+            self.configure(text)
+            code = 5 if told else 0
+            found = {f["line"]: f["text"] for f in self.run_json(code, "check")["findings"]}
+            for line, words in told:
+                self.assertIn(words, found.pop(line))
+            self.assertEqual(found, {}, text)
+        os.remove(self.path("TornvalC63.ini"))
+        os.mkdir(self.path("TornvalC63.ini"))
+        self.assertIn("Is a directory", self.run_json(5, "check")["findings"][0]["text"])
 
     def test_json_stays_alone_on_standard_output(self):
         self.configure("[LOG]\nENABLE=1\nTYPE=1\nLEVEL=4369\n" + SIMULATED)
@@ -227,7 +240,7 @@ TIMEOUT=1
 
     def test_progress_only_on_a_terminal(self):
         upload = ["upload", "--blocks", "3"]
-        self.assertNotIn("acquisition", self.run_tornval(0, *upload)[1])
+        self.assertNotIn("blocks", self.run_tornval(0, *upload)[1])
         self.assertIn("100%", self.run_tornval(0, *upload, "--progress")[1])
         pid, master = pty.fork()
         if pid == 0:
@@ -239,7 +252,7 @@ TIMEOUT=1
                 shown += block
         os.close(master)
         self.assertEqual(os.waitpid(pid, 0)[1], 0)
-        self.assertIn(b"acquisition: ", shown)
+        self.assertIn(b"blocks: ", shown)
 
     def test_recording_ends_properly_on_a_signal(self):
         for stop in [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]:
@@ -312,6 +325,14 @@ TIMEOUT=1
             self.configure(real(f"{LINKS}/test/lacking_{entry}.so"))
             self.assertIn(f"has no entry point {entry} (", self.reasons()["MO"])
 
+        # A port that does not open: the library keeps the module, and it is not among what is there.
+        self.configure(f"[IM]\nDRIVER_NAME={LINKS}/serial_link.so\n[SERIAL_LINK]\nPORT_1=/no1\n"
+                       "PORT_2=/no2\n")
+        document = self.run_json(2, "drivers")
+        self.assertEqual((document["drivers"], [d["link_type"] for d in document["not_reachable"]]),
+                         ([], ["MO"]))
+        self.assertIn("/no2: No such file or directory; serial ports here: ", self.reasons()["MO"])
+        self.assertIn("reaches", self.run_tornval(2, "monitor")[1])
         os.remove(self.path("TornvalC63.ini"))
         self.assertIn(self.path("TornvalC63.ini"), self.reasons()["IM"])
         self.assertIn("is not loaded", self.run_json(2, "measure", "--voie", "1")["error"])
