@@ -1,6 +1,9 @@
 #include "bench/Roads.h"
 
+#include <array>
+#include <charconv>
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -44,6 +47,26 @@ double Upload(size_t i_ulBefore)
     return Time(1, [&] { Need(l_Upload.Run(), "the upload failed"); }) / 1e3;
 }
 
+/** What no road of an upload can be below: its samples decoded and calibrated, and nothing besides. */
+double DecodeAlone(size_t i_ulBefore)
+{
+    const std::vector<uint8_t> l_vCodes = MakeCodes(65000, 100, 3);
+    tornval::S_SCALING l_Scaling;
+    l_Scaling.bCalibrated = true;
+    l_Scaling.aChannels.fill({1, 1, 10000.0, 0.0});
+    const auto l_pOutput = std::make_unique_for_overwrite<int32_t[]>(3 * 65544);
+    int32_t* const l_aplArrays[] = {l_pOutput.get(), &l_pOutput[65544], &l_pOutput[2 * 65544]};
+    const auto l_fnDecode = [&] {
+        Need(tornval::DecodeStream({l_vCodes.data(), l_vCodes.size(), 3, 65544, l_aplArrays,
+                                    l_Scaling}) == l_vCodes.size(),
+             "the samples were not decoded");
+    };
+    for (size_t l_ul = 0; l_ul < i_ulBefore; ++l_ul) {
+        l_fnDecode();
+    }
+    return Time(1, l_fnDecode) / 1e3;
+}
+
 void UsePortableForms()
 {
     wire::UseCrcForm(&wire::CrcForms().back());
@@ -82,12 +105,35 @@ double Enumerate(const char* i_pszConfiguration)
     return l_dTime;
 }
 
+/** Two records copied, with the language's own mutex held. */
+double EnumerateAlone()
+{
+    std::recursive_mutex l_Mutex;
+    const S_DRIVER_INFO l_aKnown[2] = {{"one", "IM", 4000}, {"two", "MO", 5001}};
+    S_DRIVER_INFO l_aInfo[2];
+    return Time(200'000, [&] {
+        const std::lock_guard l_Lock(l_Mutex);
+        std::memcpy(l_aInfo, l_aKnown, sizeof l_aInfo);
+        asm volatile("" ::"m"(l_aInfo) : "memory"); // the copy stays
+    });
+}
+
 double Lock()
 {
     CInstantBoard l_Board({});
     return Time(2'000'000, [&] {
         l_Board.LockDriver();
         l_Board.UnlockDriver();
+    });
+}
+
+/** What the language's own mutex costs on this machine: a measure for the one above. */
+double StandardLock()
+{
+    std::recursive_mutex l_Mutex;
+    return Time(2'000'000, [&] {
+        l_Mutex.lock();
+        l_Mutex.unlock();
     });
 }
 
@@ -155,6 +201,21 @@ double WriteCsv(size_t i_ulRows)
     return Time(l_ulBlocks, [&] { l_File.Append(l_vChannels); }) / static_cast<double>(i_ulRows);
 }
 
+/** The numbers of those rows, put into words and kept nowhere. */
+double WordCsv()
+{
+    std::array<char, 64> l_szRow{};
+    int32_t l_lRow = 0;
+    return Time(600'000, [&] {
+        char* l_pEnd = std::to_chars(l_szRow.data(), l_szRow.data() + 20, l_lRow++).ptr;
+        const int32_t l_lValue = l_lRow % 400'000 - 200'000;
+        for (int l_lChannel = 0; l_lChannel < 3; ++l_lChannel) {
+            l_pEnd = std::to_chars(l_pEnd, l_szRow.data() + l_szRow.size(), l_lValue).ptr;
+        }
+        asm volatile("" ::"m"(l_szRow) : "memory");
+    });
+}
+
 double ResidentMegabytes()
 {
     size_t l_ulPages = 0, l_ulResident = 0;
@@ -191,7 +252,10 @@ constexpr S_ROAD k_aRoads[] = {
     {"upload", "us", "upload of 65,000 sample bytes, sent, fetched, decoded, calibrated: first use",
      [] { return Upload(0); }},
     {"upload-again", "us", "the same, the twentieth in a process", [] { return Upload(19); }},
-    {"upload-portable", "us", "the same with the portable kernels: first use",
+    {"decode", "us", "to compare: those samples decoded and calibrated alone: first use",
+     [] { return DecodeAlone(0); }},
+    {"decode-again", "us", "the same, the twentieth in a process", [] { return DecodeAlone(19); }},
+    {"upload-portable", "us", "the upload with the portable kernels: first use",
      [] {
          UsePortableForms();
          return Upload(0);
@@ -203,11 +267,17 @@ constexpr S_ROAD k_aRoads[] = {
     {"enum-simulated", "ns", "`EnumMeasDrivers`, two simulated drivers",
      [] { return Enumerate(k_pszSimulated); }},
     {"enum-real", "ns", "`EnumMeasDrivers`, two real drivers", [] { return Enumerate(k_pszReal); }},
+    {"enum-alone", "ns", "to compare: two records copied under a `std::recursive_mutex`",
+     [] { return EnumerateAlone(); }},
     {"lock", "ns", "lock and unlock of a driver", [] { return Lock(); }},
+    {"lock-standard", "ns", "to compare: the same of a `std::recursive_mutex`",
+     [] { return StandardLock(); }},
     {"lock-8", "ns", "the same by each of 8 threads, on 8 drivers", [] { return LockByEight(); }},
     {"replay", "MB/s", "replay file of 14 MB: first use", [] { return Replay(); }},
     {"csv-300", "ns", "CSV row, 300 a block", [] { return WriteCsv(300); }},
     {"csv-21000", "ns", "CSV row, 21,000 a block", [] { return WriteCsv(21'000); }},
+    {"csv-alone", "ns", "to compare: the numbers of a row by `std::to_chars`",
+     [] { return WordCsv(); }},
     {"memory", "MB", "resident memory that a load of both real drivers adds",
      [] { return LoadedMemory(); }},
     {"heap", "B", "heap that a load leaves behind, over 20,000 loads",

@@ -20,11 +20,12 @@ S_RESULT Forward(CMeasDriver* i_pDriver, uint32_t i_ulStep,
 }
 
 /** A text in a field of a record: cut if it is longer, with zeros behind it. */
-template <size_t N>
-void FillField(char (&o_aszField)[N], const char* i_pszText)
+template <size_t N, size_t M>
+void FillField(char (&o_aszField)[N], const char (&i_szText)[M])
 {
-    std::memset(o_aszField, 0, N);
-    std::memcpy(o_aszField, i_pszText, strnlen(i_pszText, N - 1));
+    static_assert(M >= N);
+    std::memcpy(o_aszField, i_szText, N - 1); // the zeros come along
+    o_aszField[N - 1] = 0;
 }
 
 } // namespace

@@ -48,6 +48,7 @@ void CIntMeasDriver::ReadKeys(const CConfigFile& i_Config)
     };
     i_Config.GetString(k_pszSection, "DRIVER_NAME", nullptr, m_szDriverName,
                        sizeof(m_szDriverName));
+    PadDriverName();
     m_ulNbChannel = 0;
     for (const char* l_pszKey : {"CHANNEL_1", "CHANNEL_2", "CHANNEL_3"}) {
         m_pulVoies[m_ulNbChannel++] = l_fnInt(l_pszKey, 0);

@@ -166,6 +166,13 @@ void CMeasDriver::SetIdentity(uint32_t i_ulIndex, uint32_t i_ulBase, const char*
 void CMeasDriver::SetDriverName(const char* i_pszDriverName)
 {
     cecore::FormatNarrow(m_szDriverName, sizeof(m_szDriverName), "%s", i_pszDriverName);
+    PadDriverName();
+}
+
+void CMeasDriver::PadDriverName()
+{
+    const size_t l_ulLength = strnlen(m_szDriverName, sizeof(m_szDriverName));
+    std::memset(m_szDriverName + l_ulLength, 0, sizeof(m_szDriverName) - l_ulLength);
 }
 
 } // namespace tornval

@@ -90,9 +90,9 @@ public:
     void GetLinkType(char* o_pszLinkType) const;
     /** Copies the driver name with its terminator, 260 characters at most; null: nothing. */
     void GetDriverName(char* o_pszDriverName) const;
-    /** The same texts where they stand, for who is quick; the driver's. */
-    [[nodiscard]] const char* LinkType() const { return m_szLinkType; }
-    [[nodiscard]] const char* DriverName() const { return m_szDriverName; }
+    /** The same texts where they stand, for who is quick; the driver's. Behind them stand zeros. */
+    [[nodiscard]] const char (&LinkType() const)[256] { return m_szLinkType; }
+    [[nodiscard]] const char (&DriverName() const)[260] { return m_szDriverName; }
     [[nodiscard]] bool IsInitialised() const { return m_bInitialised != 0; }
 
     /** The driver's lock; it may be taken again by the thread that holds it. */
@@ -133,6 +133,8 @@ protected:
     /** Gives the driver its identity: index from the kind's counter, ID, link type and name. */
     void SetIdentity(uint32_t i_ulIndex, uint32_t i_ulBase, const char* i_pszLinkType);
     void SetDriverName(const char* i_pszDriverName);
+    /** Zeros behind the name, for who has written it: a list of drivers copies it in its full length. */
+    void PadDriverName();
 
     /**
      * The bulk hook behind ScaleSample: tells beforehand what it does, for a whole stream.

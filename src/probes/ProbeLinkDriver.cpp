@@ -53,6 +53,7 @@ void CProbeLinkDriver::ReadConfiguration(CConfigFile& o_Config)
             : m_Link.ucPortWithoutFile;
     o_Config.GetString(m_Link.pszLinkType, "DRIVER_NAME", m_Link.pszDefaultLibrary, m_szDriverName,
                        sizeof(m_szDriverName));
+    PadDriverName();
 }
 
 S_RESULT CProbeLinkDriver::Close()
