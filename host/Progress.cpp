@@ -27,9 +27,9 @@ CProgress::CProgress(bool i_bForced, const std::string& i_strLabel, uint64_t i_u
 void CProgress::Advance(uint64_t i_uSteps)
 {
     // Only line ends count, so their number is all that is piped.
-    constexpr uint64_t k_uChunk = 4096;
+    constexpr uint64_t k_uPiece = 4096;
     while (i_uSteps != 0 && m_Bar.IsRunning()) {
-        const uint64_t l_uNow = std::min(i_uSteps, k_uChunk);
+        const uint64_t l_uNow = std::min(i_uSteps, k_uPiece);
         if (!m_Bar.Write(std::string(static_cast<size_t>(l_uNow), '\n'))) {
             return;
         }
