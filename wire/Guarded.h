@@ -4,6 +4,8 @@
  */
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #if defined(__clang__)
@@ -28,6 +30,7 @@ public:
     void unlock() WIRE_THREAD_SAFETY(release_capability()) { m_Mutex.unlock(); } // NOLINT
 
 private:
+    friend class CCondition;
     std::mutex m_Mutex;
 };
 
@@ -46,6 +49,41 @@ public:
 
 private:
     CMutex& m_Mutex;
+};
+
+/** Something under a mutex that one can sleep for. A sleep may end without cause, as the standard's may, and
+ *  a thread that is cancelled in it holds the mutex. */
+class CCondition
+{
+public:
+    void NotifyAll() { m_Condition.notify_all(); }
+
+    void Wait(CMutex& io_Mutex) WIRE_REQUIRES(io_Mutex)
+    {
+        CHeld l_Held(io_Mutex);
+        m_Condition.wait(l_Held.Lock);
+    }
+
+    /** @return false if the time is over. */
+    bool WaitUntil(CMutex& io_Mutex, std::chrono::steady_clock::time_point i_Until)
+        WIRE_REQUIRES(io_Mutex)
+    {
+        CHeld l_Held(io_Mutex);
+        return m_Condition.wait_until(l_Held.Lock, i_Until) == std::cv_status::no_timeout;
+    }
+
+private:
+    /** The caller's hold, lent for a wait. */
+    struct CHeld
+    {
+        explicit CHeld(CMutex& io_Mutex) : Lock(io_Mutex.m_Mutex, std::adopt_lock) {}
+        CHeld(const CHeld&) = delete;
+        CHeld& operator=(const CHeld&) = delete;
+        ~CHeld() { Lock.release(); }
+        std::unique_lock<std::mutex> Lock;
+    };
+
+    std::condition_variable m_Condition;
 };
 
 } // namespace wire

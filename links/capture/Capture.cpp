@@ -89,7 +89,7 @@ uint64_t CCapture::Now() const
 
 cecore::ModuleHandle CCapture::Library(E_LIBRARY i_eLibrary)
 {
-    const std::lock_guard l_Lock(m_LibraryMutex);
+    const wire::CLock l_Lock(m_LibraryMutex);
     const size_t l_uPlace = static_cast<size_t>(i_eLibrary) - 1;
     if (m_ahLibraries[l_uPlace] == nullptr) {
         const std::string& l_strName = m_astrNames[l_uPlace];

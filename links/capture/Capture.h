@@ -7,8 +7,10 @@
 #include "links/LinkCall.h"
 #include "platform/Module.h"
 #include "wire/Capture.h"
+#include "wire/Guarded.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -116,13 +118,13 @@ private:
     const std::chrono::system_clock::time_point m_Began = std::chrono::system_clock::now();
     const std::chrono::steady_clock::time_point m_BeganSteady = std::chrono::steady_clock::now();
 
-    std::mutex m_LibraryMutex; // guards the libraries
     std::array<std::string, 3> m_astrNames;
-    std::array<cecore::ModuleHandle, 3> m_ahLibraries{};
+    wire::CMutex m_LibraryMutex;
+    std::array<cecore::ModuleHandle, 3> m_ahLibraries WIRE_GUARDED_BY(m_LibraryMutex){};
 
     std::mutex m_Mutex; // guards what follows
     wire::CCaptureWriter m_Writer;
-    bool m_bWriting = false;
+    std::atomic<bool> m_bWriting{false};
     uint32_t m_ulCalls = 0;
     std::map<std::thread::id, uint32_t> m_mapThreads;
     std::map<uint32_t, uint32_t> m_mapEvents; // handle: the newest send that carried it

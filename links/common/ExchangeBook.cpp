@@ -9,7 +9,7 @@ namespace links {
 
 bool CExchangeBook::Add(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID, uint32_t i_ulEvent)
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     if (m_bClosed) {
         return false;
     }
@@ -25,7 +25,7 @@ bool CExchangeBook::Add(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID, ui
                            i_ucCmdeID,
                            E_STATE::Sent,
                            {i_Frame.begin(), i_Frame.end()}});
-    m_Changed.notify_all();
+    m_Changed.NotifyAll();
     return true;
 }
 
@@ -72,7 +72,7 @@ std::optional<CExchangeBook::S_COMMAND> CExchangeBook::TakeSent()
 std::optional<CExchangeBook::S_COMMAND>
 CExchangeBook::Take(const std::function<bool(std::span<const uint8_t>)>& i_fnMayGo)
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     const S_ITERATOR l_itSent = FindSent();
     return l_itSent != m_Exchanges.end() && i_fnMayGo(l_itSent->vFrame) ? TakeSent() : std::nullopt;
 }
@@ -80,19 +80,21 @@ CExchangeBook::Take(const std::function<bool(std::span<const uint8_t>)>& i_fnMay
 std::optional<CExchangeBook::S_COMMAND>
 CExchangeBook::WaitAndTake(std::optional<S_CLOCK::time_point> i_oUntil)
 {
-    std::unique_lock l_Lock(m_Mutex);
-    const auto l_Ended = [this] { return m_bClosed || FindSent() != m_Exchanges.end(); };
-    if (i_oUntil) {
-        m_Changed.wait_until(l_Lock, *i_oUntil, l_Ended);
-    } else {
-        m_Changed.wait(l_Lock, l_Ended);
+    const wire::CLock l_Lock(m_Mutex);
+    bool l_bInTime = true;
+    while (l_bInTime && !m_bClosed && FindSent() == m_Exchanges.end()) {
+        if (i_oUntil) {
+            l_bInTime = m_Changed.WaitUntil(m_Mutex, *i_oUntil);
+        } else {
+            m_Changed.Wait(m_Mutex);
+        }
     }
     return TakeSent();
 }
 
 void CExchangeBook::Deliver(uint64_t i_ullNumber, std::vector<uint8_t> i_vAnswer)
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     const S_ITERATOR l_itExchange = FindNumber(i_ullNumber);
     if (l_itExchange == m_Exchanges.end()) {
         return;
@@ -103,23 +105,23 @@ void CExchangeBook::Deliver(uint64_t i_ullNumber, std::vector<uint8_t> i_vAnswer
     if (l_itExchange->ulEvent != 0 && SetEvent(l_itExchange->ulEvent) == 0) {
         m_Exchanges.erase(l_itExchange);
     }
-    m_Changed.notify_all();
+    m_Changed.NotifyAll();
 }
 
 void CExchangeBook::Drop(uint64_t i_ullNumber)
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     std::erase_if(m_Exchanges,
                   [&](const S_EXCHANGE& i_Each) { return i_Each.ullNumber == i_ullNumber; });
-    m_Changed.notify_all();
+    m_Changed.NotifyAll();
 }
 
 void CExchangeBook::DropUnanswered()
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     std::erase_if(m_Exchanges,
                   [](const S_EXCHANGE& i_Each) { return i_Each.eState != E_STATE::Ready; });
-    m_Changed.notify_all();
+    m_Changed.NotifyAll();
 }
 
 std::optional<std::vector<uint8_t>> CExchangeBook::Fetch(uint16_t i_usCmdeID)
@@ -127,13 +129,14 @@ std::optional<std::vector<uint8_t>> CExchangeBook::Fetch(uint16_t i_usCmdeID)
     const auto l_IsWanted = [i_usCmdeID](const S_EXCHANGE& i_Each) {
         return i_Each.ucCmdeID == i_usCmdeID;
     };
-    std::unique_lock l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     // An event may still be signalled from an exchange that a later send has dropped: its fetch
     // then comes before the answer.
-    m_Changed.wait_until(l_Lock, S_CLOCK::now() + k_FetchWait, [&] {
-        return m_bClosed || FindReady(i_usCmdeID) != m_Exchanges.end() ||
-               std::none_of(m_Exchanges.begin(), m_Exchanges.end(), l_IsWanted);
-    });
+    const S_CLOCK::time_point l_Until = S_CLOCK::now() + k_FetchWait;
+    while (!m_bClosed && FindReady(i_usCmdeID) == m_Exchanges.end() &&
+           std::any_of(m_Exchanges.begin(), m_Exchanges.end(), l_IsWanted) &&
+           m_Changed.WaitUntil(m_Mutex, l_Until)) {
+    }
     const S_ITERATOR l_itReady = FindReady(i_usCmdeID);
     if (m_bClosed || l_itReady == m_Exchanges.end()) {
         return std::nullopt;
@@ -145,15 +148,15 @@ std::optional<std::vector<uint8_t>> CExchangeBook::Fetch(uint16_t i_usCmdeID)
 
 void CExchangeBook::Close()
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     m_bClosed = true;
     m_Exchanges.clear();
-    m_Changed.notify_all();
+    m_Changed.NotifyAll();
 }
 
 bool CExchangeBook::IsClosed() const
 {
-    const std::lock_guard l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     return m_bClosed;
 }
 

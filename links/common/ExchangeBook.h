@@ -4,12 +4,12 @@
  */
 #pragma once
 
+#include "wire/Guarded.h"
+
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <thread>
@@ -104,16 +104,16 @@ private:
 
     using S_ITERATOR = std::deque<S_EXCHANGE>::iterator;
 
-    S_ITERATOR FindSent();
-    S_ITERATOR FindReady(uint16_t i_usCmdeID);
-    S_ITERATOR FindNumber(uint64_t i_ullNumber);
-    std::optional<S_COMMAND> TakeSent();
+    S_ITERATOR FindSent() WIRE_REQUIRES(m_Mutex);
+    S_ITERATOR FindReady(uint16_t i_usCmdeID) WIRE_REQUIRES(m_Mutex);
+    S_ITERATOR FindNumber(uint64_t i_ullNumber) WIRE_REQUIRES(m_Mutex);
+    std::optional<S_COMMAND> TakeSent() WIRE_REQUIRES(m_Mutex);
 
-    mutable std::mutex m_Mutex;
-    std::condition_variable m_Changed;
-    std::deque<S_EXCHANGE> m_Exchanges; // in the order of the sends
-    uint64_t m_ullNextNumber = 0;
-    bool m_bClosed = false;
+    mutable wire::CMutex m_Mutex;
+    wire::CCondition m_Changed;
+    std::deque<S_EXCHANGE> m_Exchanges WIRE_GUARDED_BY(m_Mutex); // in the order of the sends
+    uint64_t m_ullNextNumber WIRE_GUARDED_BY(m_Mutex) = 0;
+    bool m_bClosed WIRE_GUARDED_BY(m_Mutex) = false;
 };
 
 } // namespace links

@@ -49,10 +49,10 @@ CReplay::CReplay()
 CReplay::~CReplay()
 {
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         m_bEnding = true;
     }
-    m_Changed.notify_all();
+    m_Changed.NotifyAll();
     if (m_Thread.joinable()) {
         m_Thread.join();
     }
@@ -90,7 +90,7 @@ uint32_t CReplay::Call(E_CAPTURE_LIBRARY i_eLibrary, E_CAPTURE_FUNCTION i_eFunct
                             std::move(i_vWords),        std::move(i_vData)};
     std::optional<size_t> l_ouCall;
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         l_ouCall = m_Session.Take(l_Call);
     }
     if (!l_ouCall) {
@@ -130,7 +130,7 @@ uint32_t CReplay::Control(E_CAPTURE_LIBRARY i_eLibrary, E_CAPTURE_FUNCTION i_eFu
 
     std::optional<size_t> l_ouCall;
     {
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         l_ouCall = IsFetch(l_Call) ? FindFetch(l_Call) : m_Session.Take(l_Call);
         if (l_ouCall && IsSend(l_Call)) {
             m_Sent.push_back({*l_ouCall, std::this_thread::get_id()});
@@ -187,20 +187,20 @@ void CReplay::Announce(const S_REPLAY_CALL& i_Send, uint32_t i_ulEvent, S_CLOCK:
             (void)SetEvent(i_ulEvent);
             continue;
         }
-        const std::lock_guard l_Lock(m_Mutex);
+        const wire::CLock l_Lock(m_Mutex);
         m_mapDue.emplace(i_Begin + Pause(l_ullDelay), i_ulEvent);
-        m_Changed.notify_all();
+        m_Changed.NotifyAll();
     }
 }
 
 void CReplay::Run()
 {
-    std::unique_lock l_Lock(m_Mutex);
+    const wire::CLock l_Lock(m_Mutex);
     while (!m_bEnding) {
         if (m_mapDue.empty()) {
-            m_Changed.wait(l_Lock);
+            m_Changed.Wait(m_Mutex);
         } else if (m_mapDue.begin()->first > S_CLOCK::now()) {
-            m_Changed.wait_until(l_Lock, m_mapDue.begin()->first);
+            m_Changed.WaitUntil(m_Mutex, m_mapDue.begin()->first);
         } else {
             (void)SetEvent(m_mapDue.begin()->second);
             m_mapDue.erase(m_mapDue.begin());

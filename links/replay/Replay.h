@@ -6,12 +6,11 @@
 
 #include "links/LinkCall.h"
 #include "links/replay/Session.h"
+#include "wire/Guarded.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <list>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -55,7 +54,7 @@ private:
         size_t uFetched = 0;
     };
 
-    std::optional<size_t> FindFetch(const wire::S_CAPTURE_RECORD& i_Fetch);
+    std::optional<size_t> FindFetch(const wire::S_CAPTURE_RECORD& i_Fetch) WIRE_REQUIRES(m_Mutex);
     uint32_t Finish(size_t i_uCall, S_CLOCK::time_point i_Begin);
     uint32_t Refuse(const char* i_pszWhat);
     void Announce(const S_REPLAY_CALL& i_Send, uint32_t i_ulEvent, S_CLOCK::time_point i_Begin);
@@ -64,12 +63,13 @@ private:
     std::string m_strError;
     bool m_bPace = true;
 
-    std::mutex m_Mutex; // guards what follows
-    CSession m_Session;
-    std::list<S_SENT> m_Sent;
-    std::multimap<S_CLOCK::time_point, uint32_t> m_mapDue; // events to announce
-    std::condition_variable m_Changed;
-    bool m_bEnding = false;
+    wire::CMutex m_Mutex;
+    CSession m_Session; // what was taken of it stays as it is, and is read without the mutex
+    std::list<S_SENT> m_Sent WIRE_GUARDED_BY(m_Mutex);
+    // Events to announce.
+    std::multimap<S_CLOCK::time_point, uint32_t> m_mapDue WIRE_GUARDED_BY(m_Mutex);
+    wire::CCondition m_Changed;
+    bool m_bEnding WIRE_GUARDED_BY(m_Mutex) = false;
     std::thread m_Thread;
 };
 

@@ -40,8 +40,8 @@ uint32_t CSerialPort::Send(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID,
     uint32_t l_ulError = 0;
     {
         // The lock keeps a hang-up of the line before from dropping this command.
-        std::unique_lock l_Lock(m_TtyMutex);
-        l_ulError = RaiseLine(l_Lock, l_strTrouble);
+        const wire::CLock l_Lock(m_TtyMutex);
+        l_ulError = RaiseLine(l_strTrouble);
         if (l_ulError == 0 && !m_Book.Add(i_Frame, i_ucCmdeID, i_ulEvent)) {
             l_ulError = CECORE_ERROR_INVALID_HANDLE;
         }
@@ -55,11 +55,13 @@ uint32_t CSerialPort::Send(std::span<const uint8_t> i_Frame, uint8_t i_ucCmdeID,
 
 /** Sees to it that the port is open: once more by its name, if it hung up. 0, or an error, with its
  *  reason once for each time that the line goes down. */
-uint32_t CSerialPort::RaiseLine(std::unique_lock<std::mutex>& io_Lock, std::string& o_strTrouble)
+uint32_t CSerialPort::RaiseLine(std::string& o_strTrouble)
 {
     if (m_pTty && m_pTty->HasHungUp()) {
         // The thread will know in a moment. A command that was taken before that would be lost.
-        m_Down.wait_for(io_Lock, k_MostNotice, [this] { return !m_pTty; });
+        const S_CLOCK::time_point l_Until = S_CLOCK::now() + k_MostNotice;
+        while (m_pTty && m_Down.WaitUntil(m_TtyMutex, l_Until)) {
+        }
     }
     if (m_Book.IsClosed()) {
         return CECORE_ERROR_INVALID_HANDLE;
@@ -90,19 +92,19 @@ void CSerialPort::Run()
     while (!m_Book.IsClosed()) {
         int l_lFd = -1;
         {
-            const std::lock_guard l_Lock(m_TtyMutex);
+            const wire::CLock l_Lock(m_TtyMutex);
             l_lFd = m_pTty ? m_pTty->Fd() : -1;
         }
         if (l_lFd < 0) {
             m_Bell.Wait();
         } else if (!Talk(l_lFd)) {
-            const std::lock_guard l_Lock(m_TtyMutex);
+            const wire::CLock l_Lock(m_TtyMutex);
             m_pTty.reset();
             ++m_ullHangUps;
             m_Reader.Silence();
             m_Conversation.Forget();
             m_Book.DropUnanswered();
-            m_Down.notify_all();
+            m_Down.NotifyAll();
         }
     }
 }
@@ -176,13 +178,13 @@ void CSerialPort::Stop()
 {
     m_Book.Close();
     m_Bell.Ring();
-    const std::lock_guard l_JoinLock(m_JoinMutex);
+    const wire::CLock l_JoinLock(m_JoinMutex);
     if (!m_Thread.joinable()) {
         return;
     }
     m_Thread.join();
     {
-        const std::lock_guard l_Lock(m_TtyMutex);
+        const wire::CLock l_Lock(m_TtyMutex);
         m_pTty.reset();
     }
     Report();
@@ -190,7 +192,7 @@ void CSerialPort::Stop()
 
 S_PORT_COUNTERS CSerialPort::Counters() const
 {
-    const std::lock_guard l_Lock(m_TtyMutex);
+    const wire::CLock l_Lock(m_TtyMutex);
     return {m_Conversation.Counters(), m_Reader.Counters(), m_ullHangUps};
 }
 

@@ -10,12 +10,11 @@
 #include "links/line/LineStream.h"
 #include "links/line/Tty.h"
 #include "links/serial/Conversation.h"
+#include "wire/Guarded.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -67,7 +66,7 @@ public:
     [[nodiscard]] S_PORT_COUNTERS Counters() const;
 
 private:
-    uint32_t RaiseLine(std::unique_lock<std::mutex>& io_Lock, std::string& o_strTrouble);
+    uint32_t RaiseLine(std::string& o_strTrouble) WIRE_REQUIRES(m_TtyMutex);
     void Run();
     bool Talk(int i_lFd);
     void TakeNext(CLineStream& io_Stream);
@@ -84,14 +83,15 @@ private:
         m_oNotBefore;                             // of the thread: no command goes out until then
     std::optional<S_CLOCK::time_point> m_oTwinAt; // of the thread: the next one waits for this
 
-    mutable std::mutex m_TtyMutex; // guards what follows
-    std::unique_ptr<CTty> m_pTty; // null: the line is down. Used by the thread alone while it is up
-    bool m_bComplained = false;
-    uint64_t m_ullHangUps = 0;
-    std::condition_variable m_Down; // the thread has seen that the line hung up
+    mutable wire::CMutex m_TtyMutex;
+    // Null: the line is down. Used by the thread alone while it is up.
+    std::unique_ptr<CTty> m_pTty WIRE_GUARDED_BY(m_TtyMutex);
+    bool m_bComplained WIRE_GUARDED_BY(m_TtyMutex) = false;
+    uint64_t m_ullHangUps WIRE_GUARDED_BY(m_TtyMutex) = 0;
+    wire::CCondition m_Down; // the thread has seen that the line hung up
 
-    std::mutex m_JoinMutex;
-    std::thread m_Thread;
+    wire::CMutex m_JoinMutex;
+    std::thread m_Thread WIRE_GUARDED_BY(m_JoinMutex);
 };
 
 } // namespace links

@@ -32,7 +32,7 @@ void FillField(char (&o_aszField)[N], const char (&i_szText)[M])
 
 CMeasDriver* CRouter::GetDriverFromID(uint32_t i_ulDriverID)
 {
-    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
+    const cecore::CMutexGuard l_Lock(m_hMutex);
     Trace(INFO_GENERAL_LEVEL, L"CRouter::GetDriverFromID> driver ID: %ld Nb Drivers: %ld",
           i_ulDriverID, static_cast<uint32_t>(m_mapDrivers.size()));
     const auto l_It = m_mapDrivers.find(static_cast<int32_t>(i_ulDriverID));
@@ -44,7 +44,7 @@ CMeasDriver* CRouter::GetDriverFromLinkType(const char* i_pszLinkType)
     if (i_pszLinkType == nullptr) {
         return nullptr;
     }
-    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
+    const cecore::CMutexGuard l_Lock(m_hMutex);
     for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
         if (wire::EqualsNoCase(l_pDriver->LinkType(), i_pszLinkType)) {
             return l_pDriver.get();
@@ -63,7 +63,7 @@ uint32_t CRouter::EnumMeasDrivers(S_DRIVER_INFO* o_pDrivers, uint32_t i_ulMaxDri
     if (o_pDrivers == nullptr) {
         return 0;
     }
-    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
+    const cecore::CMutexGuard l_Lock(m_hMutex);
     for (const auto& [l_lDriverID, l_pDriver] : m_mapDrivers) {
         if (*o_pulNbDrivers >= i_ulMaxDrivers) {
             break;

@@ -98,8 +98,8 @@ private:
     CMeasDriver* GetDriverFromID(uint32_t i_ulDriverID);
     CMeasDriver* GetDriverFromLinkType(const char* i_pszLinkType);
 
-    cecore::CUniqueHandle m_hMutex;
-    std::map<int32_t, std::unique_ptr<CMeasDriver>> m_mapDrivers;
+    cecore::CMutex m_hMutex;
+    std::map<int32_t, std::unique_ptr<CMeasDriver>> m_mapDrivers WIRE_GUARDED_BY(m_hMutex);
     uint32_t m_ulBTMode = MODE_NONE;
     uint32_t m_ulUSBMode = MODE_NONE;
     uint32_t m_ulIMMode = MODE_NONE;

@@ -158,7 +158,7 @@ S_RESULT CRouter::InitAndAddDriverToMap(std::unique_ptr<CMeasDriver>& io_pDriver
     try {
         l_Result = io_pDriver->Init();
         if (l_Result.ulStatus == 0) {
-            const cecore::CMutexGuard l_Lock(m_hMutex.Get());
+            const cecore::CMutexGuard l_Lock(m_hMutex);
             const uint32_t l_ulDriverID = io_pDriver->GetDriverID();
             Trace(INFO_LEVEL, L"CRouter::InitAndAddDriverToMap> add driver to the map: id=%d",
                   l_ulDriverID);
@@ -243,7 +243,7 @@ S_RESULT CRouter::LoadMeasDrivers(int32_t i_lMask)
 
 void CRouter::UnloadMeasDrivers()
 {
-    const cecore::CMutexGuard l_Lock(m_hMutex.Get());
+    const cecore::CMutexGuard l_Lock(m_hMutex);
     while (!m_mapDrivers.empty()) {
         m_mapDrivers.erase(m_mapDrivers.begin());
     }

@@ -15,9 +15,6 @@ CMeasDriver::~CMeasDriver()
     if (m_hDriverDll != nullptr) {
         cecore::FreeLibrary(m_hDriverDll);
     }
-    if (m_hMutex != 0) {
-        cecore::CloseHandle(m_hMutex);
-    }
     delete[] m_pulVoies;
 }
 
@@ -83,15 +80,15 @@ void CMeasDriver::GetDriverName(char* o_pszDriverName) const
 
 void CMeasDriver::LockDriver()
 {
-    if (m_hMutex != 0) {
-        cecore::WaitForSingleObject(m_hMutex, cecore::INFINITE);
+    if (m_hMutex) {
+        cecore::WaitForSingleObject(m_hMutex.Get(), cecore::INFINITE);
     }
 }
 
 void CMeasDriver::UnlockDriver()
 {
-    if (m_hMutex != 0) {
-        cecore::ReleaseMutex(m_hMutex);
+    if (m_hMutex) {
+        cecore::ReleaseMutex(m_hMutex.Get());
     }
 }
 

@@ -166,7 +166,7 @@ protected:
     /** Atomic: the router looks at it outside the driver's lock. */
     std::atomic<uint8_t> m_bInitialised{0};
     uint32_t m_ulDriverType = 0;
-    cecore::Handle m_hMutex;
+    cecore::CMutex m_hMutex;
     int32_t m_alCoefLowRange[10] = {};
     int32_t m_alCoefHighRange[10] = {};
     uint32_t m_ulNbChannel = 0;

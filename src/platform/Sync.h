@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Api.h"
+#include "wire/Guarded.h"
 
 namespace cecore {
 
@@ -32,19 +33,28 @@ CECORE_API uint32_t WaitForSingleObject(Handle i_hObject, uint32_t i_ulMilliseco
 /** Gives a mutex back. @return false if the caller does not hold it (error 288) or it is none. */
 CECORE_API bool ReleaseMutex(Handle i_hMutex);
 
-/** Holds a mutex for a scope. A handle of 0 holds nothing. */
-class CMutexGuard
+/** A mutex by its handle, which it closes. clang sees to it that what it guards is touched under it. */
+class WIRE_THREAD_SAFETY(capability("mutex")) CMutex : public CUniqueHandle
 {
 public:
-    explicit CMutexGuard(Handle i_hMutex)
-        : m_hMutex(i_hMutex != 0 && WaitForSingleObject(i_hMutex, INFINITE) == WAIT_OBJECT_0
-                       ? i_hMutex
+    using CUniqueHandle::CUniqueHandle;
+};
+
+/** Holds a mutex for a scope. A handle of 0 holds nothing. */
+class WIRE_THREAD_SAFETY(scoped_lockable) CMutexGuard
+{
+public:
+    explicit CMutexGuard(const CMutex& i_Mutex) WIRE_THREAD_SAFETY(acquire_capability(i_Mutex))
+        WIRE_THREAD_SAFETY(no_thread_safety_analysis)
+        : m_hMutex(i_Mutex && WaitForSingleObject(i_Mutex.Get(), INFINITE) == WAIT_OBJECT_0
+                       ? i_Mutex.Get()
                        : 0)
     {
     }
     CMutexGuard(const CMutexGuard&) = delete;
     CMutexGuard& operator=(const CMutexGuard&) = delete;
-    ~CMutexGuard()
+    ~CMutexGuard() WIRE_THREAD_SAFETY(release_capability())
+        WIRE_THREAD_SAFETY(no_thread_safety_analysis)
     {
         if (m_hMutex != 0) {
             ReleaseMutex(m_hMutex);

@@ -97,12 +97,7 @@ CTraceLog::CTraceLog(uint16_t i_usLevel)
 {
 }
 
-CTraceLog::~CTraceLog()
-{
-    if (m_hMutex != 0) {
-        cecore::CloseHandle(m_hMutex);
-    }
-}
+CTraceLog::~CTraceLog() = default;
 
 void CTraceLogBytes::WriteLine(const wchar_t* i_pwszText)
 {

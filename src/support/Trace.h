@@ -47,12 +47,12 @@ public:
         return (m_usLevel & i_usLevel) == i_usLevel;
     }
     /** Whether it found the memory that it needs. One that did not is not installed. */
-    [[nodiscard]] virtual bool IsWhole() const { return m_hMutex != 0; }
+    [[nodiscard]] virtual bool IsWhole() const { return static_cast<bool>(m_hMutex); }
     /** For a forked child: a thread that it does not have may hold the mutex, so it goes without. */
-    void LeaveMutexToParent() { m_hMutex = 0; }
+    void LeaveMutexToParent() { m_hMutex.Release(); }
 
 protected:
-    cecore::Handle m_hMutex;
+    cecore::CMutex m_hMutex;
     uint16_t m_usLevel;
 };
 
@@ -107,7 +107,7 @@ private:
     void WriteNarrow(std::string_view i_strLine) override;
 
     bool m_bOutput;
-    uint32_t m_ulDropped = 0;
+    uint32_t m_ulDropped WIRE_GUARDED_BY(m_hMutex) = 0;
 };
 
 namespace detail {

@@ -149,7 +149,7 @@ TEST(Library, WaitsOnceAtTheEndForACallThatStaysInside)
               }),
               7);
     unsetenv("TORNVAL_EMULATOR_BOARD");
-    // One wait of two seconds, not two.
+    // One wait of a second, not one for each load.
     EXPECT_LT(std::chrono::steady_clock::now() - l_Begin, std::chrono::milliseconds(3900));
     EXPECT_EQ(l_Home.TraceLines().back(),
               "CRouter> ends with 1 calls inside: the drivers are left as "
