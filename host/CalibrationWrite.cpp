@@ -259,8 +259,13 @@ void WritePairs(CProgram& io_Program, const std::vector<S_NEW_PAIR>& i_vPairs,
                      std::to_string(i_vPairs.size()) + "\n");
     ThrowIfStopped("the write was finished first");
     if (i_Options.bVerify && !TellBoard(io_Program, i_vPairs, l_Old)) {
-        throw S_FAILURE{k_lExitDevice, "the board does not have the pairs that were written. A "
-                                       "simulated board stores none"};
+        throw S_FAILURE{k_lExitDevice,
+                        std::string("the board does not have the pairs that were written. ") +
+                            (l_bSimulated
+                                 ? "A simulated board stores none"
+                                 : "Does the program of the key SET_RESET_EXEC restart it? "
+                                   "The pairs before are in " +
+                                       l_Document.value("kept", "no file"))};
     }
 }
 

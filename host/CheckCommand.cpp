@@ -352,7 +352,7 @@ private:
     std::optional<std::filesystem::path> FindRegular(size_t i_uLine, const std::string& i_strName,
                                                      const std::string& i_strMissing)
     {
-        const std::optional<std::filesystem::path> l_Path = FindFile(i_strName);
+        std::optional<std::filesystem::path> l_Path = FindFile(i_strName);
         std::error_code l_Error;
         if (!l_Path) {
             Tell(i_uLine, true, i_strMissing);

@@ -1,5 +1,7 @@
 #include "CsvFile.h"
 
+#include "Settings.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -203,9 +205,8 @@ char* CCsvFile::AddRow(char* o_pcAt, const Channels& i_vChannels, size_t i_uRow,
 {
     // The place is handed along: a byte written may be part of anything, so a member that held it would
     // be read again after each.
-    o_pcAt = m_Form.dPeriod > 0 ? std::to_chars(o_pcAt, o_pcAt + k_uNumber,
-                                                static_cast<double>(i_uTotal) * m_Form.dPeriod)
-                                      .ptr
+    o_pcAt = m_Form.dPeriod > 0 ? WriteNumber(o_pcAt, o_pcAt + k_uNumber,
+                                              static_cast<double>(i_uTotal) * m_Form.dPeriod)
                                 : std::to_chars(o_pcAt, o_pcAt + k_uNumber, i_uTotal).ptr;
     *o_pcAt++ = ',';
     const size_t l_uChannels = i_vChannels.size();
@@ -215,9 +216,8 @@ char* CCsvFile::AddRow(char* o_pcAt, const Channels& i_vChannels, size_t i_uRow,
             o_pcAt =
                 m_Form.vScales.empty()
                     ? std::to_chars(o_pcAt, o_pcAt + k_uNumber, l_lSample).ptr
-                    : std::to_chars(o_pcAt, o_pcAt + k_uNumber,
-                                    l_lSample * m_Form.vScales[i].first + m_Form.vScales[i].second)
-                          .ptr;
+                    : WriteNumber(o_pcAt, o_pcAt + k_uNumber,
+                                  l_lSample * m_Form.vScales[i].first + m_Form.vScales[i].second);
         }
         *o_pcAt++ = ',';
     }

@@ -24,13 +24,15 @@ std::string Row(const std::string& i_strDriver, const std::string& i_strID,
 void List(CProgram& io_Program, const std::vector<S_DRIVER>& i_vDrivers, bool i_bReachable)
 {
     nlohmann::json l_List = nlohmann::json::array();
+    if (i_bReachable) {
+        io_Program.Print(Row("driver", "ID", "hardware", "kind", "state"));
+    }
     for (const S_DRIVER& l_Driver : i_vDrivers) {
         if (l_Driver.bReachable != i_bReachable) {
             continue;
         }
-        if (l_List.empty()) {
-            io_Program.Print(i_bReachable ? Row("driver", "ID", "hardware", "kind", "state")
-                                          : "\nnot reachable:\n");
+        if (l_List.empty() && !i_bReachable) {
+            io_Program.Print("not reachable:\n");
         }
         const std::string l_strHardware = LinkTypeInWords(l_Driver.strLinkType);
         io_Program.Print(Row(l_Driver.strLinkType, std::to_string(l_Driver.ulID), l_strHardware,

@@ -99,7 +99,8 @@ void AddFailures(const std::vector<S_LIVE_ROW>& i_vRows, const S_LIVE_ROUND& i_R
         }
     }
     for (const auto& [l_strError, l_strRows] : l_vFailures) {
-        io_vPage.push_back(l_strRows + ": " + l_strError);
+        io_vPage.push_back(l_strRows);
+        io_vPage.back().append(": ").append(l_strError);
     }
 }
 

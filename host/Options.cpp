@@ -20,16 +20,46 @@ std::vector<std::string> NamesBelow(const CLI::App& i_App)
     return l_vNames;
 }
 
-/** What a misspelt command was probably meant to be; empty if the commands are right. */
-std::string MeantCommand(const CLI::App& i_App, int i_lArgc, char** i_ppszArgv)
+/** Long names of the options of a command, with their dashes. */
+std::vector<std::string> OptionNames(const CLI::App& i_App)
 {
-    const CLI::App* l_pApp = &i_App;
-    for (int i = 1; i < i_lArgc && *i_ppszArgv[i] != '-'; ++i) {
-        const std::vector<std::string> l_vKnown = NamesBelow(*l_pApp);
-        if (std::find(l_vKnown.begin(), l_vKnown.end(), i_ppszArgv[i]) == l_vKnown.end()) {
-            return Nearest(i_ppszArgv[i], l_vKnown);
+    std::vector<std::string> l_vNames;
+    for (const CLI::Option* l_pOption : i_App.get_options()) {
+        for (const std::string& l_strName : l_pOption->get_lnames()) {
+            l_vNames.push_back("--" + l_strName);
         }
-        l_pApp = l_pApp->get_subcommand(i_ppszArgv[i]);
+    }
+    return l_vNames;
+}
+
+/** Names the first command or option that there is not, and what was probably meant; empty if the
+ *  words are right and something else is wrong. */
+std::string WrongWord(const CLI::App& i_App, int i_lArgc, char** i_ppszArgv)
+{
+    const auto l_IsIn = [](const std::string& i_strWord, const std::vector<std::string>& i_vKnown) {
+        return std::find(i_vKnown.begin(), i_vKnown.end(), i_strWord) != i_vKnown.end();
+    };
+    const CLI::App* l_pApp = &i_App;
+    std::string l_strPath = i_App.get_name();
+    for (int i = 1; i < i_lArgc && !l_pApp->get_prefix_command(); ++i) {
+        std::string l_strWord = i_ppszArgv[i];
+        const bool l_bOption = l_strWord.starts_with("--") && l_strWord.size() > 2;
+        l_strWord.resize(l_bOption ? std::min(l_strWord.find('='), l_strWord.size())
+                                   : l_strWord.size());
+        const std::vector<std::string> l_vKnown =
+            l_bOption ? OptionNames(*l_pApp) : NamesBelow(*l_pApp);
+        if (l_vKnown.empty() || (!l_bOption && l_strWord.starts_with('-'))) {
+            continue; // a value
+        }
+        if (!l_IsIn(l_strWord, l_vKnown)) {
+            const std::string l_strNearest = Nearest(l_strWord, l_vKnown);
+            return l_strPath + " has no " + (l_bOption ? "option " : "command ") + l_strWord +
+                   (l_strNearest.empty() ? "" : ". Did you mean \"" + l_strNearest + "\"?") + "\n";
+        }
+        if (!l_bOption) {
+            l_pApp = l_pApp->get_subcommand(l_strWord);
+            l_strPath += " " + l_strWord;
+        }
     }
     return {};
 }
@@ -199,12 +229,12 @@ std::optional<S_COMMAND_LINE_END> CCommandLine::Read(int i_lArgc, char** i_ppszA
         std::ostringstream l_Output;
         std::ostringstream l_Complaint;
         const bool l_bAsked = m_pApp->exit(l_Error, l_Output, l_Complaint) == 0;
-        const std::string l_strMeant =
-            l_bAsked ? std::string() : MeantCommand(*m_pApp, i_lArgc, i_ppszArgv);
-        return S_COMMAND_LINE_END{
-            l_bAsked, l_Output.str(),
-            l_Complaint.str() +
-                (l_strMeant.empty() ? "" : "Did you mean \"" + l_strMeant + "\"?\n")};
+        const std::string l_strWrong =
+            l_bAsked ? std::string() : WrongWord(*m_pApp, i_lArgc, i_ppszArgv);
+        return S_COMMAND_LINE_END{l_bAsked, l_Output.str(),
+                                  l_strWrong.empty()
+                                      ? l_Complaint.str()
+                                      : l_strWrong + "Run with --help for more information.\n"};
     }
 }
 

@@ -128,7 +128,8 @@ const S_DRIVER& CSession::ByName(const std::string& i_strName) const
             return l_Driver;
         }
         l_strLoaded += (l_strLoaded.empty() ? "" : ", ") + l_Driver.strLinkType + " " +
-                       std::to_string(l_Driver.ulID);
+                       std::to_string(l_Driver.ulID) +
+                       (l_Driver.bReachable ? "" : " (not reachable)");
     }
     throw S_FAILURE{k_lExitNoDriver, "no driver " + i_strName + "; loaded: " +
                                          (l_strLoaded.empty() ? "none" : l_strLoaded)};

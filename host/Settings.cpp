@@ -2,6 +2,7 @@
 
 #include "cecore.h"
 
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -100,6 +101,21 @@ double CSettings::Real(std::string_view i_strSection, std::string_view i_strKey,
     const std::string l_strText = Text(i_strSection, i_strKey).value_or("");
     double l_dNumber = i_dDefault;
     std::from_chars(l_strText.data(), l_strText.data() + l_strText.size(), l_dNumber);
+    return l_dNumber;
+}
+
+char* WriteNumber(char* o_pcFrom, char* i_pcTo, double i_dNumber)
+{
+    return std::to_chars(o_pcFrom, i_pcTo, i_dNumber, std::chars_format::general, 15).ptr;
+}
+
+double S_UNIT::Of(int32_t i_lMeasure) const
+{
+    std::array<char, 32> l_szText{};
+    double l_dNumber = i_lMeasure * dScale + dOffset;
+    std::from_chars(l_szText.data(),
+                    WriteNumber(l_szText.data(), l_szText.data() + l_szText.size(), l_dNumber),
+                    l_dNumber);
     return l_dNumber;
 }
 

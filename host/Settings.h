@@ -70,8 +70,12 @@ struct S_UNIT
     std::string Name() const { return strUnit.empty() ? "raw" : strUnit; }
 
     /** What is shown of a measure. */
-    double Of(int32_t i_lMeasure) const { return i_lMeasure * dScale + dOffset; }
+    double Of(int32_t i_lMeasure) const;
 };
+
+/** Writes a number with at most 15 digits, which are those that somebody would write: a scale of 0.1
+ *  makes 0.3 of 3, and not 0.30000000000000004. @return behind the last character. */
+char* WriteNumber(char* o_pcFrom, char* i_pcTo, double i_dNumber);
 
 /** Unit of an input of the board, 0 to 12 (section IM), or of a channel of a probe, 0 or 1 (section BT,
  *  USB): keys UNIT_n, SCALE_n or SCALE, OFFSET_n or OFFSET. */

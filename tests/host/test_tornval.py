@@ -92,7 +92,9 @@ class TornvalTest(unittest.TestCase):
             out, err = self.run_tornval(1, *wrong.split())
             self.assertEqual(out, "", wrong)
             self.assertNotEqual(err, "", wrong)
-        self.assertIn("upload", self.run_tornval(1, "uplaod")[1])
+        for wrong, meant in [("uplaod --blocks 1", "upload"), ("calibration sett --a 1", "set"),
+                             ("measure --inptu 3", "--input"), ("upload --cvs=a", "--csv")]:
+            self.assertIn(f'Did you mean "{meant}"?', self.run_tornval(1, *wrong.split())[1])
         self.run_json(1, "measure")
         for stdout, what in [("/dev/full", ["--help"]), ("/dev/full", ["drivers"])]:
             with open(stdout, "w") as file:
@@ -286,15 +288,16 @@ class TornvalTest(unittest.TestCase):
     def test_a_signal_ends_every_wait(self):
         self.configure(real(f"{LINKS}/virtual_link.so"))
         self.environment["TORNVAL_EMULATOR_BOARD"] = "no-answer@212,no-answer@211"
-        for command in [["measure", "--input", "1"], ["upload", "--blocks", "3"]]:
+        for command, stop in [(["measure", "--input", "1"], signal.SIGINT),
+                              (["upload", "--blocks", "3"], signal.SIGHUP)]:
             process = self.start(*command)
-            self.await_handler(process, signal.SIGINT)
+            self.await_handler(process, stop)
             time.sleep(1)
             self.assertIsNone(process.poll())
-            process.send_signal(signal.SIGINT)
+            process.send_signal(stop)
             begin = time.monotonic()
             process.communicate(timeout=30)
-            self.assertEqual(process.returncode, 130)
+            self.assertEqual(process.returncode, 128 + stop)
             self.assertLess(time.monotonic() - begin, 2)  # half a second, and a busy machine
 
     def reasons(self, code=2):
@@ -386,7 +389,7 @@ class TornvalTest(unittest.TestCase):
 
     def test_both_channels_of_a_probe_in_its_units(self):
         self.configure(f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\nSAMPLE_PERIOD=0.5\n"
-                       "UNIT_0=mV\nUNIT_1=Hz\nSCALE_1=0.25\nOFFSET_1=-8\n")
+                       "UNIT_0=mV\nUNIT_1=Hz\nSCALE_1=0.1\nOFFSET_1=-8\n")
         self.environment["TORNVAL_EMULATOR_RECORDING"] = RECORDING
         record = ["probe", "record", "--driver", "USB", "--channel", "1", "--reads", "3", "--csv",
                   self.path("p.csv"), "--force"]
@@ -405,7 +408,7 @@ class TornvalTest(unittest.TestCase):
                                 "fortran_order": False, "shape": (len(rows),)})
         self.assertGreater(len({row[2] for row in raw}), 3)
         self.assertEqual([[float(n) for n in row[1:]] for row in rows],
-                         [[a, b * 0.25 - 8] for _, a, b in raw])
+                         [[a, round(b * 0.1 - 8, 1)] for _, a, b in raw])
         with open(self.path("p.svg")) as file:
             picture = file.read()
         for words in ["channel 0, mV", "channel 1, Hz", "time in s"]:
