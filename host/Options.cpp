@@ -53,8 +53,11 @@ std::string WrongWord(const CLI::App& i_App, int i_lArgc, char** i_ppszArgv)
         }
         if (!l_IsIn(l_strWord, l_vKnown)) {
             const std::string l_strNearest = Nearest(l_strWord, l_vKnown);
-            return l_strPath + " has no " + (l_bOption ? "option " : "command ") + l_strWord +
-                   (l_strNearest.empty() ? "" : ". Did you mean \"" + l_strNearest + "\"?") + "\n";
+            l_strPath.append(l_bOption ? " has no option " : " has no command ").append(l_strWord);
+            if (!l_strNearest.empty()) {
+                l_strPath.append(". Did you mean \"").append(l_strNearest).append("\"?");
+            }
+            return l_strPath.append("\n");
         }
         if (!l_bOption) {
             l_pApp = l_pApp->get_subcommand(l_strWord);
