@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <dlfcn.h>
@@ -103,8 +104,8 @@ public:
     }
 
     /** One call of an exported function. */
-    template <typename R, typename... Formal, typename... Actual>
-    R Call(R (*i_pfn)(Formal...), Actual... i_Arguments)
+    template <typename R, typename... Formal>
+    R Call(R (*i_pfn)(Formal...), std::type_identity_t<Formal>... i_Arguments)
     {
         m_pfnInside(true);
         const R l_Result = i_pfn(i_Arguments...);

@@ -192,7 +192,9 @@ int open(const char* i_pszPath, int i_lFlags, ...)
     va_end(l_Arguments);
     return Fails(E_SEAM::Open, EMFILE) ? -1 : s_pfnNext(i_pszPath, i_lFlags, l_lMode);
 }
+#ifndef __USE_FILE_OFFSET64 // where it is set, the one above is open64 already
 int open64(const char*, int, ...) __attribute__((alias("open")));
+#endif
 
 int pthread_create(pthread_t* o_pThread, const pthread_attr_t* i_pAttributes,
                    void* (*i_pfnRun)(void*), void* i_pArgument)
