@@ -138,7 +138,7 @@ static int ShowCalibration(void)
     if (GetMBCalibrationCoeff(a, b, 13) == 0) {
         return 0;
     }
-    printf("voie 2: a %.0f, b %.0f\n", a[2], b[2]);
+    printf("input 2: a %.0f, b %.0f\n", a[2], b[2]);
     return 1;
 }
 //! [GetMBCalibrationCoeff]

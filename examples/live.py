@@ -16,7 +16,7 @@ def main() -> None:
         for _ in range(number):
             begin = time.perf_counter()
             value = instrument.measure(2)
-            print(f"voie 2: {value} after {1e3 * (time.perf_counter() - begin):.2f} ms")
+            print(f"input 2: {value} after {1e3 * (time.perf_counter() - begin):.2f} ms")
         emulator.set("board", "error-code=17*1")
         try:
             instrument.measure(2)

@@ -27,6 +27,6 @@ int main(void)
     if (result.ulStatus != 0) {
         return Failed("measure", result);
     }
-    printf("voie 2: %d\n", (int)value);
+    printf("input 2: %d\n", (int)value);
     return 0;
 }

@@ -50,7 +50,7 @@ std::vector<std::string> Arguments(CCommand i_Root, CCommand i_Command)
     std::vector<std::string> l_vArguments = ProgramOf(i_Command.Rest(), i_Root.Names());
     if (l_vArguments.empty()) {
         throw S_FAILURE{k_lExitUsage, "a command is missing: tornval " + i_Command.Name() +
-                                          " FILE measure --voie 2"};
+                                          " FILE measure --input 2"};
     }
     return l_vArguments;
 }
@@ -151,7 +151,7 @@ void AddCaptureCommands(CCommand i_Parent, CProgram& io_Program)
     auto l_pOptions = std::make_shared<S_CAPTURE_OPTIONS>();
     AddRun(i_Parent, io_Program, "capture",
            "Runs COMMAND and records every exchange of its drivers with their link libraries.\n"
-           "COMMAND is one of tornval's own, \"measure --voie 2\", or any program that uses the "
+           "COMMAND is one of tornval's own, \"measure --input 2\", or any program that uses the "
            "library",
            *l_pOptions,
            [=](const std::vector<std::string>& i_vArguments) {

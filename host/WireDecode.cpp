@@ -318,12 +318,12 @@ void CWireDecoder::DecodeFrame(const S_CAPTURE_RECORD& i_Call, S_WIRE_MESSAGE& i
         l_Fields.Number("period", 4);
         const uint32_t l_ulChannels = l_Fields.Number("channels", 4).value_or(0);
         for (uint32_t i = 0; i < l_ulChannels && l_Fields.Left() >= 4; ++i) {
-            l_Fields.Number("voie of channel " + std::to_string(i), 4);
+            l_Fields.Number("input of channel " + std::to_string(i), 4);
         }
     } else if (l_bBoard && l_ucCmde == 212) {
-        l_Fields.Number("voie", 4);
+        l_Fields.Number("input", 4);
     } else if (l_bBoard && l_ucCmde == 213) {
-        l_Fields.Number("voie", 4);
+        l_Fields.Number("input", 4);
         l_Fields.Number("a", 4);
         l_Fields.Signed("b");
     } else if (l_bBoard && l_ucCmde == 0) {
@@ -401,14 +401,14 @@ void CWireDecoder::DecodeAnswer(const S_CAPTURE_RECORD& i_Return, bool i_bModule
             l_Fields.Explain(*l_oulError == 0 || *l_oulError == 2006 ? " good" : " bad");
         }
         for (int i = 0; i_usCmde == 208 && i < 13 && l_Fields.Left() >= 8; ++i) {
-            l_Fields.Number("a of voie " + std::to_string(i), 4);
-            l_Fields.Signed("b of voie " + std::to_string(i));
+            l_Fields.Number("a of input " + std::to_string(i), 4);
+            l_Fields.Signed("b of input " + std::to_string(i));
         }
         if (i_usCmde == 211 && l_Fields.Left() >= 4) {
             l_Fields.Number("compressed size", 4);
             l_Fields.Rest("samples");
         } else if (i_usCmde == 212 && l_Fields.Left() >= 8) {
-            l_Fields.Number("voie", 4);
+            l_Fields.Number("input", 4);
             l_Fields.Number("converter", 4);
         }
     }

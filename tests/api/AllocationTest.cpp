@@ -34,6 +34,7 @@ static bool IsRefused()
     return t_llGiven >= 0 && t_llGiven-- == 0;
 }
 
+#pragma GCC visibility push(default) // those of the libraries, too
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
 extern "C" void* __libc_realloc(void*, size_t);
@@ -54,6 +55,7 @@ extern "C" void* aligned_alloc(size_t i_ulAlignment, size_t i_ulSize)
 {
     return IsRefused() ? nullptr : __libc_memalign(i_ulAlignment, i_ulSize);
 }
+#pragma GCC visibility pop
 
 namespace {
 

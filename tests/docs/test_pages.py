@@ -134,7 +134,7 @@ class PagesTest(unittest.TestCase):
         (self.scratch / "examples/minimal_host.c").write_text(program)
         lines = [command for page, command in commands() if "minimal_host" in command]
         self.assertEqual(len(lines), 2, lines)
-        self.assertIn("voie 2: 1234", self.shell(" && ".join(lines)))
+        self.assertIn("input 2: 1234", self.shell(" && ".join(lines)))
 
     def test_the_python_example_runs_as_pasted(self):
         (program,) = fenced("README.md", "python")

@@ -117,7 +117,7 @@ class WireTest(unittest.TestCase):
         send = next(r for r in records if r["out"] and "send" in r["words"] and "212" in r["words"])
         fields = {f["name"]: (f["offset"], f["value"]) for f in send["fields"]}
         self.assertTrue(send["crc_good"])
-        self.assertEqual((fields["voie"], fields["size"]), ((12, "2"), (4, "8")))
+        self.assertEqual((fields["input"], fields["size"]), ((12, "2"), (4, "8")))
         self.assertEqual(fields["crc"], (0, "0xBF0B good"))
         own = [r for r in records if r["call"] == send["call"]]
         self.assertEqual([r["out"] for r in own].count(True), 1)
@@ -125,7 +125,7 @@ class WireTest(unittest.TestCase):
         answer = [r for r in records if r["words"].startswith("answer")][-1]
         fields = {f["name"]: (f["offset"], f["value"]) for f in answer["fields"]}
         self.assertTrue(answer["crc_good"])
-        self.assertEqual((fields["voie"], fields["link status"]), ((22, "2"), (0, "0 good")))
+        self.assertEqual((fields["input"], fields["link status"]), ((22, "2"), (0, "0 good")))
         text = self.tornval("wire", self.session).stdout
         self.assertIn("CRC good", text)
         with open(self.session, "r+b") as file:  # a bit of that frame

@@ -16,7 +16,7 @@ from pathlib import Path
 SOURCE, BUILD = (Path(argument).resolve() for argument in sys.argv[1:3])
 EXAMPLES = SOURCE / "examples"
 HERE = Path(__file__).resolve().parent
-C_OUTPUT = "4000 IM IM\n5001 MO MO\nvoie 2: 1234\n"
+C_OUTPUT = "4000 IM IM\n5001 MO MO\ninput 2: 1234\n"
 CPP_OUTPUT = "block 2: 300 300 300 samples"
 
 
@@ -90,7 +90,7 @@ class InstallTest(unittest.TestCase):
         self.assertIn("0.1.0", self.run_in_scratch(self.prefix / "bin/tornval", "--version"))
         (self.scratch / "home").mkdir()
         (self.scratch / "home/TornvalC63.ini").write_text("[IM]\nDRIVER_NAME=virtual_link.so\n")
-        measured = self.run_in_scratch(self.prefix / "bin/tornval", "measure", "--voie", "2",
+        measured = self.run_in_scratch(self.prefix / "bin/tornval", "measure", "--input", "2",
                                        TORNVAL_HOME=str(self.scratch / "home"))
         self.assertEqual(measured, "3002\n")
 
@@ -108,7 +108,7 @@ class InstallTest(unittest.TestCase):
         self.assertIn("channel 2: 4200 samples", drawn)
         self.assertGreater((self.scratch / "replay.png").stat().st_size, 10000)
         live = self.run_in_scratch(sys.executable, EXAMPLES / "live.py", "3", **environment)
-        self.assertEqual(live.count("voie 2: 3002"), 3, live)
+        self.assertEqual(live.count("input 2: 3002"), 3, live)
         self.assertIn("code 17", live)
         # The fixtures are there without being asked for, and the module's own tests hold here too.
         self.run_in_scratch(sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider",
