@@ -13,6 +13,14 @@
 #include <string>
 #include <vector>
 
+/** Whether an emulator of processors runs this test (script/test-arm tells). It starts programs and bounds
+ *  memory in a way of its own: it tells nothing of a program that cannot be started, gives no program more
+ *  rights, knows no limit of addresses. */
+inline bool OnEmulatedProcessor()
+{
+    return std::getenv("TORNVAL_EMULATED_PROCESSOR") != nullptr;
+}
+
 /** Makes the folder, points TORNVAL_HOME and TORNVAL_HD00 at it, removes it at the end. */
 class CTestHome
 {

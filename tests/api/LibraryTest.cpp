@@ -247,7 +247,7 @@ TEST(Library, FindsTheConfigurationOfAHostWhosePathIsTooLong)
     for (const size_t l_ulLength : {259U, 270U}) {
         const std::string l_strHost =
             l_Home.Path(std::string(l_ulLength - l_Home.Path("").size(), 'h'));
-        std::filesystem::copy_file("/proc/self/exe", l_strHost);
+        std::filesystem::copy_file(std::filesystem::read_symlink("/proc/self/exe"), l_strHost);
         const pid_t l_lPid = fork();
         if (l_lPid == 0) {
             unsetenv("TORNVAL_HOME");

@@ -335,7 +335,8 @@ class TornvalTest(unittest.TestCase):
         self.assertEqual((document["drivers"], [d["link_type"] for d in document["not_reachable"]]),
                          ([], ["MO"]))
         self.assertIn("/no2: No such file or directory; serial ports here: ", self.reasons()["MO"])
-        self.assertIn("reaches", self.run_tornval(2, "monitor")[1])
+        if "monitor" in self.run_tornval(0, "--help")[0]:  # not in a build for another processor
+            self.assertIn("reaches", self.run_tornval(2, "monitor")[1])
         os.remove(self.path("TornvalC63.ini"))
         self.assertIn(self.path("TornvalC63.ini"), self.reasons()["IM"])
         self.assertIn("is not loaded", self.run_json(2, "measure", "--voie", "1")["error"])
