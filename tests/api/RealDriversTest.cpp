@@ -306,6 +306,14 @@ TEST(RealDrivers, JudgeAMilliohmMeasureByItsStatus)
                                     : Failed(MODULE, RESULT, {.ulFirmware = l_ulFwStatus}));
         EXPECT_EQ(l_lValue, l_ulFwStatus == 0 ? 123456 : 0);
     }
+    // Too few bytes, another return code; and nowhere to put the values.
+    for (const char* l_pszFault : {"count=11*1", "return-code=2*1"}) {
+        l_Instrument.Dial("milliohm", l_pszFault);
+        int32_t l_lValue = 7;
+        EXPECT_EQ(GetMicroOhmMeasure(&l_lValue), Failed(MODULE, RESULT)) << l_pszFault;
+        EXPECT_EQ(l_lValue, 0);
+    }
+    EXPECT_EQ(Exchange(5001, 0xA1, nullptr), Failed(MODULE, RESULT));
     // The version text at the edge of the caller's buffer: 4 + 14 + 28 + 1 bytes are delivered.
     l_Instrument.Dial("milliohm", "version=1.2");
     int32_t l_lSize = 0;

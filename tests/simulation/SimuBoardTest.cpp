@@ -266,6 +266,10 @@ TEST(SimuMilliOhm, AnswersItsTwoCommands)
     EXPECT_EQ(l_fnFetch(0, nullptr), Done(MODULE, RESULT));
     EXPECT_TRUE(l_lSize == 1 && l_alData[0] == 3333 && l_alData[1] == 2);
     EXPECT_EQ(l_fnSend(0xA0), Failed(MODULE, SEND));
+    EXPECT_EQ(l_fnFetch(15, l_acText), Failed(MODULE, RESULT));
+    EXPECT_EQ(l_Home.TraceLines().back(),
+              "C_MilliOhmDriverSerialSimu::GetResult> ERROR unknown command [ERROR_LEVEL]");
+    EXPECT_EQ(l_Driver.GetMicroOhmMeasure(&l_lSize, nullptr, &l_lSize), Failed(MODULE, NO_STEP));
     EXPECT_EQ(GetNbReturnByte(l_Receive), 0U);
     EXPECT_EQ(l_Driver.Close(), Done(MODULE, CLOSE));
     EXPECT_EQ(l_Home.TraceLines().back(),

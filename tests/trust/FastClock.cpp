@@ -16,12 +16,15 @@ constinit std::atomic<int64_t> s_llForward{0};
 
 int64_t Nanoseconds(const timespec& i_Time)
 {
-    return i_Time.tv_sec * 1'000'000'000 + i_Time.tv_nsec;
+    return int64_t{i_Time.tv_sec} * 1'000'000'000 + i_Time.tv_nsec;
 }
 
 timespec Time(int64_t i_llNanoseconds)
 {
-    return {i_llNanoseconds / 1'000'000'000, i_llNanoseconds % 1'000'000'000};
+    timespec l_Time{};
+    l_Time.tv_sec = static_cast<time_t>(i_llNanoseconds / 1'000'000'000);
+    l_Time.tv_nsec = static_cast<decltype(l_Time.tv_nsec)>(i_llNanoseconds % 1'000'000'000);
+    return l_Time;
 }
 
 template <typename F>
