@@ -19,6 +19,7 @@ void RunOnDrivers(CProgram& io_Program, const std::optional<std::string>& i_strN
     std::optional<S_FAILURE> l_Failure;
     nlohmann::json l_List = nlohmann::json::array();
     for (const S_DRIVER& l_Driver : l_Session.Select(i_strName)) {
+        l_Session.RequireReachable(l_Driver);
         S_CALL l_Call;
         const S_RESULT l_Result = CallForRecord(
             [i_fnOperation, l_ulID = l_Driver.ulID] { return i_fnOperation(l_ulID); }, l_Call);

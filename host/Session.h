@@ -44,10 +44,14 @@ public:
     /** Record of the load. */
     const S_RESULT& LoadResult() const { return m_LoadResult; }
 
-    /** The driver with a link type word, "IM" or "MO". @throws S_FAILURE. */
+    /** @throws S_FAILURE where the load told that the link of the driver did not open. */
+    void RequireReachable(const S_DRIVER& i_Driver) const;
+
+    /** The driver with a link type word, "IM" or "MO". @throws S_FAILURE, also if it reaches nothing. */
     const S_DRIVER& ByLinkType(const std::string& i_strLinkType) const;
 
-    /** The driver with a name: a link type word in any case, or an ID. @throws S_FAILURE. */
+    /** The driver with a name: a link type word in any case, or an ID. @throws S_FAILURE,
+     *  also if it reaches nothing. */
     const S_DRIVER& ByName(const std::string& i_strName) const;
 
     /** The probe with a name. @throws S_FAILURE, also if the driver is no probe. */

@@ -40,11 +40,12 @@ int EndReading(host::S_COMMAND_LINE_END i_End, int i_lArgc, char** i_ppszArgv)
         return std::strcmp(i_pszWord, "--json") == 0;
     });
     if (!i_End.bAsked && l_bJson) {
-        i_End.strOutput = nlohmann::json{{"ok", false},
-                                         {"exit_code", static_cast<int>(host::k_lExitUsage)},
-                                         {"error", i_End.strComplaint}}
-                              .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
-                          "\n";
+        i_End.strOutput =
+            nlohmann::json{{"ok", false},
+                           {"exit_code", static_cast<int>(host::k_lExitUsage)},
+                           {"error", i_End.strComplaint.substr(0, i_End.strComplaint.find('\n'))}}
+                .dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
+            "\n";
     }
     if (std::fputs(i_End.strOutput.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
         if (errno != EPIPE) {

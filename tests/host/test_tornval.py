@@ -95,7 +95,7 @@ class TornvalTest(unittest.TestCase):
         for wrong, meant in [("uplaod --blocks 1", "upload"), ("calibration sett --a 1", "set"),
                              ("measure --inptu 3", "--input"), ("upload --cvs=a", "--csv")]:
             self.assertIn(f'Did you mean "{meant}"?', self.run_tornval(1, *wrong.split())[1])
-        self.run_json(1, "measure")
+        self.assertEqual(self.run_json(1, "measure")["error"], "--input is required")
         for stdout, what in [("/dev/full", ["--help"]), ("/dev/full", ["drivers"])]:
             with open(stdout, "w") as file:
                 self.assertEqual(subprocess.run([TORNVAL, *what], stdout=file, env=self.environment,
@@ -336,6 +336,9 @@ class TornvalTest(unittest.TestCase):
         self.assertEqual((document["drivers"], [d["link_type"] for d in document["not_reachable"]]),
                          ([], ["MO"]))
         self.assertIn("/no2: No such file or directory; serial ports here: ", self.reasons()["MO"])
+        for command in ["microohm", "init", "send --driver MO --command 255"]:
+            self.assertIn("does not reach its hardware: serial /no2",
+                          self.run_json(2, *command.split())["error"])
         if "monitor" in self.run_tornval(0, "--help")[0]:  # not in a build for another processor
             self.assertIn("reaches", self.run_tornval(2, "monitor")[1])
         os.remove(self.path("TornvalC63.ini"))
