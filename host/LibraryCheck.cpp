@@ -97,4 +97,11 @@ std::vector<std::string> LibraryFaults(const std::string& i_strSection,
     return l_vFaults;
 }
 
+bool IsEmulatedLink(const std::string& i_strName)
+{
+    const std::unique_ptr<void, int (*)(void*)> l_pLibrary(
+        dlopen(Located(i_strName).c_str(), RTLD_NOLOAD | RTLD_LAZY), &dlclose);
+    return l_pLibrary != nullptr && HasEntryPoint(l_pLibrary.get(), "TornvalEmulated");
+}
+
 } // namespace host

@@ -19,4 +19,8 @@ namespace host {
 std::vector<std::string> LibraryFaults(const std::string& i_strSection,
                                        const std::string& i_strName);
 
+/** Whether a link library that this process has loaded has an emulated instrument behind it, which its
+ *  entry point TornvalEmulated tells. */
+bool IsEmulatedLink(const std::string& i_strName);
+
 } // namespace host

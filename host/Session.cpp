@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include "LibraryCheck.h"
 #include "Samples.h"
 #include "Stop.h"
 
@@ -48,25 +49,27 @@ std::string KindOf(const S_DRIVER& i_Driver, const CSettings& i_Settings)
     if (i_Settings.Number(l_strSection.c_str(), "SIMU", 0) != 0) {
         return "simulated";
     }
-    std::string l_strFile = std::filesystem::path(i_Driver.strName).filename().string();
-    if (l_strFile == "replay_link.so") {
+    const auto l_fnFile = [](const std::string& i_strPath) {
+        return std::filesystem::path(i_strPath).filename().string();
+    };
+    std::string l_strLink = i_Driver.strName;
+    if (l_fnFile(l_strLink) == "replay_link.so") {
         return "replayed";
     }
-    if (l_strFile == "capture_link.so") {
+    if (l_fnFile(l_strLink) == "capture_link.so") {
         const char* l_pszKey = l_strSection == "IM"   ? "SERIAL"
                                : l_strSection == "BT" ? "BLUETOOTH"
                                                       : "USB";
-        const std::string l_strCaptured = i_Settings.Text("CAPTURE", l_pszKey).value_or("");
-        l_strFile = std::filesystem::path(l_strCaptured).filename().string();
+        l_strLink = i_Settings.Text("CAPTURE", l_pszKey).value_or("");
     }
-    if (l_strFile == "virtual_link.so") {
+    if (IsEmulatedLink(l_strLink)) {
         return "emulated";
     }
-    if (l_strFile == "serial_link.so") {
+    if (l_fnFile(l_strLink) == "serial_link.so") {
         const char* l_pszPort = i_Driver.strLinkType == "MO" ? "PORT_2" : "PORT_1";
         return "serial " + i_Settings.Text("SERIAL_LINK", l_pszPort).value_or("");
     }
-    return "link " + l_strFile;
+    return "link " + l_fnFile(l_strLink);
 }
 
 bool SameWord(const std::string& i_strA, const std::string& i_strB)

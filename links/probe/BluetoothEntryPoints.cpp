@@ -39,4 +39,10 @@ uint32_t PBT_DeviceIoControl(uint32_t /*device*/, uint32_t constant, uint32_t co
     });
 }
 
+/** Names what is behind the link: tornval tells where its values come from. */
+TORNVAL_LINK_API const char* TornvalEmulated(void)
+{
+    return "emulated probe";
+}
+
 } // extern "C"

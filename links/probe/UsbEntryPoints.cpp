@@ -37,4 +37,10 @@ uint32_t PUSB_DeviceIoControl(uint32_t /*device*/, uint32_t constant, uint32_t c
     });
 }
 
+/** Names what is behind the link: tornval tells where its values come from. */
+TORNVAL_LINK_API const char* TornvalEmulated(void)
+{
+    return "emulated probe";
+}
+
 } // extern "C"

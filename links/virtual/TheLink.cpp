@@ -1,3 +1,4 @@
+#include "TornvalLinks.h"
 #include "links/virtual/VirtualLink.h"
 
 namespace links {
@@ -9,3 +10,9 @@ CRsLink& TheLink()
 }
 
 } // namespace links
+
+/** Names what is behind the link: tornval tells where its values come from. */
+extern "C" TORNVAL_LINK_API const char* TornvalEmulated(void)
+{
+    return "emulated board and milliohm module";
+}

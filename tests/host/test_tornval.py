@@ -347,8 +347,12 @@ class TornvalTest(unittest.TestCase):
 
     def test_real_drivers_and_their_failures(self):
         self.environment["TORNVAL_EMULATOR_STATE"] = self.path("calibration")
+        # An emulated link is known by itself, not by its name.
+        shutil.copy(f"{LINKS}/virtual_link.so", self.path("renamed.so"))
+        self.configure(real("renamed.so", f"[BT]\nLOAD=1\nDRIVER_NAME={LINKS}/zondebtc6.dll\n"))
+        self.assertEqual([d["kind"] for d in self.run_json(0, "drivers")["drivers"]],
+                         ["emulated"] * 3)
         self.configure(real(f"{LINKS}/virtual_link.so", "SET_RESET_EXEC=/bin/true\n"))
-        self.assertEqual(len(self.run_json(0, "drivers")["drivers"]), 2)
         document = self.run_json(0, "calibration", "set", "--voie", "3", "--a", "20000", "--b",
                                  "-5", "--voie", "12", "--a", "7", "--b", "8", "--verify",
                                  "--keep", self.path("before.csv"))
