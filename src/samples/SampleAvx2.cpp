@@ -229,14 +229,14 @@ TORNVAL_AVX2 bool HasHigh(const uint16_t* i_pusWords, size_t i_ulCount)
     return (static_cast<uint32_t>(_mm256_movemask_epi8(l_Any)) & 0xAAAAAAAAU) != 0;
 }
 
-/** Decodes a stream of one channel. */
+/** Decodes a stream of one channel. i_eSteps: how a sample of low range becomes a measure; i_eKind: how one
+ *  does whose range is not known. */
+template <E_KIND i_eSteps, E_KIND i_eKind>
 TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
 {
     alignas(32) uint16_t l_ausWords[k_ulWordRoom];
     S_REST l_Rest{i_Stream.pucData, i_Stream.pucData + i_Stream.ulSize, {}};
-    const bool l_bCalibrated = i_Stream.Scaling.bCalibrated;
-    const bool l_bFits = NeverSaturates(i_Stream.Scaling, 1);
-    const S_LANES l_Lanes = Spread(i_Stream.Scaling.aChannels[0]);
+    const S_LANES l_Lanes = Spread<i_eKind>(i_Stream.Scaling.aChannels[0]);
     const size_t l_ulRoom = RoomOf(i_Stream);
     S_ONLY l_Only{_mm_setzero_si128(), 0};
     size_t l_ulTotal = 0;
@@ -252,13 +252,8 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
                 break;
             }
             int32_t* l_plNext = o_plSamples + l_ulTotal;
-            if (l_bCalibrated) {
-                DecodeSteps<KIND_SATURATED>(l_Block.First, l_Value, l_Lanes, l_plNext);
-                DecodeSteps<KIND_SATURATED>(l_Block.Second, l_Value, l_Lanes, l_plNext + 32);
-            } else {
-                DecodeSteps<KIND_LOW>(l_Block.First, l_Value, l_Uniform, l_plNext);
-                DecodeSteps<KIND_LOW>(l_Block.Second, l_Value, l_Uniform, l_plNext + 32);
-            }
+            DecodeSteps<i_eSteps>(l_Block.First, l_Value, l_Uniform, l_plNext);
+            DecodeSteps<i_eSteps>(l_Block.Second, l_Value, l_Uniform, l_plNext + 32);
             l_Rest.pucData += k_ulMaskBytes;
             l_ulTotal += k_ulMaskBytes;
         }
@@ -267,20 +262,41 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
         PadWords(l_ausWords + l_ulRead);
         const size_t l_ulPart = std::min(l_ulRead, l_ulRoom - l_ulTotal);
         int32_t* l_plNext = o_plSamples + l_ulTotal;
-        if (l_bCalibrated && l_bFits) {
-            DecodeOnlyWords<KIND_CALIBRATED>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
-        } else if (l_bCalibrated) {
-            DecodeOnlyWords<KIND_SATURATED>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
-        } else if (l_Only.ulHigh == 0 && !HasHigh(l_ausWords, l_ulPart)) {
-            DecodeOnlyWords<KIND_LOW>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
+        if (i_eSteps != i_eKind && l_Only.ulHigh == 0 && !HasHigh(l_ausWords, l_ulPart)) {
+            DecodeOnlyWords<i_eSteps>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
         } else {
-            DecodeOnlyWords<KIND_RANGES>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
+            DecodeOnlyWords<i_eKind>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
         }
         l_ulTotal += l_ulPart;
         if (l_Rest.Size() == 0 || l_ulTotal == l_ulRoom) {
             return l_ulTotal;
         }
     }
+}
+
+size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
+{
+    switch (CalibrationOf(i_Stream.Scaling, 1)) {
+    case E_CALIBRATION::NONE:
+        return DecodeOnly<KIND_LOW, KIND_RANGES>(i_Stream, o_plSamples);
+    case E_CALIBRATION::WHOLE:
+        return DecodeOnly<KIND_WHOLE, KIND_WHOLE>(i_Stream, o_plSamples);
+    case E_CALIBRATION::FITS:
+        return DecodeOnly<KIND_FITS, KIND_FITS>(i_Stream, o_plSamples);
+    default:
+        return DecodeOnly<KIND_SATURATES, KIND_SATURATES>(i_Stream, o_plSamples);
+    }
+}
+
+/** Whether the vectors have what a channel's scale takes: they know no not-a-number, which a calibration of
+ *  numbers does not give, and coefficients of 16 bits. */
+bool HasLanes(const S_CHANNEL_SCALE& i_Scale, bool i_bCalibrated)
+{
+    const auto l_fnIsShort = [](int32_t i_lCoef) {
+        return static_cast<int16_t>(i_lCoef) == i_lCoef;
+    };
+    return i_bCalibrated ? std::isfinite(i_Scale.dA) && std::isfinite(i_Scale.dB)
+                         : l_fnIsShort(i_Scale.lLow) && l_fnIsShort(i_Scale.lHigh);
 }
 
 } // namespace
@@ -292,10 +308,8 @@ bool RunsDecodeAvx2()
 
 size_t DecodeStreamAvx2(const S_STREAM& i_Stream)
 {
-    // The vectors know no not-a-number; a calibration of numbers gives none.
-    for (uint32_t l_ul = 0; i_Stream.Scaling.bCalibrated && l_ul < i_Stream.ulNbChannel; ++l_ul) {
-        const S_CHANNEL_SCALE& l_Scale = i_Stream.Scaling.aChannels[l_ul];
-        if (!std::isfinite(l_Scale.dA) || !std::isfinite(l_Scale.dB)) {
+    for (uint32_t l_ul = 0; l_ul < i_Stream.ulNbChannel; ++l_ul) {
+        if (!HasLanes(i_Stream.Scaling.aChannels[l_ul], i_Stream.Scaling.bCalibrated)) {
             return DecodeStreamPortable(i_Stream);
         }
     }

@@ -65,29 +65,45 @@ TORNVAL_AVX2_INLINE __m256i HighOf(__m256i i_Words, __m256i i_IsStep)
     return _mm256_andnot_si256(i_IsStep, _mm256_srai_epi16(_mm256_slli_epi16(i_Words, 2), 15));
 }
 
-/** The scale of one channel, in every lane. */
+/** How values become measures, as kinds that the loops are compiled for. */
+enum E_KIND
+{
+    KIND_LOW,    /**< by the coefficient of low range, no sample is of high range */
+    KIND_RANGES, /**< by the coefficient of each one's range */
+    KIND_WHOLE,  /**< by a calibration of each sort */
+    KIND_FITS,
+    KIND_SATURATES
+};
+
+/** The scale of one channel, in every lane. Coefficients and a whole factor have 16 bits: a value and the
+ *  bits of its sign, times one of them and zero, are the product. */
 struct S_LANES
 {
     __m256i Low;
     __m256i High;
+    __m256i Factor;
+    __m256i Offset;
     __m256d A;
     __m256d B;
 };
 
+/** What the loops of a kind use of a scale. */
+template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE S_LANES Spread(const S_CHANNEL_SCALE& i_Scale)
 {
-    return {_mm256_set1_epi32(i_Scale.lLow), _mm256_set1_epi32(i_Scale.lHigh),
-            _mm256_set1_pd(i_Scale.dA), _mm256_set1_pd(i_Scale.dB)};
+    S_LANES l_Lanes{};
+    if constexpr (i_eKind == KIND_LOW || i_eKind == KIND_RANGES) {
+        l_Lanes.Low = _mm256_set1_epi32(i_Scale.lLow & 0xFFFF);
+        l_Lanes.High = _mm256_set1_epi32(i_Scale.lHigh & 0xFFFF);
+    } else if constexpr (i_eKind == KIND_WHOLE) {
+        l_Lanes.Factor = _mm256_set1_epi32(static_cast<int32_t>(i_Scale.dA) & 0xFFFF);
+        l_Lanes.Offset = _mm256_set1_epi32(static_cast<int32_t>(i_Scale.dB));
+    } else {
+        l_Lanes.A = _mm256_set1_pd(i_Scale.dA);
+        l_Lanes.B = _mm256_set1_pd(i_Scale.dB);
+    }
+    return l_Lanes;
 }
-
-/** How values become measures, as kinds that the loops are compiled for. */
-enum E_KIND
-{
-    KIND_LOW,        /**< by the coefficient of low range, no sample is of high range */
-    KIND_RANGES,     /**< by the coefficient of each one's range */
-    KIND_CALIBRATED, /**< by the calibration, which fits into 32 bits for every value */
-    KIND_SATURATED   /**< by the calibration */
-};
 
 /** Four values, calibrated; no value is not-a-number. */
 template <E_KIND i_eKind>
@@ -96,11 +112,21 @@ TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lan
     __m256d l_Measure = _mm256_mul_pd(
         _mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(i_Values), i_Lanes.A), i_Lanes.B),
         _mm256_set1_pd(0.0001));
-    if constexpr (i_eKind == KIND_SATURATED) {
+    if constexpr (i_eKind == KIND_SATURATES) {
         l_Measure = _mm256_min_pd(_mm256_max_pd(l_Measure, _mm256_set1_pd(-2147483648.0)),
                                   _mm256_set1_pd(2147483647.0));
     }
     return _mm256_cvttpd_epi32(l_Measure);
+}
+
+/** Eight quotients, truncated: the number times 2^44 / 10,000, and one more where it is negative. */
+TORNVAL_AVX2_INLINE __m256i DivideByTenThousand(__m256i i_Numbers)
+{
+    const __m256i l_Factor = _mm256_set1_epi32(0x68DB8BAD);
+    const __m256i l_Even = _mm256_mul_epi32(i_Numbers, l_Factor);
+    const __m256i l_Odd = _mm256_mul_epi32(_mm256_srli_epi64(i_Numbers, 32), l_Factor);
+    const __m256i l_High = _mm256_blend_epi32(_mm256_srli_epi64(l_Even, 32), l_Odd, 0xAA);
+    return _mm256_sub_epi32(_mm256_srai_epi32(l_High, 12), _mm256_srai_epi32(i_Numbers, 31));
 }
 
 /** Eight values, measured. i_IsHigh: all bits of those of high range. */
@@ -108,14 +134,17 @@ template <E_KIND i_eKind>
 TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_LANES& i_Lanes)
 {
     const __m256i l_Values = _mm256_cvtepi16_epi32(i_Values);
-    if constexpr (i_eKind == KIND_CALIBRATED || i_eKind == KIND_SATURATED) {
+    if constexpr (i_eKind == KIND_WHOLE) {
+        return DivideByTenThousand(
+            _mm256_add_epi32(_mm256_madd_epi16(l_Values, i_Lanes.Factor), i_Lanes.Offset));
+    } else if constexpr (i_eKind == KIND_FITS || i_eKind == KIND_SATURATES) {
         return _mm256_set_m128i(CalibrateFour<i_eKind>(High(l_Values), i_Lanes),
                                 CalibrateFour<i_eKind>(Low(l_Values), i_Lanes));
     } else if constexpr (i_eKind == KIND_RANGES) {
-        return _mm256_mullo_epi32(l_Values, _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High,
-                                                               _mm256_cvtepi16_epi32(i_IsHigh)));
+        return _mm256_madd_epi16(l_Values, _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High,
+                                                              _mm256_cvtepi16_epi32(i_IsHigh)));
     } else {
-        return _mm256_mullo_epi32(l_Values, i_Lanes.Low);
+        return _mm256_madd_epi16(l_Values, i_Lanes.Low);
     }
 }
 

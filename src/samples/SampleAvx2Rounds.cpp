@@ -70,46 +70,111 @@ TORNVAL_AVX2_INLINE void Turn(const uint16_t* i_pusRows, uint32_t i_ulFirst,
     }
 }
 
+/** Turns eight rows into the measures of up to eight channels. */
+template <size_t i_ulWidth, E_KIND i_eKind>
+TORNVAL_AVX2_INLINE void MeasureRows(const uint16_t* i_pusValues, const uint16_t* i_pusIsHigh,
+                                     uint32_t i_ulFirst, uint32_t i_ulNbChannel,
+                                     const S_LANES (&i_aLanes)[8], __m256i (&o_aMeasures)[8])
+{
+    __m128i l_aValues[8];
+    __m128i l_aIsHigh[8]{};
+    Turn<i_ulWidth>(i_pusValues, i_ulFirst, l_aValues);
+    if constexpr (i_eKind == KIND_RANGES) {
+        Turn<i_ulWidth>(i_pusIsHigh, i_ulFirst, l_aIsHigh);
+    }
+    // Unrolled, columns stay in registers.
+#pragma GCC unroll 8
+    for (uint32_t l_ul = 0; l_ul < (i_ulWidth == 4 ? 4U : 8U); ++l_ul) {
+        if (l_ul == i_ulNbChannel) {
+            break;
+        }
+        o_aMeasures[l_ul] = Measure<i_eKind>(l_aValues[l_ul], l_aIsHigh[l_ul], i_aLanes[l_ul]);
+    }
+}
+
 /** Turns rows into the measures of each channel. */
 template <size_t i_ulWidth, E_KIND i_eKind>
 TORNVAL_AVX2_INLINE void StoreRows(const S_ROWS& i_Values, const S_ROWS& i_IsHigh, size_t i_ulCount,
                                    S_CHANNELS& io_Channels)
 {
-    const uint32_t l_ulNbChannel = io_Channels.ulNbChannel;
-    for (uint32_t l_ulFirst = 0; l_ulFirst < l_ulNbChannel; l_ulFirst += 8) {
-        const uint32_t l_ulEnd = std::min(l_ulNbChannel, l_ulFirst + 8);
-        const size_t l_ulRows = CountOfChannel(i_ulCount, l_ulNbChannel, l_ulFirst);
-        for (size_t l_ulRow = 0; l_ulRow < l_ulRows; l_ulRow += 8) {
-            __m128i l_aValues[8];
-            __m128i l_aIsHigh[8];
-            Turn<i_ulWidth>(i_Values.ausWords + l_ulRow * i_ulWidth, l_ulFirst, l_aValues);
-            if constexpr (i_eKind == KIND_RANGES) {
-                Turn<i_ulWidth>(i_IsHigh.ausWords + l_ulRow * i_ulWidth, l_ulFirst, l_aIsHigh);
-            } else {
-                l_aIsHigh[0] = _mm_setzero_si128();
-            }
-            for (uint32_t l_ul = l_ulFirst; l_ul < l_ulEnd; ++l_ul) {
-                int32_t* l_plNext = io_Channels.aplNext[l_ul];
-                if (l_plNext == nullptr) {
-                    continue;
-                }
-                const uint32_t l_ulColumn = l_ul - l_ulFirst;
-                const __m256i l_Measures = Measure<i_eKind>(
-                    l_aValues[l_ulColumn], l_aIsHigh[i_eKind == KIND_RANGES ? l_ulColumn : 0],
-                    Spread(io_Channels.Scaling.aChannels[l_ul]));
-                const size_t l_ulLeft = CountOfChannel(i_ulCount, l_ulNbChannel, l_ul) - l_ulRow;
-                if (l_ulLeft >= 8) {
-                    Store(l_plNext, l_Measures);
-                    io_Channels.aplNext[l_ul] = l_plNext + 8;
-                } else {
-                    int32_t l_alLast[8];
-                    Store(l_alLast, l_Measures);
-                    std::memcpy(l_plNext, l_alLast, l_ulLeft * sizeof(int32_t));
-                    io_Channels.aplNext[l_ul] = l_plNext + l_ulLeft;
+    const size_t l_ulWhole = i_ulCount / io_Channels.ulNbChannel;
+    const size_t l_ulMore = i_ulCount % io_Channels.ulNbChannel; // channels that have one more
+    for (uint32_t l_ulFirst = 0; l_ulFirst < io_Channels.ulNbChannel; l_ulFirst += 8) {
+        const uint32_t l_ulNbChannel = std::min(io_Channels.ulNbChannel - l_ulFirst, 8U);
+        int32_t** const l_pplNext = io_Channels.aplNext.data() + l_ulFirst;
+        S_LANES l_aLanes[8];
+        for (uint32_t l_ul = 0; l_ul < l_ulNbChannel; ++l_ul) {
+            l_aLanes[l_ul] = Spread<i_eKind>(io_Channels.Scaling.aChannels[l_ulFirst + l_ul]);
+        }
+        __m256i l_aMeasures[8];
+        size_t l_ulRow = 0;
+        const auto l_fnMeasure = [&]() TORNVAL_AVX2 {
+            MeasureRows<i_ulWidth, i_eKind>(i_Values.ausWords + l_ulRow * i_ulWidth,
+                                            i_IsHigh.ausWords + l_ulRow * i_ulWidth, l_ulFirst,
+                                            l_ulNbChannel, l_aLanes, l_aMeasures);
+        };
+        for (; l_ulRow + 8 <= l_ulWhole; l_ulRow += 8) {
+            l_fnMeasure();
+            for (uint32_t l_ul = 0; l_ul < l_ulNbChannel; ++l_ul) {
+                if (l_pplNext[l_ul] != nullptr) {
+                    Store(l_pplNext[l_ul] + l_ulRow, l_aMeasures[l_ul]);
                 }
             }
         }
+        l_fnMeasure();
+        for (uint32_t l_ul = 0; l_ul < l_ulNbChannel; ++l_ul) {
+            const size_t l_ulRows = l_ulWhole + (l_ulFirst + l_ul < l_ulMore ? 1 : 0);
+            if (l_pplNext[l_ul] != nullptr) {
+                int32_t l_alLast[8];
+                Store(l_alLast, l_aMeasures[l_ul]);
+                std::memcpy(l_pplNext[l_ul] + l_ulRow, l_alLast,
+                            (l_ulRows - l_ulRow) * sizeof(int32_t));
+                l_pplNext[l_ul] += l_ulRows;
+            }
+        }
     }
+}
+
+/** The words of a round, and what lies between them and the width of a row. */
+template <size_t i_ulWidth>
+TORNVAL_AVX2_INLINE auto LoadRow(const uint16_t* i_pusWords)
+{
+    if constexpr (i_ulWidth == 4) {
+        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(i_pusWords));
+    } else if constexpr (i_ulWidth == 8) {
+        return LoadHalf(i_pusWords);
+    } else {
+        return Load(i_pusWords);
+    }
+}
+
+template <size_t i_ulWidth, typename V>
+TORNVAL_AVX2_INLINE void StoreRow(uint16_t* o_pusWords, V i_Words)
+{
+    if constexpr (i_ulWidth == 4) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(o_pusWords), i_Words);
+    } else if constexpr (i_ulWidth == 8) {
+        StoreHalf(o_pusWords, i_Words);
+    } else {
+        Store(o_pusWords, i_Words);
+    }
+}
+
+TORNVAL_AVX2_INLINE __m128i And(__m128i i_A, __m128i i_B)
+{
+    return _mm_and_si128(i_A, i_B);
+}
+TORNVAL_AVX2_INLINE __m256i And(__m256i i_A, __m256i i_B)
+{
+    return _mm256_and_si256(i_A, i_B);
+}
+TORNVAL_AVX2_INLINE __m128i Onto(__m128i i_Before, __m128i i_Number, __m128i i_Keep)
+{
+    return _mm_add_epi16(i_Number, _mm_and_si128(i_Before, i_Keep));
+}
+TORNVAL_AVX2_INLINE __m256i Onto(__m256i i_Before, __m256i i_Number, __m256i i_Keep)
+{
+    return _mm256_add_epi16(i_Number, _mm256_and_si256(i_Before, i_Keep));
 }
 
 /** Runs the rounds: each value is its number, on top of the round before where it is a step. */
@@ -119,36 +184,36 @@ TORNVAL_AVX2_INLINE void RunRounds(const uint16_t* i_pusNumbers, const uint16_t*
                                    S_ROWS& o_Rows)
 {
     uint16_t* l_pusRow = o_Rows.ausWords;
-    if constexpr (i_ulWidth <= 8) {
-        __m128i l_State = LoadHalf(io_pusState);
-        for (size_t l_ul = 0; l_ul < i_ulCount; l_ul += i_ulNbChannel, l_pusRow += i_ulWidth) {
-            l_State = _mm_add_epi16(LoadHalf(i_pusNumbers + l_ul),
-                                    _mm_and_si128(l_State, LoadHalf(i_pusKeep + l_ul)));
-            if constexpr (i_ulWidth == 4) {
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(l_pusRow), l_State);
-            } else {
-                StoreHalf(l_pusRow, l_State);
-            }
-        }
-        StoreHalf(io_pusState, l_State);
-    } else {
-        __m256i l_State = Load(io_pusState);
-        for (size_t l_ul = 0; l_ul < i_ulCount; l_ul += i_ulNbChannel, l_pusRow += i_ulWidth) {
-            l_State = _mm256_add_epi16(Load(i_pusNumbers + l_ul),
-                                       _mm256_and_si256(l_State, Load(i_pusKeep + l_ul)));
-            Store(l_pusRow, l_State);
-        }
-        Store(io_pusState, l_State);
+    auto l_State = LoadRow<i_ulWidth>(io_pusState);
+    size_t l_ul = 0;
+    // Two at a time: the second does not wait for the first.
+    for (; l_ul + i_ulNbChannel < i_ulCount; l_ul += 2 * i_ulNbChannel) {
+        const auto l_Number = LoadRow<i_ulWidth>(i_pusNumbers + l_ul);
+        const auto l_Keep = LoadRow<i_ulWidth>(i_pusKeep + l_ul);
+        const auto l_NextKeep = LoadRow<i_ulWidth>(i_pusKeep + l_ul + i_ulNbChannel);
+        const auto l_Both =
+            Onto(l_Number, LoadRow<i_ulWidth>(i_pusNumbers + l_ul + i_ulNbChannel), l_NextKeep);
+        StoreRow<i_ulWidth>(l_pusRow, Onto(l_State, l_Number, l_Keep));
+        l_State = Onto(l_State, l_Both, And(l_Keep, l_NextKeep));
+        StoreRow<i_ulWidth>(l_pusRow + i_ulWidth, l_State);
+        l_pusRow += 2 * i_ulWidth;
     }
+    if (l_ul < i_ulCount) {
+        l_State = Onto(l_State, LoadRow<i_ulWidth>(i_pusNumbers + l_ul),
+                       LoadRow<i_ulWidth>(i_pusKeep + l_ul));
+        StoreRow<i_ulWidth>(l_pusRow, l_State);
+    }
+    StoreRow<i_ulWidth>(io_pusState, l_State);
 }
 
-template <size_t i_ulWidth>
+/** @tparam i_bRanges whether the range of a sample counts. */
+template <size_t i_ulWidth, bool i_bRanges>
 TORNVAL_AVX2_INLINE void DecodeRounds(uint16_t* io_pusWords, size_t i_ulCount,
                                       S_CHANNELS& io_Channels)
 {
     alignas(32) uint16_t l_ausNumbers[k_ulWordRoom + 16];
     alignas(32) uint16_t l_ausKeep[k_ulWordRoom + 16];
-    alignas(32) uint16_t l_ausHigh[k_ulWordRoom + 16];
+    alignas(32) uint16_t l_ausHigh[i_bRanges ? k_ulWordRoom + 16 : 16];
     __m256i l_AnyHigh = Load(io_Channels.ausRanges.data());
     // Sixteen more: the last rounds reach into them.
     for (size_t l_ul = 0; l_ul < i_ulCount + 16; l_ul += 16) {
@@ -156,19 +221,24 @@ TORNVAL_AVX2_INLINE void DecodeRounds(uint16_t* io_pusWords, size_t i_ulCount,
         const S_SAID l_Said = Understand(l_Words);
         Store(l_ausNumbers + l_ul, l_Said.Number);
         Store(l_ausKeep + l_ul, l_Said.IsStep);
-        const __m256i l_IsHigh = HighOf(l_Words, l_Said.IsStep);
-        Store(l_ausHigh + l_ul, l_IsHigh);
-        l_AnyHigh = _mm256_or_si256(l_AnyHigh, l_IsHigh);
+        if constexpr (i_bRanges) {
+            const __m256i l_IsHigh = HighOf(l_Words, l_Said.IsStep);
+            Store(l_ausHigh + l_ul, l_IsHigh);
+            l_AnyHigh = _mm256_or_si256(l_AnyHigh, l_IsHigh);
+        }
     }
     const size_t l_ulNbChannel = io_Channels.ulNbChannel;
     S_ROWS l_Values;
     RunRounds<i_ulWidth>(l_ausNumbers, l_ausKeep, i_ulCount, l_ulNbChannel,
                          io_Channels.ausValues.data(), l_Values);
-    const bool l_bCalibrated = io_Channels.Scaling.bCalibrated;
-    if (l_bCalibrated && NeverSaturates(io_Channels.Scaling, io_Channels.ulNbChannel)) {
-        StoreRows<i_ulWidth, KIND_CALIBRATED>(l_Values, l_Values, i_ulCount, io_Channels);
-    } else if (l_bCalibrated) {
-        StoreRows<i_ulWidth, KIND_SATURATED>(l_Values, l_Values, i_ulCount, io_Channels);
+    if constexpr (!i_bRanges) {
+        if (io_Channels.eCalibration == E_CALIBRATION::WHOLE) {
+            StoreRows<i_ulWidth, KIND_WHOLE>(l_Values, l_Values, i_ulCount, io_Channels);
+        } else if (io_Channels.eCalibration == E_CALIBRATION::FITS) {
+            StoreRows<i_ulWidth, KIND_FITS>(l_Values, l_Values, i_ulCount, io_Channels);
+        } else {
+            StoreRows<i_ulWidth, KIND_SATURATES>(l_Values, l_Values, i_ulCount, io_Channels);
+        }
     } else if (_mm256_testz_si256(l_AnyHigh, l_AnyHigh) != 0) {
         StoreRows<i_ulWidth, KIND_LOW>(l_Values, l_Values, i_ulCount, io_Channels);
     } else {
@@ -179,16 +249,27 @@ TORNVAL_AVX2_INLINE void DecodeRounds(uint16_t* io_pusWords, size_t i_ulCount,
     }
 }
 
+template <bool i_bRanges>
+TORNVAL_AVX2_INLINE void DecodeWide(uint16_t* io_pusWords, size_t i_ulCount,
+                                    S_CHANNELS& io_Channels)
+{
+    if (io_Channels.ulNbChannel <= 4) {
+        DecodeRounds<4, i_bRanges>(io_pusWords, i_ulCount, io_Channels);
+    } else if (io_Channels.ulNbChannel <= 8) {
+        DecodeRounds<8, i_bRanges>(io_pusWords, i_ulCount, io_Channels);
+    } else {
+        DecodeRounds<16, i_bRanges>(io_pusWords, i_ulCount, io_Channels);
+    }
+}
+
 } // namespace
 
 TORNVAL_AVX2 void DecodeWordsAvx2(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
 {
-    if (io_Channels.ulNbChannel <= 4) {
-        DecodeRounds<4>(io_pusWords, i_ulCount, io_Channels);
-    } else if (io_Channels.ulNbChannel <= 8) {
-        DecodeRounds<8>(io_pusWords, i_ulCount, io_Channels);
+    if (io_Channels.eCalibration == E_CALIBRATION::NONE) {
+        DecodeWide<true>(io_pusWords, i_ulCount, io_Channels);
     } else {
-        DecodeRounds<16>(io_pusWords, i_ulCount, io_Channels);
+        DecodeWide<false>(io_pusWords, i_ulCount, io_Channels);
     }
 }
 

@@ -77,10 +77,25 @@ struct S_REST
     [[nodiscard]] size_t Size() const { return static_cast<size_t>(pucEnd - pucData); }
 };
 
+/** What calibrating comes to, for every value that the channels may have. */
+enum class E_CALIBRATION
+{
+    NONE, /**< values are scaled by coefficients */
+    WHOLE, /**< it FITS, the factor is a whole number of 16 bits, and its product with a value, plus the
+                offset, one of 32 bits. A double has that exactly, and times the double next to 0.0001,
+                which is above it by less than a part in 2^54, it truncates to the quotient by 10,000, for
+                every number of 32 bits: the same measure without a double */
+    FITS,     /**< a measure fits into 32 bits */
+    SATURATES /**< it may not */
+};
+
+E_CALIBRATION CalibrationOf(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel);
+
 /** The channels as decoding goes on. */
 struct S_CHANNELS
 {
     const S_SCALING& Scaling;
+    E_CALIBRATION eCalibration;
     uint32_t ulNbChannel;
     std::array<int32_t*, k_ulMaxScaledChannels> aplNext; /**< null: counted, not filled */
     alignas(32) std::array<uint16_t, 16> ausValues;
@@ -105,9 +120,6 @@ size_t DecodeInParts(const S_STREAM& i_Stream, ReadWords i_pfnRead, DecodeWords 
 
 /** The end of a stream, for every form: less than a block of words. */
 size_t ReadLastWords(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount);
-
-/** Whether every value of those channels calibrates to a number of 32 bits. */
-bool NeverSaturates(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel);
 
 size_t DecodeStreamPortable(const S_STREAM& i_Stream);
 

@@ -167,8 +167,8 @@ size_t ReadWordsPortable(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount
     return i_ulCount < k_ulPartWords ? ReadLastWords(io_Rest, o_pusWords, i_ulCount) : i_ulCount;
 }
 
-/** One channel of a part. */
-template <typename Scale>
+/** One channel of a part. @tparam i_bRanges whether the range of a sample counts. */
+template <bool i_bRanges, typename Scale>
 void DecodeChannelWords(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels,
                         uint32_t i_ulChannel, Scale&& i_fnScale)
 {
@@ -180,7 +180,9 @@ void DecodeChannelWords(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS
         const unsigned l_ulWord = i_pusWords[l_ul];
         const S_CODE& l_Code = k_aCodes[l_ulWord >> 8];
         l_ulValue = l_Code.usBase + (l_ulWord & l_Code.usSecond) + (l_ulValue & l_Code.usKeep);
-        l_ulRange = (l_ulRange & l_Code.ucRangeKeep) | l_Code.ucRange;
+        if constexpr (i_bRanges) {
+            l_ulRange = (l_ulRange & l_Code.ucRangeKeep) | l_Code.ucRange;
+        }
         *l_plNext++ = i_fnScale(static_cast<uint16_t>(l_ulValue), l_ulRange);
     }
     io_Channels.aplNext[i_ulChannel] = l_plNext;
@@ -207,11 +209,10 @@ void CalibrateInPlace(int32_t* io_plNext, const int32_t* i_plEnd, const S_CHANNE
 
 void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
 {
-    const bool l_bFits = NeverSaturates(io_Channels.Scaling, io_Channels.ulNbChannel);
     for (uint32_t l_ul = 0; l_ul < io_Channels.ulNbChannel; ++l_ul) {
         const S_CHANNEL_SCALE l_Scale = io_Channels.Scaling.aChannels[l_ul];
         const auto l_fnDecode = [&](auto&& i_fnScale) {
-            DecodeChannelWords(io_pusWords, i_ulCount, io_Channels, l_ul, i_fnScale);
+            DecodeChannelWords<false>(io_pusWords, i_ulCount, io_Channels, l_ul, i_fnScale);
         };
         const auto l_fnCalibrate = [l_dA = l_Scale.dA, l_dB = l_Scale.dB](uint16_t i_usValue) {
             return Calibrate(static_cast<int16_t>(i_usValue), l_dA, l_dB);
@@ -219,12 +220,13 @@ void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io
         if (io_Channels.aplNext[l_ul] == nullptr) {
             continue; // and nobody asks for its values
         }
-        if (!io_Channels.Scaling.bCalibrated) {
+        if (io_Channels.eCalibration == E_CALIBRATION::NONE) {
             const int32_t l_alCoefs[2] = {l_Scale.lLow, l_Scale.lHigh};
-            l_fnDecode([&](uint16_t i_usValue, unsigned i_ulRange) {
-                return ScaleSampleValue(i_usValue, l_alCoefs[i_ulRange]);
-            });
-        } else if (l_bFits) {
+            DecodeChannelWords<true>(io_pusWords, i_ulCount, io_Channels, l_ul,
+                                     [&](uint16_t i_usValue, unsigned i_ulRange) {
+                                         return ScaleSampleValue(i_usValue, l_alCoefs[i_ulRange]);
+                                     });
+        } else if (io_Channels.eCalibration != E_CALIBRATION::SATURATES) {
             int32_t* const l_plFirst = io_Channels.aplNext[l_ul];
             l_fnDecode([](uint16_t i_usValue, unsigned) -> int32_t {
                 return static_cast<int16_t>(i_usValue);
@@ -240,14 +242,30 @@ void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io
 
 } // namespace
 
-bool NeverSaturates(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel)
+E_CALIBRATION CalibrationOf(const S_SCALING& i_Scaling, uint32_t i_ulNbChannel)
 {
-    return std::all_of(i_Scaling.aChannels.begin(), i_Scaling.aChannels.begin() + i_ulNbChannel,
-                       [](const S_CHANNEL_SCALE& i_Scale) {
-                           const double l_dMost =
-                               std::fabs(i_Scale.dA) * 32768.0 + std::fabs(i_Scale.dB);
-                           return l_dMost * 0.0001 < 2147483000.0;
-                       });
+    if (!i_Scaling.bCalibrated) {
+        return E_CALIBRATION::NONE;
+    }
+    constexpr double k_dMostValue = 32768.0;
+    const auto l_fnAll = [&](auto&& i_fnIs) {
+        return std::all_of(i_Scaling.aChannels.begin(), i_Scaling.aChannels.begin() + i_ulNbChannel,
+                           i_fnIs);
+    };
+    if (l_fnAll([](const S_CHANNEL_SCALE& i_Scale) {
+            // Not for what is not a number.
+            return std::fabs(i_Scale.dA) < k_dMostValue &&
+                   std::fabs(i_Scale.dA) * k_dMostValue + std::fabs(i_Scale.dB) < 2147483647.0 &&
+                   std::trunc(i_Scale.dA) == i_Scale.dA && std::trunc(i_Scale.dB) == i_Scale.dB;
+        })) {
+        return E_CALIBRATION::WHOLE;
+    }
+    return l_fnAll([](const S_CHANNEL_SCALE& i_Scale) {
+        const double l_dMost = std::fabs(i_Scale.dA) * k_dMostValue + std::fabs(i_Scale.dB);
+        return l_dMost * 0.0001 < 2147483000.0;
+    })
+               ? E_CALIBRATION::FITS
+               : E_CALIBRATION::SATURATES;
 }
 
 size_t ReadLastWords(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount)
@@ -273,7 +291,12 @@ size_t DecodeInParts(const S_STREAM& i_Stream, ReadWords i_pfnRead, DecodeWords 
 {
     alignas(32) uint16_t l_ausWords[k_ulWordRoom];
     S_REST l_Rest{i_Stream.pucData, i_Stream.pucData + i_Stream.ulSize, {}};
-    S_CHANNELS l_Channels{i_Stream.Scaling, i_Stream.ulNbChannel, {}, {}, {}};
+    S_CHANNELS l_Channels{i_Stream.Scaling,
+                          CalibrationOf(i_Stream.Scaling, i_Stream.ulNbChannel),
+                          i_Stream.ulNbChannel,
+                          {},
+                          {},
+                          {}};
     std::copy_n(i_Stream.pplArrays, i_Stream.ulNbChannel, l_Channels.aplNext.begin());
     const size_t l_ulRoom = RoomOf(i_Stream);
     size_t l_ulTotal = 0;

@@ -95,8 +95,12 @@ S_DECODED RunForm(Decode&& i_fnDecode, const uint8_t* i_pucData, size_t i_ulSize
     return l_Decoded;
 }
 
-S_SCALING MakeScaling(CRandom& io_Random, bool i_bCalibrated, bool i_bWild)
+/** Coefficients and calibrations of any size, with fractions, or as instruments have them. */
+S_SCALING MakeScaling(CRandom& io_Random, bool i_bCalibrated, uint32_t i_ulSort)
 {
+    const bool l_bWild = i_ulSort == 0;
+    const double l_dPart = i_ulSort == 1 ? 7.0 : 1.0;
+    const uint32_t l_ulMost = io_Random(2) == 0 ? 30000 : 70000;
     const double k_adWild[] = {4294967295.0,
                                -2147483648.0,
                                1e300,
@@ -106,11 +110,12 @@ S_SCALING MakeScaling(CRandom& io_Random, bool i_bCalibrated, bool i_bWild)
     S_SCALING l_Scaling;
     l_Scaling.bCalibrated = i_bCalibrated;
     for (S_CHANNEL_SCALE& l_Scale : l_Scaling.aChannels) {
-        l_Scale = {static_cast<int32_t>(io_Random(i_bWild ? 0x100000000U : 256)),
-                   static_cast<int32_t>(io_Random(i_bWild ? 0x100000000U : 4096)),
-                   i_bWild ? k_adWild[io_Random(6)] : io_Random(30000),
-                   i_bWild ? k_adWild[io_Random(6)]
-                           : static_cast<int32_t>(io_Random(0x100000000U)) / 8};
+        l_Scale = {static_cast<int32_t>(io_Random(l_bWild ? 0x100000000U : 256)),
+                   static_cast<int32_t>(io_Random(l_bWild ? 0x100000000U : 4096)),
+                   l_bWild ? k_adWild[io_Random(6)]
+                           : (static_cast<int32_t>(io_Random(l_ulMost)) - 10000) / l_dPart,
+                   l_bWild ? k_adWild[io_Random(6)]
+                           : static_cast<int32_t>(io_Random(0x100000000U)) / 8 / l_dPart};
     }
     return l_Scaling;
 }
@@ -162,7 +167,7 @@ TEST(Forms, OfTheDecoderAgreeWithThePlainLoop)
             static_cast<uint32_t>(l_Random(4) == 0 ? l_Random(l_ulSize + 1)
                                                    : (l_ulSize + l_ulChannels - 1) / l_ulChannels);
         const uint32_t l_ulNull = l_Random(8) == 0 ? l_Random(l_ulChannels) : 10;
-        const S_SCALING l_Scaling = MakeScaling(l_Random, l_Random(2) == 0, l_Random(4) == 0);
+        const S_SCALING l_Scaling = MakeScaling(l_Random, l_Random(2) == 0, l_Random(4));
         const CTightBytes l_Tight(l_vCodes, l_Random(33), l_ulSize);
         const S_DECODED l_Expected = RunForm(PlainDecode, l_Tight.Get(), l_ulSize, l_ulChannels,
                                              l_ulMax, l_Scaling, l_ulNull);
