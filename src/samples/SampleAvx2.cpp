@@ -26,11 +26,23 @@ TORNVAL_AVX2_INLINE S_BLOCK LoadBlock(const uint8_t* i_pucData)
     return {Load(i_pucData), Load(i_pucData + 32)};
 }
 
-TORNVAL_AVX2_INLINE uint64_t ClearOf(const S_BLOCK& i_Block)
+/** The highest bit of each byte. */
+TORNVAL_AVX2_INLINE uint64_t TopsOf(const S_BLOCK& i_Block)
 {
     const auto l_ulFirst = static_cast<uint32_t>(_mm256_movemask_epi8(i_Block.First));
     const auto l_ulSecond = static_cast<uint32_t>(_mm256_movemask_epi8(i_Block.Second));
-    return ~(l_ulFirst | (uint64_t{l_ulSecond} << 32));
+    return l_ulFirst | (uint64_t{l_ulSecond} << 32);
+}
+
+TORNVAL_AVX2_INLINE uint64_t ClearOf(const S_BLOCK& i_Block)
+{
+    return ~TopsOf(i_Block);
+}
+
+/** Bit 5 of each byte, which of an absolute code tells the range. */
+TORNVAL_AVX2_INLINE uint64_t RangesOf(const S_BLOCK& i_Block)
+{
+    return TopsOf({_mm256_slli_epi16(i_Block.First, 2), _mm256_slli_epi16(i_Block.Second, 2)});
 }
 
 /** Packs the words that start in eight bytes; behind them stand some without a meaning. */
@@ -74,7 +86,9 @@ TORNVAL_AVX2 size_t ReadWordsAvx2(S_REST& io_Rest, uint16_t* o_pusWords, size_t 
     uint16_t* const l_pusEnough = o_pusWords + k_ulPartWords;
     while (l_pusNext < l_pusEnough && l_Rest.Size() >= k_ulReadAhead) {
         const bool l_bInside = l_Rest.Starts.IsInside();
-        const auto l_Masks = l_Rest.Starts.Next(ClearOf(LoadBlock(l_Rest.pucData)));
+        const S_BLOCK l_Block = LoadBlock(l_Rest.pucData);
+        const auto l_Masks = l_Rest.Starts.Next(ClearOf(l_Block));
+        l_Rest.ullHigh |= l_Masks.ullAbsolute & RangesOf(l_Block);
         if (l_Masks.ullAbsolute == 0 && !l_bInside) {
             WidenSteps(l_Rest.pucData, l_pusNext);
             l_pusNext += k_ulMaskBytes;
@@ -124,15 +138,14 @@ TORNVAL_AVX2_INLINE void DecodeSteps(__m256i i_Bytes, __m256i& io_Value, const S
     // Eights 0 and 2, then 1 and 3.
     l_Odd = _mm256_add_epi16(l_Odd, LastOfEights(l_Even));
     const __m256i l_Last = LastOfEights(l_Odd);
-    const __m256i l_FirstHalf =
-        _mm256_add_epi16(_mm256_permute2x128_si256(l_Even, l_Odd, 0x20), io_Value);
     const __m256i l_Middle =
         _mm256_add_epi16(io_Value, _mm256_permute2x128_si256(l_Last, l_Last, 0x00));
-    const __m256i l_SecondHalf =
-        _mm256_add_epi16(_mm256_permute2x128_si256(l_Even, l_Odd, 0x31), l_Middle);
+    const __m256i l_Before = _mm256_blend_epi32(io_Value, l_Middle, 0xF0);
     io_Value = _mm256_add_epi16(l_Middle, _mm256_permute2x128_si256(l_Last, l_Last, 0x11));
-    MeasureSixteen<i_eKind>(l_FirstHalf, l_FirstHalf, i_Lanes, o_plMeasures);
-    MeasureSixteen<i_eKind>(l_SecondHalf, l_SecondHalf, i_Lanes, o_plMeasures + 16);
+    const __m256i l_EvenValues = _mm256_add_epi16(l_Even, l_Before);
+    const __m256i l_OddValues = _mm256_add_epi16(l_Odd, l_Before);
+    MeasureEights<i_eKind>(l_EvenValues, l_EvenValues, i_Lanes, o_plMeasures, o_plMeasures + 16);
+    MeasureEights<i_eKind>(l_OddValues, l_OddValues, i_Lanes, o_plMeasures + 8, o_plMeasures + 24);
 }
 
 // One bit for each of sixteen words lies in bytes 0 and 2 of a mask: each half of a vector gathers
@@ -194,7 +207,7 @@ TORNVAL_AVX2_INLINE void DecodeSixteen(__m256i i_Words, S_ONLY& io_Only, const S
         io_Only.ulHigh = l_ulCarries >> 24;
         l_IsHigh = SpreadBits(l_ulCarries >> 1);
     }
-    MeasureSixteen<i_eKind>(l_Values, l_IsHigh, i_Lanes, o_plMeasures);
+    MeasureEights<i_eKind>(l_Values, l_IsHigh, i_Lanes, o_plMeasures, o_plMeasures + 8);
 }
 
 /** The words of one channel. */
@@ -215,18 +228,6 @@ TORNVAL_AVX2 void DecodeOnlyWords(const uint16_t* i_pusWords, size_t i_ulCount, 
         std::memcpy(o_plMeasures + l_ul, l_alLast, (i_ulCount - l_ul) * sizeof(int32_t));
     }
     io_Only = l_Only;
-}
-
-/** Whether any of the words is an absolute code of high range. */
-TORNVAL_AVX2 bool HasHigh(const uint16_t* i_pusWords, size_t i_ulCount)
-{
-    __m256i l_Any = _mm256_setzero_si256();
-    for (size_t l_ul = 0; l_ul < i_ulCount; l_ul += 16) {
-        const __m256i l_Words = Load(i_pusWords + l_ul);
-        l_Any = _mm256_or_si256(l_Any, _mm256_andnot_si256(l_Words, _mm256_slli_epi16(l_Words, 2)));
-    }
-    // Bit 15 of a word: a step there, and the range moved up.
-    return (static_cast<uint32_t>(_mm256_movemask_epi8(l_Any)) & 0xAAAAAAAAU) != 0;
 }
 
 /** Decodes a stream of one channel. i_eSteps: how a sample of low range becomes a measure; i_eKind: how one
@@ -258,11 +259,12 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
             l_ulTotal += k_ulMaskBytes;
         }
         l_Only.Value = Low(l_Value);
+        l_Rest.ullHigh = l_Only.ulHigh;
         const size_t l_ulRead = ReadWordsAvx2(l_Rest, l_ausWords, 0);
         PadWords(l_ausWords + l_ulRead);
         const size_t l_ulPart = std::min(l_ulRead, l_ulRoom - l_ulTotal);
         int32_t* l_plNext = o_plSamples + l_ulTotal;
-        if (i_eSteps != i_eKind && l_Only.ulHigh == 0 && !HasHigh(l_ausWords, l_ulPart)) {
+        if (i_eSteps != i_eKind && l_Rest.ullHigh == 0) {
             DecodeOnlyWords<i_eSteps>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
         } else {
             DecodeOnlyWords<i_eKind>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);

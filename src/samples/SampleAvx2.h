@@ -129,31 +129,54 @@ TORNVAL_AVX2_INLINE __m256i DivideByTenThousand(__m256i i_Numbers)
     return _mm256_sub_epi32(_mm256_srai_epi32(l_High, 12), _mm256_srai_epi32(i_Numbers, 31));
 }
 
-/** Eight values, measured. i_IsHigh: all bits of those of high range. */
+/**
+ * Eight values, measured.
+ *
+ * @param i_Values each in the lower half of its lane; the upper half holds any bits that are times zero,
+ *                 and is not read by the doubles.
+ * @param i_IsHigh all bits of the lanes of high range.
+ */
 template <E_KIND i_eKind>
-TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_LANES& i_Lanes)
+TORNVAL_AVX2_INLINE __m256i MeasureLanes(__m256i i_Values, __m256i i_IsHigh, const S_LANES& i_Lanes)
 {
-    const __m256i l_Values = _mm256_cvtepi16_epi32(i_Values);
     if constexpr (i_eKind == KIND_WHOLE) {
         return DivideByTenThousand(
-            _mm256_add_epi32(_mm256_madd_epi16(l_Values, i_Lanes.Factor), i_Lanes.Offset));
+            _mm256_add_epi32(_mm256_madd_epi16(i_Values, i_Lanes.Factor), i_Lanes.Offset));
     } else if constexpr (i_eKind == KIND_FITS || i_eKind == KIND_SATURATES) {
+        const __m256i l_Values = _mm256_srai_epi32(_mm256_slli_epi32(i_Values, 16), 16);
         return _mm256_set_m128i(CalibrateFour<i_eKind>(High(l_Values), i_Lanes),
                                 CalibrateFour<i_eKind>(Low(l_Values), i_Lanes));
     } else if constexpr (i_eKind == KIND_RANGES) {
-        return _mm256_madd_epi16(l_Values, _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High,
-                                                              _mm256_cvtepi16_epi32(i_IsHigh)));
+        return _mm256_madd_epi16(i_Values, _mm256_blendv_epi8(i_Lanes.Low, i_Lanes.High, i_IsHigh));
     } else {
-        return _mm256_madd_epi16(l_Values, i_Lanes.Low);
+        return _mm256_madd_epi16(i_Values, i_Lanes.Low);
     }
 }
 
+/** Eight values side by side, measured. */
 template <E_KIND i_eKind>
-TORNVAL_AVX2_INLINE void MeasureSixteen(__m256i i_Values, __m256i i_IsHigh, const S_LANES& i_Lanes,
-                                        int32_t* o_plMeasures)
+TORNVAL_AVX2_INLINE __m256i Measure(__m128i i_Values, __m128i i_IsHigh, const S_LANES& i_Lanes)
 {
-    Store(o_plMeasures, Measure<i_eKind>(Low(i_Values), Low(i_IsHigh), i_Lanes));
-    Store(o_plMeasures + 8, Measure<i_eKind>(High(i_Values), High(i_IsHigh), i_Lanes));
+    return MeasureLanes<i_eKind>(_mm256_cvtepi16_epi32(i_Values), _mm256_cvtepi16_epi32(i_IsHigh),
+                                 i_Lanes);
+}
+
+/** The measures of eight values of each half of a vector, the first eight and the others where they are
+ *  told to. */
+template <E_KIND i_eKind>
+TORNVAL_AVX2_INLINE void MeasureEights(__m256i i_Values, __m256i i_IsHigh, const S_LANES& i_Lanes,
+                                       int32_t* o_plFirst, int32_t* o_plSecond)
+{
+    const __m256i l_Fours =
+        MeasureLanes<i_eKind>(_mm256_unpacklo_epi16(i_Values, i_Values),
+                              _mm256_unpacklo_epi16(i_IsHigh, i_IsHigh), i_Lanes);
+    const __m256i l_Others =
+        MeasureLanes<i_eKind>(_mm256_unpackhi_epi16(i_Values, i_Values),
+                              _mm256_unpackhi_epi16(i_IsHigh, i_IsHigh), i_Lanes);
+    StoreHalf(o_plFirst, Low(l_Fours));
+    StoreHalf(o_plFirst + 4, Low(l_Others));
+    StoreHalf(o_plSecond, High(l_Fours));
+    StoreHalf(o_plSecond + 4, High(l_Others));
 }
 
 /** Words that begin with the first of several channels; see DecodeWords. */

@@ -73,6 +73,8 @@ struct S_REST
     const uint8_t* pucData;
     const uint8_t* pucEnd;
     CCodeStarts Starts;
+    /** Bits for absolute codes of high range among those that were read, where a form asks for it. */
+    uint64_t ullHigh = 0;
 
     [[nodiscard]] size_t Size() const { return static_cast<size_t>(pucEnd - pucData); }
 };

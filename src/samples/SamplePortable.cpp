@@ -279,6 +279,7 @@ size_t ReadLastWords(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount)
                 break;
             }
             l_ulSecond = *l_pucData++;
+            io_Rest.ullHigh |= l_ulFirst & 0x20U;
         }
         o_pusWords[i_ulCount++] = static_cast<uint16_t>((l_ulFirst << 8) | l_ulSecond);
     }
