@@ -6,6 +6,8 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include <sys/single_threaded.h>
+
 #include "EventWatch.h"
 #include "Objects.h"
 
@@ -19,6 +21,24 @@ uint32_t Fail(uint32_t i_ulError)
 {
     ::SetLastError(i_ulError);
     return WAIT_FAILED;
+}
+
+/** Puts the next state in the place of the one that is expected. @return false if another one is there, which
+ *  is expected then. A process of one thread need not keep others out meanwhile, which is most of the cost. */
+[[gnu::always_inline]] inline bool Replace(std::atomic<uint32_t>& io_ulState,
+                                           uint32_t& io_ulExpected, uint32_t i_ulNext)
+{
+    if (__libc_single_threaded == 0) {
+        return io_ulState.compare_exchange_weak(io_ulExpected, i_ulNext, std::memory_order_acq_rel,
+                                                std::memory_order_relaxed);
+    }
+    const uint32_t l_ulState = io_ulState.load(std::memory_order_relaxed);
+    const bool l_bSame = l_ulState == io_ulExpected;
+    if (l_bSame) {
+        io_ulState.store(i_ulNext, std::memory_order_relaxed);
+    }
+    io_ulExpected = l_ulState;
+    return l_bSame;
 }
 
 /** A mutex or an event by its handle. */
@@ -52,8 +72,7 @@ public:
                 }
                 l_ulNext &= (l_ulState & k_ulManual) != 0 ? ~0U : ~k_ulTaken;
             }
-            if (m_Slot.ulState.compare_exchange_weak(l_ulState, l_ulNext, std::memory_order_acq_rel,
-                                                     std::memory_order_relaxed)) {
+            if (Replace(m_Slot.ulState, l_ulState, l_ulNext)) {
                 if (KindOf(m_hObject) == k_ulMutexKind) {
                     SetHolds(1);
                     m_Slot.Holder.store(pthread_self(), std::memory_order_relaxed);
@@ -167,8 +186,7 @@ private:
                 ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
                 return false;
             }
-        } while (!m_Slot.ulState.compare_exchange_weak(
-            i_ulState, i_fnNext(i_ulState), std::memory_order_acq_rel, std::memory_order_relaxed));
+        } while (!Replace(m_Slot.ulState, i_ulState, i_fnNext(i_ulState)));
         if ((i_ulState & k_ulParked) != 0) {
             WakeWaitingRoom(m_hObject);
         }
@@ -188,6 +206,18 @@ S_SLOT* SlotOfKind(Handle i_hObject, uint32_t i_ulKind)
         ::SetLastError(CECORE_ERROR_INVALID_HANDLE);
     }
     return l_pSlot;
+}
+
+// What takes long anyhow stays out of the way of what does not.
+[[gnu::noinline]] uint32_t WaitLong(Handle i_hObject, S_SLOT& io_Slot, uint32_t i_ulMilliseconds)
+{
+    return CWaitable(i_hObject, io_Slot).Wait(i_ulMilliseconds);
+}
+
+[[gnu::noinline]] uint32_t WaitForOther(Handle i_hObject, uint32_t i_ulMilliseconds)
+{
+    const std::shared_ptr<CKernelObject> l_pObject = FindObject(i_hObject);
+    return l_pObject == nullptr ? WAIT_FAILED : l_pObject->Wait(i_ulMilliseconds);
 }
 
 } // namespace
@@ -211,17 +241,16 @@ Handle CreateEventW(bool i_bManualReset, bool i_bInitialState)
 uint32_t WaitForSingleObject(Handle i_hObject, uint32_t i_ulMilliseconds)
 {
     if (KindOf(i_hObject) != k_ulMutexKind && KindOf(i_hObject) != k_ulEventKind) {
-        const std::shared_ptr<CKernelObject> l_pObject = FindObject(i_hObject);
-        return l_pObject == nullptr ? WAIT_FAILED : l_pObject->Wait(i_ulMilliseconds);
+        return WaitForOther(i_hObject, i_ulMilliseconds);
     }
     S_SLOT* l_pSlot = SlotOf(i_hObject);
     if (l_pSlot == nullptr) {
         return Fail(CECORE_ERROR_INVALID_HANDLE);
     }
-    CWaitable l_Object(i_hObject, *l_pSlot);
-    const uint32_t l_ulResult = l_Object.Try();
-    return l_ulResult != WAIT_TIMEOUT || i_ulMilliseconds == 0 ? l_ulResult
-                                                               : l_Object.Wait(i_ulMilliseconds);
+    const uint32_t l_ulResult = CWaitable(i_hObject, *l_pSlot).Try();
+    return l_ulResult != WAIT_TIMEOUT || i_ulMilliseconds == 0
+               ? l_ulResult
+               : WaitLong(i_hObject, *l_pSlot, i_ulMilliseconds);
 }
 
 bool ReleaseMutex(Handle i_hMutex)
