@@ -84,7 +84,7 @@ CConversation::EarliestFor(std::span<const uint8_t> i_Command) const
         }
     }
     for (const S_PAST& l_Past : m_Answered) {
-        if (m_ulCareful != 0 && l_Past.Key.Fits(l_Key)) {
+        if (m_ulCareful != 0 && l_Past.Key.Fits(l_Key) && !IsKnownByItsBytes(l_Past.ulFace)) {
             l_Earliest = std::max(l_Earliest, l_Past.When + m_EchoTime);
         }
     }
@@ -97,10 +97,10 @@ void CConversation::Begin(const CExchangeBook::S_COMMAND& i_Command)
         100 * wire::ReadLe16(&i_Command.vFrame[wire::k_ulTimeoutOffset]));
     const auto l_Time = std::max(m_AnswerTimeout, std::min(l_Granted, k_MostTime));
     if (m_ulCareful != 0 && --m_ulCareful == 0) {
-        m_bEchoes = false;
+        m_bEchoes = m_bStrange = false;
         m_EchoTime = k_EchoTime;
     }
-    m_oCurrent = {i_Command.ullNumber, KeyOfCommand(i_Command.vFrame), {}, {}, std::nullopt};
+    m_oCurrent = {i_Command.ullNumber, KeyOfCommand(i_Command.vFrame), {}, {}, std::nullopt, {}};
     SetDeadline(S_CLOCK::now() + l_Time + LineTime(i_Command.vFrame.size(), m_ulBaudRate));
 }
 
@@ -127,15 +127,16 @@ void CConversation::Answer(std::vector<uint8_t> i_vFrame)
     }
     if (l_bMayBeCurrent) {
         if (m_oCurrent->ovHeld) {
-            // It came before this one, and so was late.
-            DropLate(l_Key, *m_oCurrent->ovHeld);
+            // It came before this one, and so was late, or a copy.
+            const uint32_t l_ulFace = FaceOf(*m_oCurrent->ovHeld);
+            if (l_bOwed || m_bEchoes || !LearnEcho(l_Key, l_ulFace, m_oCurrent->HeldAt)) {
+                DropLate(l_Key, *m_oCurrent->ovHeld);
+            }
         }
         if (l_bOwed) {
-            m_oCurrent->ovHeld = std::move(i_vFrame);
-            SetDeadline(S_CLOCK::now() + std::min(k_HoldTime, m_AnswerTimeout));
+            Hold(std::move(i_vFrame), std::min(k_HoldTime, m_AnswerTimeout));
         } else if (!m_oCurrent->ovHeld && MayBeCopy(i_vFrame, l_Key)) {
-            m_oCurrent->ovHeld = std::move(i_vFrame);
-            SetDeadline(S_CLOCK::now() + m_EchoTime);
+            Hold(std::move(i_vFrame), m_bEchoes ? m_EchoTime : k_HoldTime);
         } else {
             Deliver(std::move(i_vFrame));
         }
@@ -143,44 +144,67 @@ void CConversation::Answer(std::vector<uint8_t> i_vFrame)
         DropLate(l_Key, i_vFrame);
     } else {
         ++m_ullStray;
-        LearnEcho(l_Key, FaceOf(i_vFrame));
+        if (!LearnEcho(l_Key, FaceOf(i_vFrame), S_CLOCK::now())) {
+            BeCareful();
+        }
     }
+}
+
+/** Keeps an answer back, for another one to come. */
+void CConversation::Hold(std::vector<uint8_t> i_vFrame, S_CLOCK::duration i_Time)
+{
+    m_oCurrent->ovHeld = std::move(i_vFrame);
+    m_oCurrent->HeldAt = S_CLOCK::now();
+    SetDeadline(m_oCurrent->HeldAt + i_Time);
 }
 
 /** Drops an answer to a command that was given up; a second copy of it may come yet. */
 void CConversation::DropLate(const S_KEY& i_Key, const std::vector<uint8_t>& i_vFrame)
 {
     ++m_ullLate;
-    m_ulCareful = std::max(m_ulCareful, k_ulUnknown);
+    BeCareful();
     Remember(m_Answered, {i_Key, S_CLOCK::now(), FaceOf(i_vFrame)});
 }
 
-/** Whether an answer before was the same byte for byte, on a line that delivers answers twice. */
+/** For a few exchanges. */
+void CConversation::BeCareful()
+{
+    m_bStrange = true;
+    m_ulCareful = std::max(m_ulCareful, k_ulUnknown);
+}
+
+/** Whether a copy of an answer with that face would be known, on a line of which nothing is known. */
+bool CConversation::IsKnownByItsBytes(uint32_t i_ulFace) const
+{
+    return !m_bEchoes && !m_bStrange && i_ulFace >> 16 >= k_ulLong;
+}
+
+/** Whether an answer before was the same byte for byte, on a line that may deliver answers twice. */
 bool CConversation::MayBeCopy(const std::vector<uint8_t>& i_vFrame, const S_KEY& i_Key) const
 {
-    return m_bEchoes &&
-           std::any_of(m_Answered.begin(), m_Answered.end(), [&](const S_PAST& i_Past) {
+    const bool l_bAsked = m_bEchoes || (m_ulCareful != 0 && IsKnownByItsBytes(FaceOf(i_vFrame)));
+    return l_bAsked && std::any_of(m_Answered.begin(), m_Answered.end(), [&](const S_PAST& i_Past) {
                return i_Past.Key.Fits(i_Key) && i_Past.ulFace == FaceOf(i_vFrame);
            });
 }
 
 /** A frame that answers nothing. Where it is an answer once more, the line delivers answers twice,
- *  and this late. */
-void CConversation::LearnEcho(const S_KEY& i_Key, uint32_t i_ulFace)
+ *  and this late. @return whether it is. */
+bool CConversation::LearnEcho(const S_KEY& i_Key, uint32_t i_ulFace, S_CLOCK::time_point i_When)
 {
     const auto l_itFirst =
         std::find_if(m_Answered.rbegin(), m_Answered.rend(), [&](const S_PAST& i_Past) {
             return i_Past.ulFace == i_ulFace && i_Past.Key.Fits(i_Key);
         });
     if (l_itFirst == m_Answered.rend()) {
-        m_ulCareful = std::max(m_ulCareful, k_ulUnknown);
-        return;
+        return false;
     }
-    const S_CLOCK::duration l_Lag = S_CLOCK::now() - l_itFirst->When;
+    const S_CLOCK::duration l_Lag = i_When - l_itFirst->When;
     const S_CLOCK::duration l_Most = std::min(k_HoldTime, m_AnswerTimeout);
     m_EchoTime = std::max(m_EchoTime, std::min(l_Lag + l_Lag / 2, l_Most));
     m_bEchoes = true;
     m_ulCareful = k_ulEchoing;
+    return true;
 }
 
 void CConversation::Deliver(std::vector<uint8_t> i_vFrame)
@@ -215,6 +239,7 @@ void CConversation::Expire(bool i_bInFrame)
         return;
     }
     if (m_oCurrent->ovHeld) {
+        m_bStrange = true; // no copy: the next one may be the same, too
         Deliver(std::move(*m_oCurrent->ovHeld));
         return;
     }
@@ -229,6 +254,7 @@ void CConversation::Forget()
     m_oCurrent.reset();
     m_Owed.clear();
     m_Answered.clear();
+    m_bStrange = false;
     m_ulCareful = std::max(m_ulCareful, k_ulUnknown);
 }
 

@@ -37,8 +37,11 @@ struct S_CONVERSATION_COUNTERS
  *    still be the late one. It is held back for a moment, for another to come and show that;
  *  - on a line that has delivered an answer twice, a twin waits until a second copy of the answer
  *    before would have come; and an answer that is one of those before, byte for byte, is held back as
- *    long. A line that is not known yet is taken for one that does, for a few exchanges, but holds
- *    nothing back.
+ *    long;
+ *  - a line that is not known yet is taken for one that does, for a few exchanges. There a copy of a
+ *    long answer, of samples say, is known by its bytes: its twin goes out at once, and only an answer
+ *    that is the same byte for byte is held back. Where that is the instrument's own way, or anything
+ *    else is strange, such a twin waits, too.
  *
  * Belongs to the port's thread; the counters may be read by any.
  */
@@ -56,6 +59,8 @@ public:
     /** Exchanges for which a twin waits on a line of which nothing is known, and on one that has
      *  delivered an answer twice. */
     static constexpr uint32_t k_ulUnknown = 16;
+    /** Size of an answer, in its own field, from which on two are hardly ever the same by chance. */
+    static constexpr uint32_t k_ulLong = 64;
     static constexpr uint32_t k_ulEchoing = 100'000;
 
     /**
@@ -109,6 +114,7 @@ private:
         S_CLOCK::time_point Deadline;
         S_CLOCK::time_point LastDeadline; // for a frame that is coming in
         std::optional<std::vector<uint8_t>> ovHeld;
+        S_CLOCK::time_point HeldAt;
     };
 
     /** A command that is over: answered, or given up. */
@@ -123,9 +129,12 @@ private:
     static S_KEY KeyOfAnswer(std::span<const uint8_t> i_Frame);
     void SetDeadline(S_CLOCK::time_point i_Deadline);
     void Deliver(std::vector<uint8_t> i_vFrame);
+    [[nodiscard]] bool IsKnownByItsBytes(uint32_t i_ulFace) const;
     [[nodiscard]] bool MayBeCopy(const std::vector<uint8_t>& i_vFrame, const S_KEY& i_Key) const;
+    void BeCareful();
     void DropLate(const S_KEY& i_Key, const std::vector<uint8_t>& i_vFrame);
-    void LearnEcho(const S_KEY& i_Key, uint32_t i_ulFace);
+    void Hold(std::vector<uint8_t> i_vFrame, S_CLOCK::duration i_Time);
+    bool LearnEcho(const S_KEY& i_Key, uint32_t i_ulFace, S_CLOCK::time_point i_When);
 
     CExchangeBook& m_Book;
     const std::chrono::milliseconds m_AnswerTimeout;
@@ -136,6 +145,7 @@ private:
     std::deque<S_PAST> m_Answered;      // of the last m_AnswerTimeout
     uint32_t m_ulCareful = k_ulUnknown; // exchanges for which a twin waits for a second copy
     bool m_bEchoes = false;             // answers have come twice
+    bool m_bStrange = false;            // a twin waits behind a long answer, too
     S_CLOCK::duration m_EchoTime = k_EchoTime;
     std::atomic<uint64_t> m_ullAnswered{0};
     std::atomic<uint64_t> m_ullUnanswered{0};

@@ -3,6 +3,7 @@
 
 #include "SerialLine.h"
 
+#include "links/serial/Conversation.h"
 #include "links/serial/Settings.h"
 
 #include <gtest/gtest.h>
@@ -67,6 +68,67 @@ TEST(SerialFrames, AreFoundByTheirSizeAndDroppedWhole)
             EXPECT_EQ(l_Counters.ullDropped, l_Case.ulDropped);
         }
     }
+}
+
+/** Uploads of one conversation, the link and its line left out. */
+class CUploads
+{
+public:
+    bool MayGo() const
+    {
+        return m_Talk.EarliestFor(k_vCommand) <= std::chrono::steady_clock::now();
+    }
+    bool Begin()
+    {
+        m_Book.Add(k_vCommand, 211, 0);
+        m_Talk.Begin(*m_Book.Take([](const auto&) { return true; }));
+        return m_Talk.IsBusy();
+    }
+    /** @return whether nothing is waited for any more. */
+    bool Answer(const Bytes& i_vFrame)
+    {
+        m_Talk.Answer(i_vFrame);
+        return !m_Talk.IsBusy();
+    }
+    bool Expire()
+    {
+        std::this_thread::sleep_until(*m_Talk.Deadline());
+        m_Talk.Expire(false);
+        return !m_Talk.IsBusy();
+    }
+    Bytes Fetch() { return m_Book.Fetch(211).value_or(Bytes()); }
+
+private:
+    const Bytes k_vCommand = Request(211);
+    links::CExchangeBook m_Book;
+    links::CConversation m_Talk{m_Book, 1000ms, 100ms, 460800};
+};
+
+TEST(SerialLink, KnowsACopyOfALongAnswerByItsBytes)
+{
+    const auto l_fnLong = [](uint32_t i_ul) {
+        return Request(211, {i_ul, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    };
+    const Bytes l_vFirst = l_fnLong(1), l_vSecond = l_fnLong(2);
+    CUploads l_Uploads;
+    ASSERT_TRUE(l_Uploads.Begin());
+    EXPECT_TRUE(l_Uploads.Answer(l_vFirst));
+    EXPECT_EQ(l_Uploads.Fetch(), l_vFirst);
+    // The next one goes at once. A copy of the answer before is held back until its own comes.
+    EXPECT_TRUE(l_Uploads.MayGo() && l_Uploads.Begin());
+    EXPECT_FALSE(l_Uploads.Answer(l_vFirst) || l_Uploads.Answer(l_vFirst));
+    EXPECT_TRUE(l_Uploads.Answer(l_vSecond));
+    EXPECT_EQ(l_Uploads.Fetch(), l_vSecond);
+    EXPECT_FALSE(l_Uploads.MayGo()) << "a line that doubles answers";
+
+    // An instrument that gives the same twice is believed, and from then on waited for.
+    CUploads l_Constant;
+    ASSERT_TRUE(l_Constant.Begin() && l_Constant.Answer(l_vFirst));
+    ASSERT_TRUE(l_Constant.MayGo() && l_Constant.Begin());
+    EXPECT_FALSE(l_Constant.Answer(l_vFirst));
+    EXPECT_TRUE(l_Constant.Expire());
+    EXPECT_EQ(l_Constant.Fetch(), l_vFirst);
+    EXPECT_FALSE(l_Constant.MayGo());
 }
 
 TEST(SerialLink, DropsAnAnswerWhoseEventIsGone)
