@@ -94,8 +94,14 @@ private:
         uint32_t l_ulCount = 99;
         const auto l_ulMax = m_Input.ConsumeIntegralInRange<uint32_t>(0, 4);
         Require(EnumMeasDrivers(l_aInfo, l_ulMax, &l_ulCount) == 1 && l_ulCount <= l_ulMax);
-        return l_ulCount == 0 ? m_Input.ConsumeIntegral<uint32_t>()
-                              : l_aInfo[m_Input.ConsumeIntegral<uint8_t>() % l_ulCount].ulDriverID;
+        if (l_ulCount == 0) {
+            m_bProbe = false;
+            return m_Input.ConsumeIntegral<uint32_t>();
+        }
+        const S_DRIVER_INFO& l_Info = l_aInfo[m_Input.ConsumeIntegral<uint8_t>() % l_ulCount];
+        // Its number tells nothing: of many loads the numbers of one class reach those of another.
+        m_bProbe = l_Info.szLinkType[0] != 'I' && l_Info.szLinkType[0] != 'M';
+        return l_Info.ulDriverID;
     }
 
     /** Room for some values, at an address that fits them or does not, or none. */
@@ -120,7 +126,7 @@ private:
                                                     1,   22,  32,  33,  64};
         l_pCmde->CmdeID = m_Input.ConsumeBool() ? m_Input.PickValueInArray(k_aucCommands)
                                                 : m_Input.ConsumeIntegral<uint8_t>();
-        const bool l_bBoard = l_ulID >= 4000;
+        const bool l_bBoard = !m_bProbe;
         l_pCmde->ulTimeout = m_Input.ConsumeIntegral<uint8_t>();
         l_pCmde->ulSize = static_cast<uint32_t>(l_vPayload.size()) + (l_bBoard ? 4 : 0);
         S_RECEIVE_STRUCT l_Receive{};
@@ -217,6 +223,7 @@ private:
     FuzzedDataProvider m_Input;
     CFuzzedHome* m_pHome = nullptr;
     bool m_bOver = false;
+    bool m_bProbe = false; // of the driver that Id() gave
     uint32_t m_ulRoom = 0;
     std::vector<uint8_t> m_vBytes;
     static std::vector<char> m_vcRaw;
