@@ -263,12 +263,14 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
         const size_t l_ulRead = ReadWordsAvx2(l_Rest, l_ausWords, 0);
         PadWords(l_ausWords + l_ulRead);
         const size_t l_ulPart = std::min(l_ulRead, l_ulRoom - l_ulTotal);
-        int32_t* l_plNext = o_plSamples + l_ulTotal;
-        if (i_eSteps != i_eKind && l_Rest.ullHigh == 0) {
-            DecodeOnlyWords<i_eSteps>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
-        } else {
-            DecodeOnlyWords<i_eKind>(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
+        int32_t* const l_plNext = o_plSamples + l_ulTotal;
+        auto* l_pfnDecode = &DecodeOnlyWords<i_eKind>;
+        if constexpr (i_eSteps != i_eKind) {
+            if (l_Rest.ullHigh == 0) {
+                l_pfnDecode = &DecodeOnlyWords<i_eSteps>;
+            }
         }
+        l_pfnDecode(l_ausWords, l_ulPart, l_Only, l_Lanes, l_plNext);
         l_ulTotal += l_ulPart;
         if (l_Rest.Size() == 0 || l_ulTotal == l_ulRoom) {
             return l_ulTotal;
