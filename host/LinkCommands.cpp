@@ -19,7 +19,16 @@ void RunOnDrivers(CProgram& io_Program, const std::optional<std::string>& i_strN
     std::optional<S_FAILURE> l_Failure;
     nlohmann::json l_List = nlohmann::json::array();
     for (const S_DRIVER& l_Driver : l_Session.Select(i_strName)) {
-        l_Session.RequireReachable(l_Driver);
+        try {
+            l_Session.RequireReachable(l_Driver);
+        } catch (const S_FAILURE& l_NotReachable) {
+            io_Program.Print(l_Driver.strLinkType + " " + std::to_string(l_Driver.ulID) + ": " +
+                             l_NotReachable.strMessage + "\n");
+            if (!l_Failure) {
+                l_Failure.emplace(l_NotReachable);
+            }
+            continue;
+        }
         S_CALL l_Call;
         const S_RESULT l_Result = CallForRecord(
             [i_fnOperation, l_ulID = l_Driver.ulID] { return i_fnOperation(l_ulID); }, l_Call);
