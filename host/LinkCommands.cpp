@@ -19,13 +19,11 @@ void RunOnDrivers(CProgram& io_Program, const std::optional<std::string>& i_strN
     std::optional<S_FAILURE> l_Failure;
     nlohmann::json l_List = nlohmann::json::array();
     for (const S_DRIVER& l_Driver : l_Session.Select(i_strName)) {
-        try {
-            l_Session.RequireReachable(l_Driver);
-        } catch (const S_FAILURE& l_NotReachable) {
+        if (const std::optional<S_FAILURE> l_Why = l_Session.WhyNotReached(l_Driver)) {
             io_Program.Print(l_Driver.strLinkType + " " + std::to_string(l_Driver.ulID) + ": " +
-                             l_NotReachable.strMessage + "\n");
+                             l_Why->strMessage + "\n");
             if (!l_Failure) {
-                l_Failure.emplace(l_NotReachable);
+                l_Failure.emplace(*l_Why);
             }
             continue;
         }

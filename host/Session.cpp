@@ -109,22 +109,30 @@ std::vector<CECORE_REASON> CSession::RemainingReasons() const
     return ReasonsThatRemain(l_vUp);
 }
 
-void CSession::RequireReachable(const S_DRIVER& i_Driver) const
+std::optional<S_FAILURE> CSession::WhyNotReached(const S_DRIVER& i_Driver) const
 {
-    if (!i_Driver.bReachable) {
-        throw S_FAILURE{k_lExitNoDriver,
-                        "the " + LinkTypeInWords(i_Driver.strLinkType) +
-                            " is loaded and does not reach its hardware: " + i_Driver.strKind,
-                        m_LoadResult};
+    if (i_Driver.bReachable) {
+        return std::nullopt;
     }
+    return S_FAILURE{k_lExitNoDriver,
+                     "the " + LinkTypeInWords(i_Driver.strLinkType) +
+                         " is loaded and does not reach its hardware: " + i_Driver.strKind,
+                     m_LoadResult};
+}
+
+const S_DRIVER& CSession::Reached(const S_DRIVER& i_Driver) const
+{
+    if (const std::optional<S_FAILURE> l_Why = WhyNotReached(i_Driver)) {
+        throw S_FAILURE(*l_Why);
+    }
+    return i_Driver;
 }
 
 const S_DRIVER& CSession::ByLinkType(const std::string& i_strLinkType) const
 {
     for (const S_DRIVER& l_Driver : m_vDrivers) {
         if (l_Driver.strLinkType == i_strLinkType) {
-            RequireReachable(l_Driver);
-            return l_Driver;
+            return Reached(l_Driver);
         }
     }
     throw S_FAILURE{k_lExitNoDriver,
@@ -139,8 +147,7 @@ const S_DRIVER& CSession::ByName(const std::string& i_strName) const
     for (const S_DRIVER& l_Driver : m_vDrivers) {
         if (SameWord(l_Driver.strLinkType, i_strName) ||
             std::to_string(l_Driver.ulID) == i_strName) {
-            RequireReachable(l_Driver);
-            return l_Driver;
+            return Reached(l_Driver);
         }
         l_strLoaded += (l_strLoaded.empty() ? "" : ", ") + l_Driver.strLinkType + " " +
                        std::to_string(l_Driver.ulID) +

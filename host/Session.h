@@ -44,8 +44,8 @@ public:
     /** Record of the load. */
     const S_RESULT& LoadResult() const { return m_LoadResult; }
 
-    /** @throws S_FAILURE where the load told that the link of the driver did not open. */
-    void RequireReachable(const S_DRIVER& i_Driver) const;
+    /** What to say of a driver of which the load told that its link did not open. */
+    std::optional<S_FAILURE> WhyNotReached(const S_DRIVER& i_Driver) const;
 
     /** The driver with a link type word, "IM" or "MO". @throws S_FAILURE, also if it reaches nothing. */
     const S_DRIVER& ByLinkType(const std::string& i_strLinkType) const;
@@ -67,6 +67,9 @@ public:
     const CSettings& Settings() const { return m_Settings; }
 
 private:
+    /** The driver. @throws S_FAILURE if it reaches nothing. */
+    const S_DRIVER& Reached(const S_DRIVER& i_Driver) const;
+
     S_OPTIONS m_Options;
     S_RESULT m_LoadResult{};
     CSettings m_Settings;
