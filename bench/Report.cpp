@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "bench/Codes.h"
@@ -249,6 +250,21 @@ void AddDecoders(CRace& io_Race, std::vector<std::unique_ptr<S_WORK>>& io_vWorks
     }
 }
 
+/** Millions of samples a second over works with the same number of channels, with slashes between. */
+void PrintSpeeds(const CRace& i_Race, const std::string& i_strWho,
+                 std::span<const std::unique_ptr<S_WORK>> i_Works)
+{
+    const char* l_pszBetween = " ";
+    for (size_t l_ul = 0; l_ul < i_Works.size(); ++l_ul) {
+        const std::string l_strKind = " " + std::to_string(i_Works[l_ul]->vplArrays.size()) + " " +
+                                      std::to_string(k_aulSteps[l_ul]);
+        std::printf("%s%.0f", l_pszBetween,
+                    1e3 * static_cast<double>(DecodePlainly(i_Works[l_ul]->Stream())) /
+                        i_Race.Median(i_strWho + l_strKind));
+        l_pszBetween = " / ";
+    }
+}
+
 void PrintKernels()
 {
     std::vector<uint8_t> l_vBytes(4096, 0x5A);
@@ -284,23 +300,14 @@ void PrintKernels()
     l_fnPrint("decode and calibrate three channels, times the plain loop", "plain",
               {" 3 100", " 3 95", " 3 50"});
     std::printf("\nIn millions of samples a second, all steps / 95 in 100 / half and half");
-    for (size_t l_ulFirst = 0; l_ulFirst < l_vWorks.size(); l_ulFirst += 3) {
-        std::printf("%s", l_ulFirst == 0 ? "; one channel:" : "; three channels, calibrated:");
+    const char* l_pszBefore = "; one channel:";
+    for (size_t l_ul = 0; l_ul < l_vWorks.size(); l_ul += std::size(k_aulSteps)) {
         for (const char* l_pszWho : {"plain", "portable", "chosen"}) {
-            std::printf(" %s", l_pszWho);
-            const char* l_pszBetween = " ";
-            for (size_t l_ul = 0; l_ul < 3; ++l_ul) {
-                const auto l_dSamples =
-                    static_cast<double>(DecodePlainly(l_vWorks[l_ulFirst + l_ul]->Stream()));
-                std::printf("%s%.0f", l_pszBetween,
-                            1e3 * l_dSamples /
-                                l_Race.Median(l_pszWho +
-                                              std::string(l_ulFirst == 0 ? " 1 " : " 3 ") +
-                                              std::to_string(k_aulSteps[l_ul])));
-                l_pszBetween = " / ";
-            }
-            std::printf("%s", l_pszWho == std::string("chosen") ? "" : ",");
+            std::printf("%s %s", l_pszBefore, l_pszWho);
+            PrintSpeeds(l_Race, l_pszWho, std::span(l_vWorks).subspan(l_ul, std::size(k_aulSteps)));
+            l_pszBefore = ",";
         }
+        l_pszBefore = "; three channels, calibrated:";
     }
     std::printf(".\n");
 }
