@@ -14,14 +14,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-struct S_DECODED
-{
-    size_t ulTotal = 0;
-    std::vector<std::vector<int32_t>> vvlArrays;
-
-    bool operator==(const S_DECODED&) const = default;
-};
-
 template <typename Decode>
 S_DECODED Run(Decode&& i_fnDecode, const Bytes& i_vCodes, uint32_t i_ulChannels,
               uint32_t i_ulMaxSamples, const tornval::S_SCALING& i_Scaling)

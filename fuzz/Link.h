@@ -4,7 +4,6 @@
  */
 #pragma once
 
-#include <cstring>
 #include <string>
 
 #include <dlfcn.h>

@@ -2,7 +2,6 @@
 // it: traces, failures, threads.
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <thread>

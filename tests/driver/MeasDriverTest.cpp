@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "BareDriver.h"
 #include "TestHome.h"
 #include "TestRecord.h"
 #include "driver/ModuleFolder.h"
@@ -18,10 +19,10 @@ using namespace tornval;
 namespace {
 
 /** The base with the least that makes it a driver, its inside open. */
-class CPlainDriver : public CMeasDriver
+class CPlainDriver : public CBareDriver<CMeasDriver>
 {
 public:
-    explicit CPlainDriver(uint32_t i_ulNbChannel = 0) { m_ulNbChannel = i_ulNbChannel; }
+    explicit CPlainDriver(uint32_t i_ulNbChannel = 0) : CBareDriver(i_ulNbChannel) {}
 
     using CMeasDriver::m_hDriverDll;
     using CMeasDriver::m_pulVoies;
@@ -29,16 +30,6 @@ public:
     using CMeasDriver::SetDriverName;
     using CMeasDriver::SetIdentity;
 
-    S_RESULT Init() override { return {}; }
-    S_RESULT Close() override { return {}; }
-    S_RESULT SendCommand(S_SEND_STRUCT*, S_RECEIVE_STRUCT*, const void*, uint8_t) override
-    {
-        return {};
-    }
-    S_RESULT GetResult(uint32_t, char*, int32_t*, int32_t*, uint32_t, uint8_t) override
-    {
-        return {};
-    }
     S_RESULT GetInstantMeasure(int32_t*, uint32_t, uint8_t, uint32_t) override { return {}; }
     /** Shows all that it is given. */
     void ScaleSample(int32_t* o_plValue, uint32_t i_ulChannel, uint32_t i_ulHighRange,

@@ -18,11 +18,12 @@ import socket
 import struct
 import subprocess
 import sys
-import tempfile
 import termios
 import time
 import unittest
 import urllib.parse
+
+from home import HomeTest
 
 TORNVAL, RECORDING = sys.argv[1:3]
 BROWSER = next(filter(None, map(shutil.which, ["chromium-headless-shell", "chromium"])), None)
@@ -85,14 +86,11 @@ class Browser:
         os.close(self.into)
 
 
-class LiveTest(unittest.TestCase):
+class LiveTest(HomeTest):
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="tornval-test-")
-        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-        self.environment = {**os.environ, "TORNVAL_HOME": self.folder,
-                            "TORNVAL_HD00": self.folder, "LC_ALL": "C.UTF-8", "TERM": "xterm"}
-        with open(os.path.join(self.folder, "TornvalC63.ini"), "w") as file:
-            file.write(f"[LOG]\nENABLE=1\nTYPE=0\nLEVEL=4369\n[IM]\nSIMU=1\nDAT_SIMU_FILE={RECORDING}\n"
+        super().setUp()
+        self.environment |= {"LC_ALL": "C.UTF-8", "TERM": "xterm"}
+        self.configure(f"[LOG]\nENABLE=1\nTYPE=0\nLEVEL=4369\n[IM]\nSIMU=1\nDAT_SIMU_FILE={RECORDING}\n"
                        "SIMU_KELNOR_PROBE_CORRECTION=1000\nUNIT_3=mbar\n[BT]\nLOAD=1\nSIMU=1\n")
 
     def serve(self, *arguments):

@@ -16,10 +16,11 @@ import signal
 import struct
 import subprocess
 import sys
-import tempfile
 import termios
 import time
 import unittest
+
+from home import HomeTest
 
 TORNVAL, LINKS, RECORDING = sys.argv[1:4]
 
@@ -37,24 +38,10 @@ def real(library, more=""):
     return f"[IM]\nDRIVER_NAME={library}\nCHANNEL_1=0\nCHANNEL_2=1\nCHANNEL_3=2\n{more}"
 
 
-class TornvalTest(unittest.TestCase):
+class TornvalTest(HomeTest):
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="tornval-test-")
-        self.addCleanup(shutil.rmtree, self.folder)
-        self.environment = {
-            **{k: v for k, v in os.environ.items() if not k.startswith("TORNVAL_")},
-            "TORNVAL_HOME": self.folder,
-            "TORNVAL_HD00": self.folder,
-            "TMPDIR": self.folder,
-        }
+        super().setUp()
         self.configure(SIMULATED)
-
-    def path(self, name):
-        return os.path.join(self.folder, name)
-
-    def configure(self, text):
-        with open(self.path("TornvalC63.ini"), "wb") as file:
-            file.write(text if isinstance(text, bytes) else text.encode())
 
     def start(self, *arguments, **settings):
         return subprocess.Popen(

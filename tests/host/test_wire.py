@@ -11,9 +11,10 @@ import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
+
+from home import HomeTest
 
 TORNVAL, LINKS, LIBRARY = sys.argv[1:4]
 
@@ -39,20 +40,14 @@ print(sorted(values.items()))
 """
 
 
-class WireTest(unittest.TestCase):
+class WireTest(HomeTest):
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="tornval-test-")
-        self.addCleanup(shutil.rmtree, self.folder)
-        self.session = os.path.join(self.folder, "session.pcapng")
-        self.environment = {
-            **{k: v for k, v in os.environ.items() if not k.startswith("TORNVAL_")},
-            "TORNVAL_HOME": self.folder, "TORNVAL_HD00": self.folder, "TMPDIR": self.folder,
-            "TORNVAL_EMULATOR_STATE": os.path.join(self.folder, "calibration"),
-        }
+        super().setUp()
+        self.session = self.path("session.pcapng")
+        self.environment["TORNVAL_EMULATOR_STATE"] = self.path("calibration")
         # A name without a folder must be found although the drivers are given another home.
         shutil.copy(f"{LINKS}/virtual_link.so", self.folder)
-        with open(os.path.join(self.folder, "TornvalC63.ini"), "w") as file:
-            file.write("[im]\nDRIVER_NAME=virtual_link.so\nCHANNEL_1=3\nSET_RESET_EXEC=/bin/true\n"
+        self.configure("[im]\nDRIVER_NAME=virtual_link.so\nCHANNEL_1=3\nSET_RESET_EXEC=/bin/true\n"
                        f"[BT]\nLOAD=1\nDRIVER_NAME={LINKS}/zondebtc6.dll\n"
                        f"[USB]\nLOAD=1\nDRIVER_NAME={LINKS}/zondeusbc6.dll\n")
 

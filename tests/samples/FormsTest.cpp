@@ -65,15 +65,6 @@ Bytes MakeCodes(CRandom& io_Random, size_t i_ulBytes, unsigned i_ulSteps, unsign
 
 constexpr int32_t k_lUntouched = 0x5AA55AA5;
 
-/** What a decoder made of a stream; the arrays have no more room than the stream may use. */
-struct S_DECODED
-{
-    size_t ulTotal = 0;
-    std::vector<std::vector<int32_t>> vvlArrays;
-
-    bool operator==(const S_DECODED&) const = default;
-};
-
 template <typename Decode>
 S_DECODED RunForm(Decode&& i_fnDecode, const uint8_t* i_pucData, size_t i_ulSize,
                   uint32_t i_ulChannels, uint32_t i_ulMaxSamples, const S_SCALING& i_Scaling,

@@ -4,7 +4,18 @@
  */
 #pragma once
 
+#include <vector>
+
 #include "samples/SampleCode.h"
+
+/** What a decoder made of a stream. */
+struct S_DECODED
+{
+    size_t ulTotal = 0;
+    std::vector<std::vector<int32_t>> vvlArrays;
+
+    bool operator==(const S_DECODED&) const = default;
+};
 
 /** CRC-16/MODBUS, bit by bit. */
 inline uint16_t PlainCrc(const uint8_t* i_pucData, size_t i_ulLength)

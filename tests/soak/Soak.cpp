@@ -10,9 +10,7 @@
 
 #include "emulator/Recording.h"
 
-#include <array>
 #include <atomic>
-#include <cstring>
 #include <malloc.h>
 #include <random>
 #include <thread>

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <functional>
 #include <regex>
-#include <thread>
 
 #include <gtest/gtest.h>
 
