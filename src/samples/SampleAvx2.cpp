@@ -292,8 +292,8 @@ size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
     }
 }
 
-/** Whether the vectors have what a channel's scale takes: they know no not-a-number, which a calibration of
- *  numbers does not give, and coefficients of 16 bits. */
+} // namespace
+
 bool HasLanes(const S_CHANNEL_SCALE& i_Scale, bool i_bCalibrated)
 {
     const auto l_fnIsShort = [](int32_t i_lCoef) {
@@ -302,8 +302,6 @@ bool HasLanes(const S_CHANNEL_SCALE& i_Scale, bool i_bCalibrated)
     return i_bCalibrated ? std::isfinite(i_Scale.dA) && std::isfinite(i_Scale.dB)
                          : l_fnIsShort(i_Scale.lLow) && l_fnIsShort(i_Scale.lHigh);
 }
-
-} // namespace
 
 bool RunsDecodeAvx2()
 {

@@ -9,6 +9,7 @@ namespace {
 
 constexpr S_SAMPLE_FORM k_aForms[] = {
 #ifdef __x86_64__
+    {"AVX-512", RunsDecodeAvx512, DecodeStreamAvx512},
     {"AVX2", RunsDecodeAvx2, DecodeStreamAvx2},
 #endif
 #ifdef __aarch64__

@@ -131,6 +131,12 @@ size_t DecodeStreamNeon(const S_STREAM& i_Stream);
 #ifdef __x86_64__
 bool RunsDecodeAvx2();
 size_t DecodeStreamAvx2(const S_STREAM& i_Stream);
+bool RunsDecodeAvx512();
+size_t DecodeStreamAvx512(const S_STREAM& i_Stream);
+
+/** Whether the vectors have what a channel's scale takes: they know no not-a-number, which a calibration of
+ *  numbers does not give, and coefficients of 16 bits. */
+bool HasLanes(const S_CHANNEL_SCALE& i_Scale, bool i_bCalibrated);
 #endif
 
 } // namespace tornval
