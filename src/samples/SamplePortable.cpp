@@ -1,5 +1,4 @@
-// The portable form of the decoder. Blocks of steps and blocks with few other codes go through loops
-// that a processor predicts well; in the others no jump depends on a code.
+// The portable form of the decoder: whatever the codes are, no jump depends on one of them.
 #include "samples/SampleForms.h"
 
 #include <bit>
@@ -10,106 +9,135 @@
 namespace tornval {
 namespace {
 
-/** What a first byte says: the value is usBase, with the second byte and the value before as far as
- *  the masks let them through. */
-struct S_CODE
+/** A value, with bit 31 set in high range. Bits between them are carries, which the next code drops. */
+using State = uint32_t;
+constexpr State k_ulHighRange = 0x80000000U;
+
+/** What a byte makes of a state: what it keeps, and then adds. */
+struct S_BYTE
 {
-    uint16_t usBase;
-    uint16_t usSecond;
-    uint16_t usKeep;
-    uint8_t ucRangeKeep;
-    uint8_t ucRange;
+    State ulKeep;
+    State ulAdd;
 };
 
-constexpr std::array<S_CODE, 256> MakeCodes()
+/** Place of second bytes behind first ones. */
+constexpr unsigned k_ulSecond = 256;
+
+constexpr std::array<S_BYTE, 512> MakeBytes()
 {
-    std::array<S_CODE, 256> l_aCodes{};
-    for (unsigned l_ulFirst = 0; l_ulFirst < 256; ++l_ulFirst) {
+    std::array<S_BYTE, 512> l_aBytes{};
+    for (unsigned l_ulByte = 0; l_ulByte < 256; ++l_ulByte) {
         S_SAMPLE_STATE l_State;
-        const uint8_t l_aucCode[2] = {static_cast<uint8_t>(l_ulFirst), 0};
-        const bool l_bStep = DecodeSample(l_ulFirst, l_aucCode + 1, l_State) == 1;
-        l_aCodes[l_ulFirst] = {l_State.usValue, static_cast<uint16_t>(l_bStep ? 0 : 0xFF),
-                               static_cast<uint16_t>(l_bStep ? 0xFFFF : 0),
-                               static_cast<uint8_t>(l_bStep ? 1 : 0), l_State.ucRange};
+        const uint8_t l_ucSecond = 0;
+        const bool l_bStep = DecodeSample(l_ulByte, &l_ucSecond, l_State) == 1;
+        l_aBytes[l_ulByte] = {l_bStep ? 0xFFFFU | k_ulHighRange : 0U,
+                              l_State.usValue | (l_State.ucRange != 0 ? k_ulHighRange : 0U)};
+        l_aBytes[k_ulSecond + l_ulByte] = {~State{0}, l_ulByte};
     }
-    return l_aCodes;
+    return l_aBytes;
 }
 
-constexpr std::array<S_CODE, 256> k_aCodes = MakeCodes();
+constexpr std::array<S_BYTE, 512> k_aBytes = MakeBytes();
+
+/** For each mask of eight bytes: how many are set before each, and in all. */
+constexpr std::array<std::array<uint8_t, 9>, 256> MakeCounts()
+{
+    std::array<std::array<uint8_t, 9>, 256> l_aCounts{};
+    for (unsigned l_ulMask = 0; l_ulMask < 256; ++l_ulMask) {
+        for (unsigned l_ulBit = 0; l_ulBit < 8; ++l_ulBit) {
+            l_aCounts[l_ulMask][l_ulBit + 1] =
+                static_cast<uint8_t>(l_aCounts[l_ulMask][l_ulBit] + ((l_ulMask >> l_ulBit) & 1U));
+        }
+    }
+    return l_aCounts;
+}
+
+constexpr std::array<std::array<uint8_t, 9>, 256> k_aCounts = MakeCounts();
+
+/** The state behind a byte. */
+inline State After(unsigned i_ulByte, State i_ulBefore)
+{
+    return (i_ulBefore & k_aBytes[i_ulByte].ulKeep) + k_aBytes[i_ulByte].ulAdd;
+}
 
 constexpr uint64_t k_ullTops = 0x8080808080808080U;
 
-/** Bytes with bit 7 clear among eight, the first one in bit 0. */
-inline uint64_t ClearOf(const uint8_t* i_pucData)
+/** The top bits of eight bytes, the first one in bit 0. */
+inline uint64_t GatherTops(uint64_t i_ullBytes)
 {
-    const uint64_t l_ullTops = ~wire::ReadLe64(i_pucData) & k_ullTops;
-    return ((l_ullTops >> 7) * 0x0102040810204080U) >> 56;
+    return (((i_ullBytes & k_ullTops) >> 7) * 0x0102040810204080U) >> 56;
 }
 
-/** The same among 64. */
+/** A bit of each byte of a block. */
+template <unsigned i_ulBit>
+inline uint64_t BitsOfBlock(const uint8_t* i_pucData)
+{
+    uint64_t l_ullBits = 0;
+#pragma GCC unroll 8
+    for (size_t l_ul = 0; l_ul < 8; ++l_ul) {
+        l_ullBits |= GatherTops(wire::ReadLe64(i_pucData + 8 * l_ul) << (7 - i_ulBit))
+                     << (8 * l_ul);
+    }
+    return l_ullBits;
+}
+
 inline uint64_t ClearOfBlock(const uint8_t* i_pucData)
 {
-    uint64_t l_ullClear = 0;
-    for (size_t l_ul = 0; l_ul < 8; ++l_ul) {
-        l_ullClear |= ClearOf(i_pucData + 8 * l_ul) << (8 * l_ul);
-    }
-    return l_ullClear;
+    return ~BitsOfBlock<7>(i_pucData);
 }
 
-inline void Apply(uint8_t i_ucFirst, unsigned i_ulSecond, S_SAMPLE_STATE& io_State)
+inline int32_t ScaleState(State i_ulState, const int32_t (&i_alCoefs)[2])
 {
-    const S_CODE& l_Code = k_aCodes[i_ucFirst];
-    io_State.usValue = static_cast<uint16_t>(l_Code.usBase + (i_ulSecond & l_Code.usSecond) +
-                                             (io_State.usValue & l_Code.usKeep));
-    io_State.ucRange =
-        static_cast<uint8_t>((io_State.ucRange & l_Code.ucRangeKeep) | l_Code.ucRange);
+    return ScaleSampleValue(static_cast<uint16_t>(i_ulState), i_alCoefs[i_ulState >> 31]);
 }
 
-// Up to that many absolute codes in a block are better met by surprise.
-constexpr int k_lFew = 10;
-
-/** A block whose codes are steps but for a few. The last code may end behind it. */
-inline int32_t* DecodeFew(const uint8_t* i_pucData, const uint8_t* i_pucEnd,
-                          S_SAMPLE_STATE& io_State, const int32_t (&i_alCoefs)[2],
-                          int32_t* o_plNext)
+/**
+ * Decodes a block byte by byte, with no jump that depends on one: each byte makes a sample, and the next one
+ * takes its place unless it ended a code.
+ *
+ * @return the end of the samples.
+ */
+template <typename Scale>
+inline int32_t* DecodeBlock(const uint8_t* i_pucData, uint64_t i_ullStarts, uint64_t i_ullAbsolute,
+                            State& io_ulState, int32_t* o_plNext, Scale&& i_fnScale)
 {
-    S_SAMPLE_STATE l_State = io_State;
-    int32_t l_lCoef = i_alCoefs[l_State.ucRange];
-    while (i_pucData < i_pucEnd) {
-        const unsigned l_ulFirst = *i_pucData++;
-        if ((l_ulFirst & 0x80U) != 0) {
-            l_State.usValue = static_cast<uint16_t>(l_State.usValue + k_aCodes[l_ulFirst].usBase);
-        } else {
-            DecodeSample(l_ulFirst, i_pucData++, l_State);
-            l_lCoef = i_alCoefs[l_State.ucRange];
+    State l_ulState = io_ulState;
+    for (size_t l_ul = 0; l_ul < k_ulMaskBytes; l_ul += 8) {
+        const auto l_ulSeconds = static_cast<unsigned>(~i_ullStarts & 0xFFU);
+        const auto& l_Ends = k_aCounts[~i_ullAbsolute & 0xFFU];
+#pragma GCC unroll 8
+        for (unsigned l_ulByte = 0; l_ulByte < 8; ++l_ulByte) {
+            const unsigned l_ulSecond = (l_ulSeconds << (8 - l_ulByte)) & k_ulSecond;
+            l_ulState = After(i_pucData[l_ul + l_ulByte] | l_ulSecond, l_ulState);
+            o_plNext[l_Ends[l_ulByte]] = i_fnScale(l_ulState);
         }
-        *o_plNext++ = ScaleSampleValue(l_State.usValue, l_lCoef);
+        o_plNext += l_Ends[8];
+        i_ullStarts >>= 8;
+        i_ullAbsolute >>= 8;
     }
-    io_State = l_State;
+    io_ulState = l_ulState;
     return o_plNext;
 }
 
-/** One channel, scaled by coefficients. */
-size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
+/** One channel, scaled by the coefficients of low and high range. */
+size_t DecodeOnly(const S_STREAM& i_Stream, const int32_t (&i_alCoefs)[2], int32_t* o_plSamples)
 {
-    const S_CHANNEL_SCALE& l_Scale = i_Stream.Scaling.aChannels[0];
-    const int32_t l_alCoefs[2] = {l_Scale.lLow, l_Scale.lHigh};
     const uint8_t* l_pucData = i_Stream.pucData;
     const uint8_t* const l_pucEnd = l_pucData + i_Stream.ulSize;
     int32_t* l_plNext = o_plSamples;
     int32_t* const l_plEnd = o_plSamples + RoomOf(i_Stream);
-    S_SAMPLE_STATE l_State;
+    State l_ulState = 0;
     CCodeStarts l_Starts;
     // More samples than bytes there are not: a block never runs past the room.
     while (l_pucEnd - l_pucData > static_cast<ptrdiff_t>(k_ulMaskBytes) &&
            l_plEnd - l_plNext >= static_cast<ptrdiff_t>(k_ulMaskBytes)) {
         const bool l_bInside = l_Starts.IsInside();
-        auto [l_ullStarts, l_ullAbsolute] = l_Starts.Next(ClearOfBlock(l_pucData));
-        if (l_ullAbsolute == 0 && !l_bInside) {
-            const int32_t l_lCoef = l_alCoefs[l_State.ucRange];
-            unsigned l_ulValue = l_State.usValue;
+        const auto l_Masks = l_Starts.Next(ClearOfBlock(l_pucData));
+        if (l_Masks.ullAbsolute == 0 && !l_bInside) {
+            const int32_t l_lCoef = i_alCoefs[l_ulState >> 31];
+            unsigned l_ulValue = l_ulState;
             const auto l_fnStep = [&](size_t i_ul) {
-                l_ulValue += k_aCodes[l_pucData[i_ul]].usBase;
+                l_ulValue += k_aBytes[l_pucData[i_ul]].ulAdd;
                 l_plNext[i_ul] = ScaleSampleValue(static_cast<uint16_t>(l_ulValue), l_lCoef);
             };
             for (size_t l_ul = 0; l_ul < k_ulMaskBytes; l_ul += 4) {
@@ -119,20 +147,30 @@ size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
                 l_fnStep(l_ul + 3);
             }
             l_plNext += k_ulMaskBytes;
-            l_State.usValue = static_cast<uint16_t>(l_ulValue);
-        } else if (std::popcount(l_ullAbsolute) <= k_lFew) {
-            l_plNext = DecodeFew(l_pucData + (l_bInside ? 1 : 0), l_pucData + k_ulMaskBytes,
-                                 l_State, l_alCoefs, l_plNext);
+            l_ulState = (l_ulState & k_ulHighRange) | (l_ulValue & 0xFFFFU);
         } else {
-            for (; l_ullStarts != 0; l_ullStarts &= l_ullStarts - 1) {
-                const uint8_t* l_pucCode = l_pucData + std::countr_zero(l_ullStarts);
-                Apply(l_pucCode[0], l_pucCode[1], l_State);
-                *l_plNext++ = ScaleSampleValue(l_State.usValue, l_alCoefs[l_State.ucRange]);
+            const uint64_t l_ullHigh = l_Masks.ullAbsolute & BitsOfBlock<5>(l_pucData);
+            const State l_ulRange = l_ulState & k_ulHighRange;
+            if (l_ullHigh == (l_ulRange != 0 ? l_Masks.ullAbsolute : 0)) {
+                const int32_t l_lCoef = i_alCoefs[l_ulRange != 0 ? 1 : 0];
+                l_plNext = DecodeBlock(l_pucData, l_Masks.ullStarts, l_Masks.ullAbsolute, l_ulState,
+                                       l_plNext, [l_lCoef](State i_ulState) {
+                                           return ScaleSampleValue(static_cast<uint16_t>(i_ulState),
+                                                                   l_lCoef);
+                                       });
+            } else {
+                l_plNext = DecodeBlock(
+                    l_pucData, l_Masks.ullStarts, l_Masks.ullAbsolute, l_ulState, l_plNext,
+                    [&i_alCoefs](State i_ulState) { return ScaleState(i_ulState, i_alCoefs); });
             }
         }
         l_pucData += k_ulMaskBytes;
     }
-    l_pucData += l_Starts.IsInside() ? 1 : 0;
+    if (l_Starts.IsInside()) {
+        l_ulState = After(k_ulSecond | *l_pucData++, l_ulState);
+        *l_plNext++ = ScaleState(l_ulState, i_alCoefs);
+    }
+    S_SAMPLE_STATE l_State{static_cast<uint16_t>(l_ulState), static_cast<uint8_t>(l_ulState >> 31)};
     while (l_plNext != l_plEnd) {
         const size_t l_ulLength =
             NextSample(l_pucData, static_cast<size_t>(l_pucEnd - l_pucData), l_State);
@@ -140,54 +178,97 @@ size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
             break;
         }
         l_pucData += l_ulLength;
-        *l_plNext++ = ScaleSampleValue(l_State.usValue, l_alCoefs[l_State.ucRange]);
+        *l_plNext++ = ScaleSampleValue(l_State.usValue, i_alCoefs[l_State.ucRange]);
     }
     return static_cast<size_t>(l_plNext - o_plSamples);
 }
 
+/** The words of a block in which every byte starts one: but for the last, they are steps. */
+void WidenBlock(const uint8_t* i_pucData, uint16_t* o_pusWords)
+{
+    std::array<uint8_t, k_ulMaskBytes> l_aucFirst;
+    std::array<uint16_t, k_ulMaskBytes> l_ausWords;
+    std::copy_n(i_pucData, k_ulMaskBytes, l_aucFirst.begin());
+    // A loop over what nobody else has: a compiler makes vectors of it.
+    for (size_t l_ul = 0; l_ul < k_ulMaskBytes; ++l_ul) {
+        l_ausWords[l_ul] = static_cast<uint16_t>(l_aucFirst[l_ul] << 8);
+    }
+    std::copy(l_ausWords.begin(), l_ausWords.end(), o_pusWords);
+    o_pusWords[k_ulMaskBytes - 1] =
+        static_cast<uint16_t>(o_pusWords[k_ulMaskBytes - 1] | i_pucData[k_ulMaskBytes]);
+}
+
 size_t ReadWordsPortable(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount)
 {
-    while (i_ulCount < k_ulPartWords && io_Rest.Size() > k_ulMaskBytes) {
-        const uint8_t* l_pucData = io_Rest.pucData;
-        const bool l_bInside = io_Rest.Starts.IsInside();
-        auto [l_ullStarts, l_ullAbsolute] = io_Rest.Starts.Next(ClearOfBlock(l_pucData));
-        if (l_ullAbsolute == 0 && !l_bInside) {
-            for (size_t l_ul = 0; l_ul < k_ulMaskBytes; ++l_ul) {
-                o_pusWords[i_ulCount + l_ul] = static_cast<uint16_t>(l_pucData[l_ul] << 8);
-            }
-            i_ulCount += k_ulMaskBytes;
-        } else {
-            for (; l_ullStarts != 0; l_ullStarts &= l_ullStarts - 1) {
-                const uint8_t* l_pucCode = l_pucData + std::countr_zero(l_ullStarts);
-                o_pusWords[i_ulCount++] = static_cast<uint16_t>((l_pucCode[0] << 8) | l_pucCode[1]);
-            }
-        }
+    uint16_t* l_pusNext = o_pusWords + i_ulCount;
+    while (l_pusNext < o_pusWords + k_ulPartWords && io_Rest.Size() > k_ulMaskBytes) {
+        const uint8_t* const l_pucData = io_Rest.pucData;
+        uint64_t l_ullStarts = io_Rest.Starts.Next(ClearOfBlock(l_pucData)).ullStarts;
         io_Rest.pucData += k_ulMaskBytes;
+        if (l_ullStarts == ~uint64_t{0}) {
+            WidenBlock(l_pucData, l_pusNext);
+            l_pusNext += k_ulMaskBytes;
+            continue;
+        }
+        for (size_t l_ul = 0; l_ul < k_ulMaskBytes; l_ul += 8, l_ullStarts >>= 8) {
+            // The next word takes the place of one that does not start here.
+            const auto& l_Before = k_aCounts[l_ullStarts & 0xFFU];
+#pragma GCC unroll 8
+            for (size_t l_ulByte = 0; l_ulByte < 8; ++l_ulByte) {
+                l_pusNext[l_Before[l_ulByte]] =
+                    std::rotl(wire::ReadLe16(l_pucData + l_ul + l_ulByte), 8);
+            }
+            l_pusNext += l_Before[8];
+        }
     }
+    i_ulCount = static_cast<size_t>(l_pusNext - o_pusWords);
     return i_ulCount < k_ulPartWords ? ReadLastWords(io_Rest, o_pusWords, i_ulCount) : i_ulCount;
 }
 
-/** One channel of a part. @tparam i_bRanges whether the range of a sample counts. */
-template <bool i_bRanges, typename Scale>
+/** The state behind a code. */
+inline State AfterWord(uint16_t i_usWord, State i_ulBefore)
+{
+    const S_BYTE& l_First = k_aBytes[i_usWord >> 8];
+    const State l_ulSecond = i_usWord & 0xFFU;
+    return (((i_ulBefore ^ l_ulSecond) & l_First.ulKeep) ^ l_ulSecond) + l_First.ulAdd;
+}
+
+/** Some channels of a part, from one on: none waits for another. @param i_fnScale called with state and
+ *  channel. */
+template <size_t i_ulNbTogether, typename Scale>
 void DecodeChannelWords(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels,
-                        uint32_t i_ulChannel, Scale&& i_fnScale)
+                        size_t i_ulFirst, Scale&& i_fnScale)
 {
     const size_t l_ulStride = io_Channels.ulNbChannel;
-    int32_t* l_plNext = io_Channels.aplNext[i_ulChannel];
-    unsigned l_ulValue = io_Channels.ausValues[i_ulChannel];
-    unsigned l_ulRange = io_Channels.ausRanges[i_ulChannel];
-    for (size_t l_ul = i_ulChannel; l_ul < i_ulCount; l_ul += l_ulStride) {
-        const unsigned l_ulWord = i_pusWords[l_ul];
-        const S_CODE& l_Code = k_aCodes[l_ulWord >> 8];
-        l_ulValue = l_Code.usBase + (l_ulWord & l_Code.usSecond) + (l_ulValue & l_Code.usKeep);
-        if constexpr (i_bRanges) {
-            l_ulRange = (l_ulRange & l_Code.ucRangeKeep) | l_Code.ucRange;
-        }
-        *l_plNext++ = i_fnScale(static_cast<uint16_t>(l_ulValue), l_ulRange);
+    const size_t l_ulWhole = i_ulCount / l_ulStride;
+    const size_t l_ulMore = i_ulCount % l_ulStride; // channels that have one more
+    int32_t* l_aplNext[i_ulNbTogether];
+    State l_aulStates[i_ulNbTogether];
+#pragma GCC unroll 3
+    for (size_t l_ul = 0; l_ul < i_ulNbTogether; ++l_ul) {
+        l_aplNext[l_ul] = io_Channels.aplNext[i_ulFirst + l_ul];
+        l_aulStates[l_ul] = io_Channels.ausValues[i_ulFirst + l_ul] |
+                            (io_Channels.ausRanges[i_ulFirst + l_ul] != 0 ? k_ulHighRange : 0U);
     }
-    io_Channels.aplNext[i_ulChannel] = l_plNext;
-    io_Channels.ausValues[i_ulChannel] = static_cast<uint16_t>(l_ulValue);
-    io_Channels.ausRanges[i_ulChannel] = static_cast<uint16_t>(l_ulRange);
+    const uint16_t* l_pusRound = i_pusWords + i_ulFirst;
+    for (size_t l_ulRound = 0; l_ulRound < l_ulWhole; ++l_ulRound, l_pusRound += l_ulStride) {
+#pragma GCC unroll 3
+        for (size_t l_ul = 0; l_ul < i_ulNbTogether; ++l_ul) {
+            l_aulStates[l_ul] = AfterWord(l_pusRound[l_ul], l_aulStates[l_ul]);
+            l_aplNext[l_ul][l_ulRound] = i_fnScale(l_aulStates[l_ul], i_ulFirst + l_ul);
+        }
+    }
+#pragma GCC unroll 3
+    for (size_t l_ul = 0; l_ul < i_ulNbTogether; ++l_ul) {
+        l_aplNext[l_ul] += l_ulWhole;
+        if (i_ulFirst + l_ul < l_ulMore) {
+            l_aulStates[l_ul] = AfterWord(l_pusRound[l_ul], l_aulStates[l_ul]);
+            *l_aplNext[l_ul]++ = i_fnScale(l_aulStates[l_ul], i_ulFirst + l_ul);
+        }
+        io_Channels.aplNext[i_ulFirst + l_ul] = l_aplNext[l_ul];
+        io_Channels.ausValues[i_ulFirst + l_ul] = static_cast<uint16_t>(l_aulStates[l_ul]);
+        io_Channels.ausRanges[i_ulFirst + l_ul] = static_cast<uint16_t>(l_aulStates[l_ul] >> 31);
+    }
 }
 
 /** Calibrates values, none of which saturates. */
@@ -207,37 +288,75 @@ void CalibrateInPlace(int32_t* io_plNext, const int32_t* i_plEnd, const S_CHANNE
     }
 }
 
-void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
+/** Some channels of a part, all of which are filled. */
+template <size_t i_ulNbTogether>
+void DecodeTogether(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels,
+                    size_t i_ulFirst)
 {
-    for (uint32_t l_ul = 0; l_ul < io_Channels.ulNbChannel; ++l_ul) {
-        const S_CHANNEL_SCALE l_Scale = io_Channels.Scaling.aChannels[l_ul];
-        const auto l_fnDecode = [&](auto&& i_fnScale) {
-            DecodeChannelWords<false>(io_pusWords, i_ulCount, io_Channels, l_ul, i_fnScale);
-        };
-        const auto l_fnCalibrate = [l_dA = l_Scale.dA, l_dB = l_Scale.dB](uint16_t i_usValue) {
-            return Calibrate(static_cast<int16_t>(i_usValue), l_dA, l_dB);
-        };
-        if (io_Channels.aplNext[l_ul] == nullptr) {
-            continue; // and nobody asks for its values
-        }
-        if (io_Channels.eCalibration == E_CALIBRATION::NONE) {
-            const int32_t l_alCoefs[2] = {l_Scale.lLow, l_Scale.lHigh};
-            DecodeChannelWords<true>(io_pusWords, i_ulCount, io_Channels, l_ul,
-                                     [&](uint16_t i_usValue, unsigned i_ulRange) {
-                                         return ScaleSampleValue(i_usValue, l_alCoefs[i_ulRange]);
-                                     });
-        } else if (io_Channels.eCalibration != E_CALIBRATION::SATURATES) {
-            int32_t* const l_plFirst = io_Channels.aplNext[l_ul];
-            l_fnDecode([](uint16_t i_usValue, unsigned) -> int32_t {
-                return static_cast<int16_t>(i_usValue);
-            });
-            CalibrateInPlace(l_plFirst, io_Channels.aplNext[l_ul], l_Scale);
-        } else {
-            l_fnDecode([&](uint16_t i_usValue, unsigned) {
-                return TruncateToInt32(l_fnCalibrate(i_usValue));
-            });
+    const auto l_fnDecode = [&](auto&& i_fnScale) {
+        DecodeChannelWords<i_ulNbTogether>(i_pusWords, i_ulCount, io_Channels, i_ulFirst,
+                                           i_fnScale);
+    };
+    const auto& l_aScales = io_Channels.Scaling.aChannels;
+    if (io_Channels.eCalibration == E_CALIBRATION::NONE) {
+        l_fnDecode([&](State i_ulState, size_t i_ulChannel) {
+            const S_CHANNEL_SCALE& l_Scale = l_aScales[i_ulChannel];
+            return ScaleSampleValue(static_cast<uint16_t>(i_ulState),
+                                    (i_ulState & k_ulHighRange) != 0 ? l_Scale.lHigh
+                                                                     : l_Scale.lLow);
+        });
+    } else if (io_Channels.eCalibration == E_CALIBRATION::SATURATES) {
+        l_fnDecode([&](State i_ulState, size_t i_ulChannel) {
+            const S_CHANNEL_SCALE& l_Scale = l_aScales[i_ulChannel];
+            return TruncateToInt32(
+                Calibrate(static_cast<int16_t>(i_ulState), l_Scale.dA, l_Scale.dB));
+        });
+    } else {
+        std::array<int32_t*, i_ulNbTogether> l_aplFirst;
+        std::copy_n(io_Channels.aplNext.begin() + i_ulFirst, i_ulNbTogether, l_aplFirst.begin());
+        l_fnDecode(
+            [](State i_ulState, size_t) -> int32_t { return static_cast<int16_t>(i_ulState); });
+        for (size_t l_ul = 0; l_ul < i_ulNbTogether; ++l_ul) {
+            CalibrateInPlace(l_aplFirst[l_ul], io_Channels.aplNext[i_ulFirst + l_ul],
+                             l_aScales[i_ulFirst + l_ul]);
         }
     }
+}
+
+void DecodeWordsPortable(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
+{
+    for (size_t l_ul = 0; l_ul < io_Channels.ulNbChannel;) {
+        const auto l_fnFilled = [&](size_t i_ulNb) {
+            return l_ul + i_ulNb <= io_Channels.ulNbChannel &&
+                   std::find(&io_Channels.aplNext[l_ul], &io_Channels.aplNext[l_ul] + i_ulNb,
+                             nullptr) == &io_Channels.aplNext[l_ul] + i_ulNb;
+        };
+        if (l_fnFilled(3)) {
+            DecodeTogether<3>(io_pusWords, i_ulCount, io_Channels, l_ul);
+            l_ul += 3;
+        } else if (l_fnFilled(2)) {
+            DecodeTogether<2>(io_pusWords, i_ulCount, io_Channels, l_ul);
+            l_ul += 2;
+        } else {
+            if (l_fnFilled(1)) { // else nobody asks for its values
+                DecodeTogether<1>(io_pusWords, i_ulCount, io_Channels, l_ul);
+            }
+            ++l_ul;
+        }
+    }
+}
+
+/** The only channel of a stream, whose measures neither saturate nor are left out. */
+size_t DecodeOnly(const S_STREAM& i_Stream)
+{
+    const S_CHANNEL_SCALE& l_Scale = i_Stream.Scaling.aChannels[0];
+    int32_t* const l_plSamples = i_Stream.pplArrays[0];
+    if (!i_Stream.Scaling.bCalibrated) {
+        return DecodeOnly(i_Stream, {l_Scale.lLow, l_Scale.lHigh}, l_plSamples);
+    }
+    const size_t l_ulCount = DecodeOnly(i_Stream, {1, 1}, l_plSamples);
+    CalibrateInPlace(l_plSamples, l_plSamples + l_ulCount, l_Scale);
+    return l_ulCount;
 }
 
 } // namespace
@@ -321,9 +440,9 @@ size_t DecodeInParts(const S_STREAM& i_Stream, ReadWords i_pfnRead, DecodeWords 
 
 size_t DecodeStreamPortable(const S_STREAM& i_Stream)
 {
-    int32_t* l_plOnly = i_Stream.pplArrays[0];
-    return i_Stream.ulNbChannel == 1 && !i_Stream.Scaling.bCalibrated && l_plOnly != nullptr
-               ? DecodeOnly(i_Stream, l_plOnly)
+    return i_Stream.ulNbChannel == 1 && i_Stream.pplArrays[0] != nullptr &&
+                   CalibrationOf(i_Stream.Scaling, 1) != E_CALIBRATION::SATURATES
+               ? DecodeOnly(i_Stream)
                : DecodeInParts(i_Stream, ReadWordsPortable, DecodeWordsPortable);
 }
 
