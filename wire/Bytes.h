@@ -33,10 +33,25 @@ inline void WriteLe16(uint8_t* o_pucData, uint16_t i_usValue)
     o_pucData[1] = static_cast<uint8_t>(i_usValue >> 8);
 }
 
+// Every byte from the number itself, not from halves: a compiler makes one store of that.
 inline void WriteLe32(uint8_t* o_pucData, uint32_t i_ulValue)
 {
-    WriteLe16(o_pucData, static_cast<uint16_t>(i_ulValue));
-    WriteLe16(o_pucData + 2, static_cast<uint16_t>(i_ulValue >> 16));
+    o_pucData[0] = static_cast<uint8_t>(i_ulValue);
+    o_pucData[1] = static_cast<uint8_t>(i_ulValue >> 8);
+    o_pucData[2] = static_cast<uint8_t>(i_ulValue >> 16);
+    o_pucData[3] = static_cast<uint8_t>(i_ulValue >> 24);
+}
+
+inline void WriteLe64(uint8_t* o_pucData, uint64_t i_ullValue)
+{
+    o_pucData[0] = static_cast<uint8_t>(i_ullValue);
+    o_pucData[1] = static_cast<uint8_t>(i_ullValue >> 8);
+    o_pucData[2] = static_cast<uint8_t>(i_ullValue >> 16);
+    o_pucData[3] = static_cast<uint8_t>(i_ullValue >> 24);
+    o_pucData[4] = static_cast<uint8_t>(i_ullValue >> 32);
+    o_pucData[5] = static_cast<uint8_t>(i_ullValue >> 40);
+    o_pucData[6] = static_cast<uint8_t>(i_ullValue >> 48);
+    o_pucData[7] = static_cast<uint8_t>(i_ullValue >> 56);
 }
 
 /** @name Numbers of 1 to 4 bytes at an offset, which the caller has checked. */
