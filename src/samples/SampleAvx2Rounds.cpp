@@ -10,7 +10,7 @@ namespace tornval {
 namespace {
 
 // Rounds of the channels stand in rows of 4, 8 or 16 words, and eight rows are turned at a time.
-constexpr size_t k_ulRowsRoom = 2048;
+constexpr size_t k_ulRowsRoom = 2560;
 struct S_ROWS
 {
     alignas(32) uint16_t ausWords[k_ulRowsRoom];
