@@ -9,13 +9,18 @@
 namespace tornval {
 namespace {
 
-// Rounds of the channels stand in rows of 4, 8 or 16 words, and eight rows are turned at a time.
-constexpr size_t k_ulRowsRoom = 2560;
+// A thread has little stack: where the ranges of samples take as much again as their values, half as many
+// words are decoded at a time.
+template <bool i_bRanges>
+constexpr size_t k_ulMostWords = i_bRanges ? k_ulPartWords / 2 : k_ulWordRoom;
+
+/** Rounds of the channels stand in rows of 4, 8 or 16 words, and eight rows are turned at a time. */
+template <bool i_bRanges>
 struct S_ROWS
 {
-    alignas(32) uint16_t ausWords[k_ulRowsRoom];
+    static_assert(k_ulMostWords<i_bRanges> / 9 * 16 + 128 <= k_ulMostWords<i_bRanges> / 2 * 4 + 32);
+    alignas(32) uint16_t ausWords[k_ulMostWords<i_bRanges> / 2 * 4 + 32];
 };
-static_assert(k_ulWordRoom / 2 * 4 + 32 <= k_ulRowsRoom);
 
 /** Eight rows of four words, turned: a vector for each channel. */
 TORNVAL_AVX2_INLINE void TurnFours(const uint16_t* i_pusRows, __m128i (&o_aColumns)[8])
@@ -92,10 +97,12 @@ TORNVAL_AVX2_INLINE void MeasureRows(const uint16_t* i_pusValues, const uint16_t
     }
 }
 
-/** Turns rows into the measures of each channel. */
+/** Turns rows into the measures of each channel. Never inlined: what one kind has on the stack is not there
+ *  while another one runs. */
 template <size_t i_ulWidth, E_KIND i_eKind>
-TORNVAL_AVX2_INLINE void StoreRows(const S_ROWS& i_Values, const S_ROWS& i_IsHigh, size_t i_ulCount,
-                                   S_CHANNELS& io_Channels)
+TORNVAL_AVX2 __attribute__((noinline)) void StoreRows(const uint16_t* i_pusValues,
+                                                      const uint16_t* i_pusIsHigh, size_t i_ulCount,
+                                                      S_CHANNELS& io_Channels)
 {
     const size_t l_ulWhole = i_ulCount / io_Channels.ulNbChannel;
     const size_t l_ulMore = i_ulCount % io_Channels.ulNbChannel; // channels that have one more
@@ -109,8 +116,8 @@ TORNVAL_AVX2_INLINE void StoreRows(const S_ROWS& i_Values, const S_ROWS& i_IsHig
         __m256i l_aMeasures[8];
         size_t l_ulRow = 0;
         const auto l_fnMeasure = [&]() TORNVAL_AVX2 {
-            MeasureRows<i_ulWidth, i_eKind>(i_Values.ausWords + l_ulRow * i_ulWidth,
-                                            i_IsHigh.ausWords + l_ulRow * i_ulWidth, l_ulFirst,
+            MeasureRows<i_ulWidth, i_eKind>(i_pusValues + l_ulRow * i_ulWidth,
+                                            i_pusIsHigh + l_ulRow * i_ulWidth, l_ulFirst,
                                             l_ulNbChannel, l_aLanes, l_aMeasures);
         };
         for (; l_ulRow + 8 <= l_ulWhole; l_ulRow += 8) {
@@ -181,9 +188,9 @@ TORNVAL_AVX2_INLINE __m256i Onto(__m256i i_Before, __m256i i_Number, __m256i i_K
 template <size_t i_ulWidth>
 TORNVAL_AVX2_INLINE void RunRounds(const uint16_t* i_pusNumbers, const uint16_t* i_pusKeep,
                                    size_t i_ulCount, size_t i_ulNbChannel, uint16_t* io_pusState,
-                                   S_ROWS& o_Rows)
+                                   uint16_t* o_pusRows)
 {
-    uint16_t* l_pusRow = o_Rows.ausWords;
+    uint16_t* l_pusRow = o_pusRows;
     auto l_State = LoadRow<i_ulWidth>(io_pusState);
     size_t l_ul = 0;
     // Two at a time: the second does not wait for the first.
@@ -208,16 +215,17 @@ TORNVAL_AVX2_INLINE void RunRounds(const uint16_t* i_pusNumbers, const uint16_t*
 
 /** @tparam i_bRanges whether the range of a sample counts. */
 template <size_t i_ulWidth, bool i_bRanges>
-TORNVAL_AVX2_INLINE void DecodeRounds(uint16_t* io_pusWords, size_t i_ulCount,
+TORNVAL_AVX2_INLINE void DecodeRounds(const uint16_t* i_pusWords, size_t i_ulCount,
                                       S_CHANNELS& io_Channels)
 {
-    alignas(32) uint16_t l_ausNumbers[k_ulWordRoom + 16];
-    alignas(32) uint16_t l_ausKeep[k_ulWordRoom + 16];
-    alignas(32) uint16_t l_ausHigh[i_bRanges ? k_ulWordRoom + 16 : 16];
+    constexpr size_t k_ulRoom = k_ulMostWords<i_bRanges> + 32;
+    alignas(32) uint16_t l_ausNumbers[k_ulRoom];
+    alignas(32) uint16_t l_ausKeep[k_ulRoom];
+    alignas(32) uint16_t l_ausHigh[i_bRanges ? k_ulRoom : 16];
     __m256i l_AnyHigh = Load(io_Channels.ausRanges.data());
     // Sixteen more: the last rounds reach into them.
     for (size_t l_ul = 0; l_ul < i_ulCount + 16; l_ul += 16) {
-        const __m256i l_Words = Load(io_pusWords + l_ul);
+        const __m256i l_Words = Load(i_pusWords + l_ul);
         const S_SAID l_Said = Understand(l_Words);
         Store(l_ausNumbers + l_ul, l_Said.Number);
         Store(l_ausKeep + l_ul, l_Said.IsStep);
@@ -228,43 +236,61 @@ TORNVAL_AVX2_INLINE void DecodeRounds(uint16_t* io_pusWords, size_t i_ulCount,
         }
     }
     const size_t l_ulNbChannel = io_Channels.ulNbChannel;
-    S_ROWS l_Values;
+    S_ROWS<i_bRanges> l_Values;
     RunRounds<i_ulWidth>(l_ausNumbers, l_ausKeep, i_ulCount, l_ulNbChannel,
-                         io_Channels.ausValues.data(), l_Values);
+                         io_Channels.ausValues.data(), l_Values.ausWords);
     if constexpr (!i_bRanges) {
         if (io_Channels.eCalibration == E_CALIBRATION::WHOLE) {
-            StoreRows<i_ulWidth, KIND_WHOLE>(l_Values, l_Values, i_ulCount, io_Channels);
+            StoreRows<i_ulWidth, KIND_WHOLE>(l_Values.ausWords, l_Values.ausWords, i_ulCount,
+                                             io_Channels);
         } else if (io_Channels.eCalibration == E_CALIBRATION::FITS) {
-            StoreRows<i_ulWidth, KIND_FITS>(l_Values, l_Values, i_ulCount, io_Channels);
+            StoreRows<i_ulWidth, KIND_FITS>(l_Values.ausWords, l_Values.ausWords, i_ulCount,
+                                            io_Channels);
         } else {
-            StoreRows<i_ulWidth, KIND_SATURATES>(l_Values, l_Values, i_ulCount, io_Channels);
+            StoreRows<i_ulWidth, KIND_SATURATES>(l_Values.ausWords, l_Values.ausWords, i_ulCount,
+                                                 io_Channels);
         }
     } else if (_mm256_testz_si256(l_AnyHigh, l_AnyHigh) != 0) {
-        StoreRows<i_ulWidth, KIND_LOW>(l_Values, l_Values, i_ulCount, io_Channels);
+        StoreRows<i_ulWidth, KIND_LOW>(l_Values.ausWords, l_Values.ausWords, i_ulCount,
+                                       io_Channels);
     } else {
-        S_ROWS l_IsHigh;
+        S_ROWS<i_bRanges> l_IsHigh;
         RunRounds<i_ulWidth>(l_ausHigh, l_ausKeep, i_ulCount, l_ulNbChannel,
-                             io_Channels.ausRanges.data(), l_IsHigh);
-        StoreRows<i_ulWidth, KIND_RANGES>(l_Values, l_IsHigh, i_ulCount, io_Channels);
+                             io_Channels.ausRanges.data(), l_IsHigh.ausWords);
+        StoreRows<i_ulWidth, KIND_RANGES>(l_Values.ausWords, l_IsHigh.ausWords, i_ulCount,
+                                          io_Channels);
+    }
+}
+
+template <size_t i_ulWidth, bool i_bRanges>
+TORNVAL_AVX2 void DecodeAll(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
+{
+    // Whole rounds, but for the last.
+    const size_t l_ulMost =
+        k_ulMostWords<i_bRanges> - k_ulMostWords<i_bRanges> % io_Channels.ulNbChannel;
+    for (; i_ulCount > 0;) {
+        const size_t l_ulPart = std::min(i_ulCount, l_ulMost);
+        DecodeRounds<i_ulWidth, i_bRanges>(i_pusWords, l_ulPart, io_Channels);
+        i_pusWords += l_ulPart;
+        i_ulCount -= l_ulPart;
     }
 }
 
 template <bool i_bRanges>
-TORNVAL_AVX2_INLINE void DecodeWide(uint16_t* io_pusWords, size_t i_ulCount,
-                                    S_CHANNELS& io_Channels)
+void DecodeWide(const uint16_t* i_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
 {
     if (io_Channels.ulNbChannel <= 4) {
-        DecodeRounds<4, i_bRanges>(io_pusWords, i_ulCount, io_Channels);
+        DecodeAll<4, i_bRanges>(i_pusWords, i_ulCount, io_Channels);
     } else if (io_Channels.ulNbChannel <= 8) {
-        DecodeRounds<8, i_bRanges>(io_pusWords, i_ulCount, io_Channels);
+        DecodeAll<8, i_bRanges>(i_pusWords, i_ulCount, io_Channels);
     } else {
-        DecodeRounds<16, i_bRanges>(io_pusWords, i_ulCount, io_Channels);
+        DecodeAll<16, i_bRanges>(i_pusWords, i_ulCount, io_Channels);
     }
 }
 
 } // namespace
 
-TORNVAL_AVX2 void DecodeWordsAvx2(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
+void DecodeWordsAvx2(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS& io_Channels)
 {
     if (io_Channels.eCalibration == E_CALIBRATION::NONE) {
         DecodeWide<true>(io_pusWords, i_ulCount, io_Channels);

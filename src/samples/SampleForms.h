@@ -56,7 +56,7 @@ inline size_t RoomOf(const S_STREAM& i_Stream)
 }
 
 /** Code words of a stream that are decoded together. */
-inline constexpr size_t k_ulPartWords = 1024;
+inline constexpr size_t k_ulPartWords = 768;
 
 /** Room for those, for what the last block adds and for what a vector reads behind them. */
 inline constexpr size_t k_ulWordRoom = k_ulPartWords + 2 * k_ulMaskBytes;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "StackTaken.h"
 #include "samples/PlainLoops.h"
 #include "wire/Crc16.h"
 
@@ -173,3 +174,26 @@ TEST(Forms, OfTheDecoderAgreeWithThePlainLoop)
         }
     }
 }
+
+#ifdef TORNVAL_TELLS_STACK
+TEST(Forms, OfTheDecoderTakeLittleOfTheirThreadsStack)
+{
+    CRandom l_Random(3);
+    const Bytes l_vCodes = MakeCodes(l_Random, 4000, 70, 50);
+    std::vector<int32_t> l_vlRoom(l_vCodes.size());
+    const std::vector<int32_t*> l_vplArrays(10, l_vlRoom.data());
+    ptrdiff_t l_lMost = 0;
+    for (const S_SAMPLE_FORM& l_Form : SampleForms()) {
+        for (uint32_t l_ul = 0; l_ul < 40 && l_Form.pfnRuns(); ++l_ul) {
+            const S_SCALING l_Scaling = MakeScaling(l_Random, l_ul % 2 == 0, l_ul / 20);
+            const auto l_lTaken = StackTaken([&] {
+                l_Form.pfnDecode({l_vCodes.data(), l_vCodes.size(), 1 + l_ul / 2 % 10, 400,
+                                  l_vplArrays.data(), l_Scaling});
+            });
+            EXPECT_LE(l_lTaken, 12288) << l_Form.pszName << ", round " << l_ul;
+            l_lMost = std::max(l_lMost, l_lTaken);
+        }
+    }
+    EXPECT_GT(l_lMost, 1024) << "it was measured";
+}
+#endif

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include "StackTaken.h"
 #include "TestHome.h"
 #include "platform/Reason.h"
 
@@ -231,40 +232,16 @@ TEST(Trace, FollowsNoSymbolicLinkAndSaysSo)
     SetTraceLog(nullptr);
 }
 
-#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifdef TORNVAL_TELLS_STACK
 TEST(Trace, TakesLittleOfItsThreadsStack)
 {
     const CTestHome l_Home;
     const std::string l_strLong(3000, 'x');
-    static unsigned char s_aucStack[256 * 1024];
-    const auto l_fnTaken = [&](bool i_bTrace) {
-        std::memset(s_aucStack, 0x5A, sizeof(s_aucStack));
-        std::pair<const char*, bool> l_What{l_strLong.c_str(), i_bTrace};
-        pthread_attr_t l_Attributes{};
-        pthread_t l_Thread{};
-        pthread_attr_init(&l_Attributes);
-        pthread_attr_setstack(&l_Attributes, s_aucStack, sizeof(s_aucStack));
-        pthread_create(
-            &l_Thread, &l_Attributes,
-            [](void* i_pWhat) -> void* {
-                const auto& l_Told = *static_cast<std::pair<const char*, bool>*>(i_pWhat);
-                if (l_Told.second) {
-                    Trace(INFO_LEVEL, L"%S %f %d", l_Told.first, 1e300, -5);
-                }
-                return nullptr;
-            },
-            &l_What);
-        pthread_join(l_Thread, nullptr);
-        pthread_attr_destroy(&l_Attributes);
-        return std::find_if(std::begin(s_aucStack), std::end(s_aucStack),
-                            [](unsigned char i_uc) { return i_uc != 0x5A; });
-    };
     testing::internal::CaptureStdout();
     for (const bool l_bFile : {true, false}) {
         l_bFile ? UseFile(k_usAll) : SetTraceLog(std::make_unique<CTraceLogConsole>(k_usAll));
-        // The first line of a process also binds what it calls.
-        l_fnTaken(true);
-        const auto l_lTaken = l_fnTaken(false) - l_fnTaken(true);
+        const auto l_lTaken =
+            StackTaken([&] { Trace(INFO_LEVEL, L"%S %f %d", l_strLong.c_str(), 1e300, -5); });
         EXPECT_LE(l_lTaken, 10752) << l_bFile;
         EXPECT_GT(l_lTaken, 8192) << "it was measured";
     }
