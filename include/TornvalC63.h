@@ -73,8 +73,8 @@
  *  - A forked child, one of daemon() too, has none of the drivers: they are its parent's, and its calls
  *    are refused; the first one is told in the trace log. Fork before the first call.
  *  - A thread that calls needs 16 KB of stack for the library's own part, of which a trace line takes
- *    up to 10.5 and decoding up to 12, and 32 KB where files are looked for: in LoadMeasDrivers(), SetMBCalibration() and the
- *    first upload of a recording. The link library's part comes on top.
+ *    up to 10.5 and decoding up to 12, and 32 KB where files are looked for: in LoadMeasDrivers(),
+ *    SetMBCalibration() and the first upload of a recording. The link library's part comes on top.
  *
  * @section waits How long a call takes
  * A command that the board or the module does not answer fails after 5000 milliseconds plus the key
