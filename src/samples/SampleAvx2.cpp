@@ -129,23 +129,22 @@ TORNVAL_AVX2_INLINE void DecodeSteps(__m256i i_Bytes, __m256i& io_Value, const S
                                      int32_t* o_plMeasures)
 {
     const __m256i l_Size = _mm256_and_si256(i_Bytes, _mm256_set1_epi8(0x3F));
-    const __m256i l_Sign = _mm256_or_si256(_mm256_add_epi8(i_Bytes, i_Bytes), _mm256_set1_epi8(1));
-    const __m256i l_Steps = _mm256_sign_epi8(l_Size, l_Sign);
-    // Two steps fit into a byte, more do not.
-    const __m256i l_Pairs = _mm256_add_epi8(l_Steps, _mm256_slli_epi64(l_Steps, 8));
-    const __m256i l_Even = SumEights(_mm256_srai_epi16(_mm256_unpacklo_epi8(l_Pairs, l_Pairs), 8));
-    __m256i l_Odd = SumEights(_mm256_srai_epi16(_mm256_unpackhi_epi8(l_Pairs, l_Pairs), 8));
-    // Eights 0 and 2, then 1 and 3.
-    l_Odd = _mm256_add_epi16(l_Odd, LastOfEights(l_Even));
-    const __m256i l_Last = LastOfEights(l_Odd);
+    // Bit 6 becomes the sign; without any bit it is a step of zero.
+    const __m256i l_Steps = _mm256_sign_epi8(l_Size, _mm256_add_epi8(i_Bytes, i_Bytes));
+    // Every other value is a sum of pairs, and the one before it is less by a step.
+    const __m256i l_Pairs = _mm256_maddubs_epi16(_mm256_set1_epi8(1), l_Steps);
+    const __m256i l_Sums = SumEights(_mm256_add_epi16(l_Pairs, _mm256_bslli_epi128(l_Pairs, 2)));
+    const __m256i l_Last = LastOfEights(l_Sums);
     const __m256i l_Middle =
         _mm256_add_epi16(io_Value, _mm256_permute2x128_si256(l_Last, l_Last, 0x00));
-    const __m256i l_Before = _mm256_blend_epi32(io_Value, l_Middle, 0xF0);
+    const __m256i l_Odd = _mm256_add_epi16(l_Sums, _mm256_blend_epi32(io_Value, l_Middle, 0xF0));
+    const __m256i l_Even = _mm256_sub_epi16(l_Odd, _mm256_srai_epi16(l_Steps, 8));
     io_Value = _mm256_add_epi16(l_Middle, _mm256_permute2x128_si256(l_Last, l_Last, 0x11));
-    const __m256i l_EvenValues = _mm256_add_epi16(l_Even, l_Before);
-    const __m256i l_OddValues = _mm256_add_epi16(l_Odd, l_Before);
-    MeasureEights<i_eKind>(l_EvenValues, l_EvenValues, i_Lanes, o_plMeasures, o_plMeasures + 16);
-    MeasureEights<i_eKind>(l_OddValues, l_OddValues, i_Lanes, o_plMeasures + 8, o_plMeasures + 24);
+    // Eights 0 and 2, then 1 and 3.
+    const __m256i l_First = _mm256_unpacklo_epi16(l_Even, l_Odd);
+    const __m256i l_Second = _mm256_unpackhi_epi16(l_Even, l_Odd);
+    MeasureEights<i_eKind>(l_First, l_First, i_Lanes, o_plMeasures, o_plMeasures + 16);
+    MeasureEights<i_eKind>(l_Second, l_Second, i_Lanes, o_plMeasures + 8, o_plMeasures + 24);
 }
 
 // One bit for each of sixteen words lies in bytes 0 and 2 of a mask: each half of a vector gathers
@@ -249,7 +248,7 @@ TORNVAL_AVX2 size_t DecodeOnly(const S_STREAM& i_Stream, int32_t* o_plSamples)
         while (l_Rest.Size() >= k_ulReadAhead && l_ulRoom - l_ulTotal >= k_ulMaskBytes &&
                !l_Rest.Starts.IsInside()) {
             const S_BLOCK l_Block = LoadBlock(l_Rest.pucData);
-            if (ClearOf(l_Block) != 0) {
+            if (_mm256_movemask_epi8(_mm256_and_si256(l_Block.First, l_Block.Second)) != -1) {
                 break;
             }
             int32_t* l_plNext = o_plSamples + l_ulTotal;
