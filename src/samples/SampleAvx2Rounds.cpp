@@ -184,8 +184,22 @@ TORNVAL_AVX2_INLINE __m256i Onto(__m256i i_Before, __m256i i_Number, __m256i i_K
     return _mm256_add_epi16(i_Number, _mm256_and_si256(i_Before, i_Keep));
 }
 
-/** Runs the rounds: each value is its number, on top of the round before where it is a step. */
-template <size_t i_ulWidth>
+/** Which words of a round keep the value of the round before; of steps alone, all. */
+template <size_t i_ulWidth, bool i_bSteps>
+TORNVAL_AVX2_INLINE auto LoadKeep(const uint16_t* i_pusKeep)
+{
+    if constexpr (!i_bSteps) {
+        return LoadRow<i_ulWidth>(i_pusKeep);
+    } else if constexpr (i_ulWidth <= 8) {
+        return _mm_set1_epi16(-1);
+    } else {
+        return _mm256_set1_epi16(-1);
+    }
+}
+
+/** Runs the rounds: each value is its number, on top of the round before where it is a step.
+ *  @tparam i_bSteps whether all are. */
+template <size_t i_ulWidth, bool i_bSteps>
 TORNVAL_AVX2_INLINE void RunRounds(const uint16_t* i_pusNumbers, const uint16_t* i_pusKeep,
                                    size_t i_ulCount, size_t i_ulNbChannel, uint16_t* io_pusState,
                                    uint16_t* o_pusRows)
@@ -196,8 +210,8 @@ TORNVAL_AVX2_INLINE void RunRounds(const uint16_t* i_pusNumbers, const uint16_t*
     // Two at a time: the second does not wait for the first.
     for (; l_ul + i_ulNbChannel < i_ulCount; l_ul += 2 * i_ulNbChannel) {
         const auto l_Number = LoadRow<i_ulWidth>(i_pusNumbers + l_ul);
-        const auto l_Keep = LoadRow<i_ulWidth>(i_pusKeep + l_ul);
-        const auto l_NextKeep = LoadRow<i_ulWidth>(i_pusKeep + l_ul + i_ulNbChannel);
+        const auto l_Keep = LoadKeep<i_ulWidth, i_bSteps>(i_pusKeep + l_ul);
+        const auto l_NextKeep = LoadKeep<i_ulWidth, i_bSteps>(i_pusKeep + l_ul + i_ulNbChannel);
         const auto l_Both =
             Onto(l_Number, LoadRow<i_ulWidth>(i_pusNumbers + l_ul + i_ulNbChannel), l_NextKeep);
         StoreRow<i_ulWidth>(l_pusRow, Onto(l_State, l_Number, l_Keep));
@@ -207,7 +221,7 @@ TORNVAL_AVX2_INLINE void RunRounds(const uint16_t* i_pusNumbers, const uint16_t*
     }
     if (l_ul < i_ulCount) {
         l_State = Onto(l_State, LoadRow<i_ulWidth>(i_pusNumbers + l_ul),
-                       LoadRow<i_ulWidth>(i_pusKeep + l_ul));
+                       LoadKeep<i_ulWidth, i_bSteps>(i_pusKeep + l_ul));
         StoreRow<i_ulWidth>(l_pusRow, l_State);
     }
     StoreRow<i_ulWidth>(io_pusState, l_State);
@@ -223,12 +237,14 @@ TORNVAL_AVX2_INLINE void DecodeRounds(const uint16_t* i_pusWords, size_t i_ulCou
     alignas(32) uint16_t l_ausKeep[k_ulRoom];
     alignas(32) uint16_t l_ausHigh[i_bRanges ? k_ulRoom : 16];
     __m256i l_AnyHigh = Load(io_Channels.ausRanges.data());
+    __m256i l_AllSteps = _mm256_set1_epi16(-1);
     // Sixteen more: the last rounds reach into them.
     for (size_t l_ul = 0; l_ul < i_ulCount + 16; l_ul += 16) {
         const __m256i l_Words = Load(i_pusWords + l_ul);
         const S_SAID l_Said = Understand(l_Words);
         Store(l_ausNumbers + l_ul, l_Said.Number);
         Store(l_ausKeep + l_ul, l_Said.IsStep);
+        l_AllSteps = _mm256_and_si256(l_AllSteps, l_Said.IsStep);
         if constexpr (i_bRanges) {
             const __m256i l_IsHigh = HighOf(l_Words, l_Said.IsStep);
             Store(l_ausHigh + l_ul, l_IsHigh);
@@ -237,8 +253,13 @@ TORNVAL_AVX2_INLINE void DecodeRounds(const uint16_t* i_pusWords, size_t i_ulCou
     }
     const size_t l_ulNbChannel = io_Channels.ulNbChannel;
     S_ROWS<i_bRanges> l_Values;
-    RunRounds<i_ulWidth>(l_ausNumbers, l_ausKeep, i_ulCount, l_ulNbChannel,
-                         io_Channels.ausValues.data(), l_Values.ausWords);
+    if (_mm256_movemask_epi8(l_AllSteps) == -1) {
+        RunRounds<i_ulWidth, true>(l_ausNumbers, l_ausKeep, i_ulCount, l_ulNbChannel,
+                                   io_Channels.ausValues.data(), l_Values.ausWords);
+    } else {
+        RunRounds<i_ulWidth, false>(l_ausNumbers, l_ausKeep, i_ulCount, l_ulNbChannel,
+                                    io_Channels.ausValues.data(), l_Values.ausWords);
+    }
     if constexpr (!i_bRanges) {
         if (io_Channels.eCalibration == E_CALIBRATION::WHOLE) {
             StoreRows<i_ulWidth, KIND_WHOLE>(l_Values.ausWords, l_Values.ausWords, i_ulCount,
@@ -255,8 +276,8 @@ TORNVAL_AVX2_INLINE void DecodeRounds(const uint16_t* i_pusWords, size_t i_ulCou
                                        io_Channels);
     } else {
         S_ROWS<i_bRanges> l_IsHigh;
-        RunRounds<i_ulWidth>(l_ausHigh, l_ausKeep, i_ulCount, l_ulNbChannel,
-                             io_Channels.ausRanges.data(), l_IsHigh.ausWords);
+        RunRounds<i_ulWidth, false>(l_ausHigh, l_ausKeep, i_ulCount, l_ulNbChannel,
+                                    io_Channels.ausRanges.data(), l_IsHigh.ausWords);
         StoreRows<i_ulWidth, KIND_RANGES>(l_Values.ausWords, l_IsHigh.ausWords, i_ulCount,
                                           io_Channels);
     }
