@@ -195,9 +195,9 @@ const S_CRC_FORM* ChooseForm()
 
 } // namespace
 
-uint16_t ContinueCrc(uint32_t i_ulCrc, const uint8_t* i_pucData, size_t i_ulLength)
+uint16_t ContinueCrc(uint16_t i_usCrc, const uint8_t* i_pucData, size_t i_ulLength)
 {
-    return Continue(i_ulCrc, i_pucData, i_ulLength);
+    return Continue(i_usCrc, i_pucData, i_ulLength);
 }
 
 namespace {

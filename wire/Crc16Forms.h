@@ -21,7 +21,7 @@ inline constexpr uint32_t k_ulCrcPolynomial =
 inline constexpr uint16_t k_usCrcStart = 0xFFFF;
 
 /** The remainder after some more bytes; a step of the portable form, good for a few of them. */
-uint16_t ContinueCrc(uint32_t i_ulCrc, const uint8_t* i_pucData, size_t i_ulLength);
+uint16_t ContinueCrc(uint16_t i_usCrc, const uint8_t* i_pucData, size_t i_ulLength);
 
 uint16_t ComputeCrcPortable(const uint8_t* i_pucData, size_t i_ulLength);
 

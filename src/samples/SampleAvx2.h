@@ -119,7 +119,8 @@ TORNVAL_AVX2_INLINE __m128i CalibrateFour(__m128i i_Values, const S_LANES& i_Lan
     return _mm256_cvttpd_epi32(l_Measure);
 }
 
-/** Eight quotients, truncated: the number times 2^44 / 10,000, and one more where it is negative. */
+/** Eight quotients, truncated: the number times 2^44 / 10,000, over 2^44, and one more where it is
+ *  negative. */
 TORNVAL_AVX2_INLINE __m256i DivideByTenThousand(__m256i i_Numbers)
 {
     const __m256i l_Factor = _mm256_set1_epi32(0x68DB8BAD);

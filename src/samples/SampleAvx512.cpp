@@ -37,6 +37,8 @@ constexpr size_t TogetherOf(uint32_t i_ulNbChannel)
 /** Codes in their order. */
 struct S_PLANES
 {
+    // A block behind one word less than enough, and what a vector reads or stores behind it.
+    static_assert(k_ulPartWords - 1 + 2 * k_ulMaskBytes <= k_ulWordRoom);
     alignas(64) uint8_t aucFirst[k_ulWordRoom];
     alignas(64) uint8_t aucBehind[k_ulWordRoom];
 };
@@ -163,7 +165,8 @@ TORNVAL_AVX512_INLINE __m256i CalibrateEight(__m256i i_Values, const S_WIDE_LANE
         _mm512_set1_pd(0.0001)));
 }
 
-/** Sixteen quotients, truncated: the number times 2^44 / 10,000, and one more where it is negative. */
+/** Sixteen quotients, truncated: the number times 2^44 / 10,000, over 2^44, and one more where it is
+ *  negative. */
 TORNVAL_AVX512_INLINE __m512i DivideByTenThousand(__m512i i_Numbers)
 {
     const __m512i l_Factor = _mm512_set1_epi32(0x68DB8BAD);
@@ -212,7 +215,7 @@ struct S_QUARTERS
     alignas(64) int32_t alBefore[16]; /**< for each four of steps, the sum that it adds to */
     alignas(64) int16_t asValues[64]; /**< values of absolute codes */
     /** Absolute codes, a bit each, and the upper half of them once more: every quarter's sixteen are the lower
-     *  end of 32 bits that lie in one of the two. */
+     *  end of 32 bits that lie in one of the two, and so are loaded before they have reached the cache. */
     uint64_t aullAbsolute[2];
     uint64_t ullHigh; /**< those of high range */
 

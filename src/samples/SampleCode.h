@@ -88,9 +88,10 @@ struct S_STREAM
 {
     const uint8_t* pucData;
     size_t ulSize;
-    uint32_t ulNbChannel;      /**< 1 to k_ulMaxScaledChannels */
-    uint32_t ulMaxSamples;     /**< room in each channel's array; a full one ends the decoding */
-    int32_t* const* pplArrays; /**< one for each channel; a null one is counted, not filled */
+    uint32_t ulNbChannel;  /**< 1 to k_ulMaxScaledChannels */
+    uint32_t ulMaxSamples; /**< room in each channel's array; a full one ends the decoding */
+    int32_t* const*
+        pplArrays; /**< one for each channel, none twice; a null one is counted, not filled */
     const S_SCALING& Scaling;
 };
 

@@ -49,10 +49,13 @@ private:
     uint64_t m_ullInside = 0;
 };
 
-/** Samples that a stream has room for in all. */
+/** Samples that a stream has room for in all; no more than it has bytes, and so samples at most. */
 inline size_t RoomOf(const S_STREAM& i_Stream)
 {
-    return size_t{i_Stream.ulMaxSamples} * i_Stream.ulNbChannel;
+    // Not by the product alone, which does not fit into 32 bits for every room.
+    return i_Stream.ulMaxSamples > i_Stream.ulSize / i_Stream.ulNbChannel
+               ? i_Stream.ulSize
+               : size_t{i_Stream.ulMaxSamples} * i_Stream.ulNbChannel;
 }
 
 /** Code words of a stream that are decoded together. */
@@ -120,7 +123,7 @@ using DecodeWords = void (*)(uint16_t* io_pusWords, size_t i_ulCount, S_CHANNELS
 /** Walks through a stream in parts of whole rounds of its channels. */
 size_t DecodeInParts(const S_STREAM& i_Stream, ReadWords i_pfnRead, DecodeWords i_pfnDecode);
 
-/** The end of a stream, for every form: less than a block of words. */
+/** The end of a stream, for every form: fewer bytes than a block and its reach have. */
 size_t ReadLastWords(S_REST& io_Rest, uint16_t* o_pusWords, size_t i_ulCount);
 
 size_t DecodeStreamPortable(const S_STREAM& i_Stream);

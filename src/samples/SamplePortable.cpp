@@ -1,4 +1,5 @@
-// The portable form of the decoder: whatever the codes are, no jump depends on one of them.
+// The portable form of the decoder. Jumps depend on what a block of 64 bytes has in all, and on a single code
+// only at the end of a stream.
 #include "samples/SampleForms.h"
 
 #include <bit>

@@ -108,6 +108,12 @@ S_SCALING MakeScaling(CRandom& io_Random, bool i_bCalibrated, uint32_t i_ulSort)
                            : (static_cast<int32_t>(io_Random(l_ulMost)) - 10000) / l_dPart,
                    l_bWild ? k_adWild[io_Random(6)]
                            : static_cast<int32_t>(io_Random(0x100000000U)) / 8 / l_dPart};
+        if (i_ulSort == 1 && io_Random(2) == 0) {
+            // A small value on the border of two measures, which a fused multiply-add would miss.
+            const double l_dValue = static_cast<int32_t>(io_Random(127)) - 63;
+            const double l_dMeasure = static_cast<int32_t>(io_Random(9)) - 4;
+            l_Scale.dB = l_dMeasure * 10000.0 - l_dValue * l_Scale.dA;
+        }
     }
     return l_Scaling;
 }
@@ -175,13 +181,32 @@ TEST(Forms, OfTheDecoderAgreeWithThePlainLoop)
     }
 }
 
+TEST(Forms, OfTheDecoderTakeAnyRoom)
+{
+    const Bytes l_vCodes(400, 0xBF);
+    std::vector<int32_t> l_vlRoom(400 * 4);
+    int32_t* const l_aplArrays[] = {&l_vlRoom[0], &l_vlRoom[400], &l_vlRoom[800], &l_vlRoom[1200]};
+    for (const uint32_t l_ulMax : {0x40000010U, 0x80000000U, 0xFFFFFFFFU}) {
+        for (uint32_t l_ul = 0; l_ul < 4 * SampleForms().size(); ++l_ul) {
+            const S_SAMPLE_FORM& l_Form = SampleForms()[l_ul / 4];
+            EXPECT_TRUE(!l_Form.pfnRuns() ||
+                        l_Form.pfnDecode({l_vCodes.data(), 400, 1 + l_ul % 4, l_ulMax, l_aplArrays,
+                                          S_SCALING{}}) == 400)
+                << l_Form.pszName << ", room " << l_ulMax;
+        }
+    }
+}
+
 #ifdef TORNVAL_TELLS_STACK
 TEST(Forms, OfTheDecoderTakeLittleOfTheirThreadsStack)
 {
     CRandom l_Random(3);
     const Bytes l_vCodes = MakeCodes(l_Random, 4000, 70, 50);
     std::vector<int32_t> l_vlRoom(l_vCodes.size());
-    const std::vector<int32_t*> l_vplArrays(10, l_vlRoom.data());
+    std::vector<int32_t*> l_vplArrays;
+    for (size_t l_ul = 0; l_ul < 10; ++l_ul) {
+        l_vplArrays.push_back(l_vlRoom.data() + 400 * l_ul);
+    }
     ptrdiff_t l_lMost = 0;
     for (const S_SAMPLE_FORM& l_Form : SampleForms()) {
         for (uint32_t l_ul = 0; l_ul < 40 && l_Form.pfnRuns(); ++l_ul) {
